@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: Apache-2.0
+// The bridge to the host platform's own log library, which is loaded only when the host asks for it.
+#include "vorn/log.h"
+
+#include <cstdio>
+#include <dlfcn.h>
+
+namespace {
+
+using HostLog = void (*)(void* a1, void* a2, void* a3, int a4, void* a6);
+
+// Kept internal: exported objects of these names would take the place of libc's warn and error in the host.
+void* dllInst;
+HostLog info;
+HostLog warn;
+HostLog error;
+
+HostLog functionNamed(const char* name) { return reinterpret_cast<HostLog>(dlsym(dllInst, name)); }
+
+void forgetFunctions() { info = warn = error = nullptr; }
+
+} // namespace
+
+extern "C" {
+
+int log_init()
+{
+    log_close(); // a library loaded before is not kept twice
+    dllInst = dlopen(VORN_HOST_LOG_LIBRARY, RTLD_LAZY);
+    if (dllInst == nullptr) {
+        std::puts("error open so");
+        return 0;
+    }
+    info = functionNamed("LogInfo");
+    warn = functionNamed("LogWarn");
+    error = functionNamed("LogError");
+    if (info == nullptr || warn == nullptr || error == nullptr) {
+        std::puts("error open so 1");
+        forgetFunctions(); // the library stays loaded, but none of it is called
+        return 0;
+    }
+    return 1;
+}
+
+void log_close()
+{
+    if (dllInst != nullptr) {
+        dlclose(dllInst);
+        dllInst = nullptr; // closing it twice would take it away from somebody else who loaded it
+    }
+    forgetFunctions();
+}
+
+int messLog(void* a1, void* a2, void* a3, int a4, int level, void* a6)
+{
+    const HostLog functions[] = {info, warn, error};
+    if (dllInst == nullptr || level < 1 || level > 3 || functions[level - 1] == nullptr) {
+        return 0;
+    }
+    functions[level - 1](a1, a2, a3, a4, a6);
+    return 0;
+}
+
+} // extern "C"
