@@ -1,0 +1,122 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "link/reader_frame.h"
+
+#include "vorn/convert.h"
+#include "vorn/link.h"
+
+#include <cstdint>
+#include <cstring>
+
+int vrdk03com_handle = -1;
+
+namespace vorn {
+namespace {
+
+constexpr int kFrameCapacity = 1024;
+constexpr int kReplyMax = 1000; // characters, as ReadBytes_Ex counts
+constexpr int kReplyTimeoutS = 3;
+constexpr int kWritePiece = 128;
+constexpr std::uint8_t kStx = 0x02;
+constexpr std::uint8_t kEtx = 0x03;
+
+// Places in a decoded reply, and what its length counts besides the payload: one byte that nobody reads, and the
+// status.
+constexpr int kStatusAt = 3;
+constexpr int kPayloadAt = 4;
+constexpr int kLengthOverhead = 2;
+
+static_assert(2 * VORN_COMMAND_MAX + 8 == kFrameCapacity, "the longest command fills the frame buffer");
+static_assert(2 * (VORN_PAYLOAD_MAX + 2) + 8 == kReplyMax, "the longest payload fills a reply");
+
+int buildFrame(ByteView command, std::uint8_t* frame)
+{
+    const auto length = static_cast<unsigned>(command.size());
+    int at = 0;
+    const auto put = [&](unsigned byte) {
+        one2two_30(frame + at, static_cast<unsigned char>(byte));
+        at += 2;
+    };
+    frame[at++] = kStx;
+    put(length >> 8);
+    put(length & 0xFF);
+    unsigned check = 0;
+    for (std::size_t i = 0; i < command.size(); ++i) {
+        put(command[i]);
+        check ^= command[i];
+    }
+    put(check);
+    frame[at++] = kEtx;
+    return at;
+}
+
+void writeFrame(const std::uint8_t* frame, int size)
+{
+    for (; size > kWritePiece; frame += kWritePiece, size -= kWritePiece) {
+        WriteBytes(vrdk03com_handle, frame, kWritePiece);
+    }
+    WriteBytes(vrdk03com_handle, frame, size);
+}
+
+int resultOfStatus(std::uint8_t status)
+{
+    switch (status) {
+    case 0x00:
+        return VORN_OK;
+    case 0x02:
+    case 0x06:
+        return VORN_READER_NO_CARD;
+    default:
+        return VORN_READER_REFUSED;
+    }
+}
+
+// `text` begins with STX and ends with a NUL in place of ETX.
+void decodeReply(const char* text, ReaderReply& reply)
+{
+    std::uint8_t decoded[kFrameCapacity] = {};
+    Vr_chartoarray(text + 1, decoded);
+    const int announced = decoded[0] * 256 + decoded[1] - kLengthOverhead;
+    reply.arrived = true;
+    reply.size = announced < 0 ? 0 : announced > VORN_PAYLOAD_MAX ? VORN_PAYLOAD_MAX : announced;
+    reply.result = resultOfStatus(decoded[kStatusAt]);
+    std::memcpy(reply.payload, decoded + kPayloadAt, static_cast<std::size_t>(reply.size));
+}
+
+} // namespace
+
+void exchangeFrame(ByteView command, ReaderReply& reply)
+{
+    reply = ReaderReply{};
+    if (command.size() > VORN_COMMAND_MAX) {
+        reply.result = VORN_BAD_ARGUMENT;
+        return;
+    }
+    std::uint8_t frame[kFrameCapacity + 1] = {};
+    writeFrame(frame, buildFrame(command, frame));
+
+    std::memset(frame, 0, sizeof frame);
+    const int received = ReadBytes_Ex(vrdk03com_handle, frame, kReplyMax, kStx, kEtx, kReplyTimeoutS);
+    if (received < 1) {
+        return;
+    }
+    frame[received - 1] = '\0';
+    decodeReply(reinterpret_cast<const char*>(frame), reply);
+}
+
+} // namespace vorn
+
+extern "C" int trans_icc_cmd(const unsigned char* cmd, int n, unsigned char* out, int* outLen)
+{
+    if (n < 0) {
+        return VORN_BAD_ARGUMENT;
+    }
+    vorn::ReaderReply reply;
+    vorn::exchangeFrame(vorn::viewOf(cmd, n), reply);
+    if (reply.arrived && outLen != nullptr) {
+        *outLen = reply.size;
+    }
+    if (reply.result == VORN_OK && out != nullptr) {
+        std::memcpy(out, reply.payload, static_cast<std::size_t>(reply.size));
+    }
+    return reply.result;
+}

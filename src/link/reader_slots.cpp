@@ -1,0 +1,142 @@
+// SPDX-License-Identifier: Apache-2.0
+// The reader's slot commands, each with its four log entries.
+#include "link/reader_frame.h"
+#include "public/bytes.h"
+#include "public/local_log.h"
+
+#include "vorn/link.h"
+#include "vorn/log.h"
+
+#include <cstring>
+
+unsigned char m_VrICType = VORN_INTERFACE_NONE;
+
+namespace {
+
+using vorn::ByteView;
+using vorn::ReaderReply;
+
+constexpr std::uint8_t kCardClass = 0x32;
+
+enum Operation : std::uint8_t {
+    kPowerOn = 0x22,
+    kPowerOff = 0x23,
+    kActivate = 0x24,
+    kDeactivate = 0x25,
+    kApdu = 0x26
+};
+
+// A reply that never came has no length, and an empty dump.
+void logCommand(const char* marker, ByteView command, const ReaderReply& reply)
+{
+    vorn::logService("Indata----------------------%s\n", marker);
+    messLog_write_bcd(command.data(), static_cast<int>(command.size()));
+    vorn::logService("Outdata----------------------%s\n", marker);
+    messLog_write_bcd(reply.payload, reply.arrived ? reply.size : 0);
+}
+
+int slotCommand(const char* marker, ByteView command, unsigned char* out = nullptr, int* outLen = nullptr)
+{
+    ReaderReply reply;
+    vorn::exchangeFrame(command, reply);
+    if (reply.arrived && outLen != nullptr) {
+        *outLen = reply.size;
+    }
+    if (reply.result == VORN_OK && out != nullptr) {
+        std::memcpy(out, reply.payload, static_cast<std::size_t>(reply.size));
+    }
+    logCommand(marker, command, reply);
+    return reply.result;
+}
+
+template <std::size_t N>
+int slotCommand(const char* marker, const std::uint8_t (&command)[N], unsigned char* out = nullptr,
+                int* outLen = nullptr)
+{
+    return slotCommand(marker, ByteView(command, N), out, outLen);
+}
+
+int powerOnResult(int result) { return result == VORN_READER_REFUSED ? VORN_POWER_ON_REFUSED : result; }
+
+int passApdu(const char* marker, std::uint8_t slot, const unsigned char* apdu, int n, unsigned char* resp,
+             int* respLen)
+{
+    vorn::ByteBuffer<VORN_COMMAND_MAX> command;
+    command.append(kCardClass);
+    command.append(kApdu);
+    command.append(slot);
+    if (n < 0 || !command.append(vorn::viewOf(apdu, n))) {
+        return VORN_BAD_ARGUMENT;
+    }
+    return slotCommand(marker, command.view(), resp, respLen);
+}
+
+} // namespace
+
+extern "C" {
+
+int icc_poweron(int slot, unsigned char* atr, int* atrLen)
+{
+    const std::uint8_t command[] = {kCardClass, kPowerOn, 0x01, 0x80, static_cast<std::uint8_t>(slot)};
+    return powerOnResult(slotCommand("icc_poweron", command, atr, atrLen));
+}
+
+int picc_Active(unsigned char* atr, int* atrLen)
+{
+    const std::uint8_t command[] = {kCardClass, kActivate, 0x01, 0x80};
+    return powerOnResult(slotCommand("picc_Active", command, atr, atrLen));
+}
+
+int icc_poweroff(unsigned char slot)
+{
+    const std::uint8_t command[] = {kCardClass, kPowerOff, slot};
+    return slotCommand("icc_poweroff", command);
+}
+
+int picc_Deactive()
+{
+    const std::uint8_t command[] = {kCardClass, kDeactivate, 0x00, 0x00};
+    return slotCommand("picc_Deactive", command);
+}
+
+int icc_sendcommand(const unsigned char* apdu, int n, unsigned char* resp, int* respLen)
+{
+    const std::uint8_t slot = m_VrICType == VORN_INTERFACE_CONTACT ? VORN_SLOT_CONTACT : VORN_SLOT_CONTACTLESS;
+    return passApdu("capdu", slot, apdu, n, resp, respLen);
+}
+
+int samicc_sendcommand(int slot, const unsigned char* apdu, int n, unsigned char* resp, int* respLen)
+{
+    return passApdu("samicc_capdu", static_cast<std::uint8_t>(slot), apdu, n, resp, respLen);
+}
+
+int vr_openicc(int mode, unsigned char* atr, int* atrLen)
+{
+    switch (mode) {
+    case VORN_OPEN_CONTACT:
+        m_VrICType = VORN_INTERFACE_CONTACT;
+        return icc_poweron(VORN_SLOT_CONTACT, atr, atrLen);
+    case VORN_OPEN_CONTACTLESS:
+        m_VrICType = VORN_INTERFACE_CONTACTLESS;
+        return picc_Active(atr, atrLen);
+    case VORN_OPEN_EITHER:
+        break;
+    default:
+        return VORN_BAD_ARGUMENT;
+    }
+    const int contact = icc_poweron(VORN_SLOT_CONTACT, atr, atrLen);
+    if (contact == VORN_OK) {
+        m_VrICType = VORN_INTERFACE_CONTACT;
+    } else if (contact == VORN_READER_NO_CARD) {
+        m_VrICType = VORN_INTERFACE_CONTACTLESS;
+        return picc_Active(atr, atrLen);
+    }
+    return contact;
+}
+
+int vr_closeicc()
+{
+    return m_VrICType == VORN_INTERFACE_CONTACT ? icc_poweroff(VORN_SLOT_CONTACT) : picc_Deactive();
+}
+
+} // extern "C"
