@@ -1,0 +1,153 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "card/dol.h"
+
+#include "vorn/card.h"
+
+#include <cstring>
+
+namespace vorn {
+namespace {
+
+constexpr std::uint8_t kTwoLengthBytes = 0x82;
+
+enum class EntryState { Read, Unreadable, LengthMissing };
+
+struct Entry {
+    EntryState state;
+    ByteView tag;
+    std::size_t length = 0; // what the list asks for
+    std::size_t size = 0;   // what the entry takes in the list
+};
+
+Entry readEntry(ByteView dol)
+{
+    const std::size_t size = tagSize(dol, Bound::Length);
+    if (size == 0) {
+        return {EntryState::Unreadable, {}};
+    }
+    const ByteView rest = dol.from(size);
+    const LengthField field = lengthField(rest);
+    if (!rest.holds(0, field.size)) {
+        const bool twoBytes = rest[0] == kTwoLengthBytes;
+        return {twoBytes ? EntryState::Unreadable : EntryState::LengthMissing, {}};
+    }
+    return {EntryState::Read, dol.first(size), field.value, size + field.size};
+}
+
+// Length of the tag as a text: a tag with a zero byte in it is sought by what stands before that byte.
+std::size_t textLength(ByteView tag)
+{
+    std::size_t length = 0;
+    while (length < tag.size() && tag[length] != 0) {
+        ++length;
+    }
+    return length;
+}
+
+unsigned char formatOf(ByteView tag)
+{
+    return vrdk_GetTagType(tag.data(), static_cast<int>(tag.size()), gcTagName,
+                           static_cast<int>(sizeof gcTagName - 1));
+}
+
+// Places a value into its field, which holds zeros. A tag that is not in the dictionary, and a template, stay zero:
+// cards in the field expect proprietary tags to be empty.
+void fillField(std::uint8_t* field, std::size_t length, unsigned char format, ByteView value)
+{
+    if (format == 0 || format == 't' || length == 0) {
+        return;
+    }
+    const bool numeric = format == 'n';
+    if (value.size() >= length) {
+        const ByteView kept = numeric ? value.from(value.size() - length) : value.first(length);
+        std::memcpy(field, kept.data(), kept.size());
+        return;
+    }
+    if (format == 'c') {
+        std::memset(field, 0xFF, length);
+    }
+    if (!value.empty()) {
+        std::memcpy(numeric ? field + (length - value.size()) : field, value.data(), value.size());
+    }
+}
+
+} // namespace
+
+bool buildDol(const TlvBuffer& source, ByteView dol, DolValues& values)
+{
+    if (dol.empty()) {
+        return false;
+    }
+    while (!dol.empty()) {
+        const Entry entry = readEntry(dol);
+        if (entry.state != EntryState::Read) {
+            return false;
+        }
+        dol = dol.from(entry.size);
+        std::uint8_t* field = values.data() + values.size();
+        if (!values.skip(entry.length)) {
+            return false;
+        }
+        const ByteView tag = entry.tag.first(textLength(entry.tag));
+        const ByteView object = findObject(tag, source);
+        if (!object.empty()) {
+            fillField(field, entry.length, formatOf(tag), objectValue(object, tag.size()));
+        }
+    }
+    return true;
+}
+
+} // namespace vorn
+
+using namespace vorn;
+
+extern "C" {
+
+int vrdk_GetTaginDOL(const unsigned char* dol, int remaining, unsigned char* tag, int* length)
+{
+    const Entry entry = readEntry(viewOf(dol, remaining));
+    switch (entry.state) {
+    case EntryState::Unreadable:
+        return 0;
+    case EntryState::LengthMissing:
+        return -1;
+    case EntryState::Read:
+        break;
+    }
+    std::memcpy(tag, entry.tag.data(), entry.tag.size());
+    tag[entry.tag.size()] = 0;
+    *length = static_cast<int>(entry.length);
+    return static_cast<int>(entry.size);
+}
+
+int vrdk_findtaginDOL(const unsigned char* tag, int tagLength, const unsigned char* dol, int dolLength)
+{
+    const ByteView sought = viewOf(tag, tagLength);
+    ByteView rest = viewOf(dol, dolLength);
+    while (!rest.empty()) {
+        const std::size_t size = tagSize(rest, Bound::Length);
+        if (size == 0) {
+            break;
+        }
+        if (rest.first(size) == sought) {
+            return 0;
+        }
+        rest = rest.from(size + lengthField(rest.from(size)).size);
+    }
+    return 1;
+}
+
+int vrdk_BuildDOL(const unsigned char* source, int sourceLength, const unsigned char* dol, int dolLength,
+                  unsigned char* output, int* outputLength)
+{
+    *outputLength = 0;
+    DolValues values;
+    if (!buildDol(tlvBufferOf(source, sourceLength), viewOf(dol, dolLength), values)) {
+        return -1;
+    }
+    std::memcpy(output, values.data(), values.size());
+    *outputLength = static_cast<int>(values.size());
+    return 0;
+}
+
+} // extern "C"

@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: Apache-2.0
+// Data object lists (EMV Book 3, 5.4).
+#pragma once
+
+#include "card/tlv.h"
+
+namespace vorn {
+
+// Room for the values of a list in a command's data field.
+using DolValues = ByteBuffer<VORN_DOL_DATA_CAPACITY>;
+
+// Appends the list's values. False: the list is empty, not readable to its end, or asks for too much.
+bool buildDol(const TlvBuffer& source, ByteView dol, DolValues& values);
+
+} // namespace vorn
