@@ -1,0 +1,230 @@
+// SPDX-License-Identifier: Apache-2.0
+// IC_GetInfo: the customer's data as twelve lettered fields.
+#include "ICC/ICC_COMM_VORN/application.h"
+#include "ICC/ICC_COMM_VORN/call_frame.h"
+#include "ICC/ICC_COMM_VORN/lettered.h"
+#include "ICC/ICC_COMM_VORN/terminal_data.h"
+#include "card/tags.h"
+#include "public/local_log.h"
+
+#include "ICC_COMM_VORN.h"
+
+#include <cstdio>
+#include <cstring>
+
+using namespace vorn;
+
+namespace {
+
+// How a field's text is made of the value.
+enum class Form {
+    Hex,        // as it is
+    Digits,     // up to the first 'F'
+    Track2,     // the first 'D' becomes '=', then up to the first 'F'
+    PaddedText  // without the blanks at its end
+};
+
+enum class From { Records, GetData };
+
+struct Field {
+    char letter;
+    Tag tag;
+    From from;
+    Form form;
+    unsigned char getDataIndex;
+};
+
+constexpr Field record(char letter, Tag tag, Form form) { return {letter, tag, From::Records, form, 0}; }
+constexpr Field counter(char letter, Tag tag, unsigned char index)
+{
+    return {letter, tag, From::GetData, Form::Hex, index};
+}
+
+constexpr Field kFields[] = {
+    record('A', tag::kPan, Form::Digits),
+    record('B', tag::kTrack2, Form::Track2),
+    counter('C', tag::kCashBalance, 4),
+    counter('D', tag::kCashBalanceLimit, 5),
+    record('E', tag::kExpirationDate, Form::Hex),
+    counter('F', tag::kCashTransactionLimit, 6),
+    record('G', tag::kPanSequenceNumber, Form::Hex),
+    counter('H', tag::kAtc, 0),
+    record('I', tag::kDocumentType, Form::Hex),
+    record('J', tag::kDocumentNumber, Form::PaddedText),
+    record('K', tag::kCardholderName, Form::PaddedText),
+    record('L', tag::kNameExtended, Form::PaddedText),
+};
+
+// The record as it grows.
+class Record {
+public:
+    void add(char letter, const char* text, std::size_t length)
+    {
+        size_ += std::snprintf(text_ + size_, sizeof text_ - static_cast<std::size_t>(size_), "%c%03d%.*s", letter,
+                               static_cast<int>(length), static_cast<int>(length), text);
+    }
+
+    const char* text() const { return text_; }
+    int sizeWithNul() const { return size_ + 1; }
+
+private:
+    char text_[ICC_USER_INFO_CAPACITY] = {};
+    int size_ = 0;
+};
+
+void addValue(Record& out, const Field& field, const TagValue& value)
+{
+    char text[2 * VORN_RESPONSE_MAX + 1] = {};
+    std::size_t size = value.size;
+    if (field.form == Form::PaddedText) {
+        while (size > 0 && value.bytes[size - 1] == ' ') {
+            --size;
+        }
+    }
+    storeHex(text, value.view().first(size));
+    if (field.form == Form::Track2) {
+        if (char* separator = std::strchr(text, 'D')) {
+            *separator = '=';
+        }
+    }
+    const bool digits = field.form == Form::Digits || field.form == Form::Track2;
+    out.add(field.letter, text, digits ? std::strcspn(text, "F") : std::strlen(text));
+}
+
+// A card that answers GET DATA with something else gives no field at all; only a refusal gives an empty one.
+void addCounter(Record& out, const Field& field)
+{
+    std::uint8_t object[VORN_RESPONSE_MAX] = {};
+    std::uint8_t size = 0;
+    if (vrdk_GetData(field.getDataIndex, object, &size) != VORN_OK) {
+        out.add(field.letter, "", 0);
+        return;
+    }
+    const TagValue value = readTag(field.tag, ByteView(object, size));
+    if (value.found) {
+        addValue(out, field, value);
+    }
+}
+
+void addField(Record& out, const Field& field, ByteView records)
+{
+    if (field.from == From::GetData) {
+        addCounter(out, field);
+        return;
+    }
+    const TagValue value = readTag(field.tag, records);
+    if (value.found) {
+        addValue(out, field, value);
+    } else {
+        out.add(field.letter, "", 0);
+    }
+}
+
+// The application's data of the last successful call, behind six digits that give their length.
+void keepApplicationData(const Application& application, ByteView records)
+{
+    static unsigned char lpicappdata[4096];
+
+    ByteBuffer<sizeof lpicappdata> data;
+    char digits[12];
+    std::snprintf(digits, sizeof digits, "%06d", static_cast<int>((application.aidSize + records.size() + 2) % 1000000));
+    data.append(ByteView(reinterpret_cast<const std::uint8_t*>(digits), 6));
+    data.append(tag::kAid.view());
+    data.append(static_cast<std::uint8_t>(application.aidSize));
+    data.append(application.aidView());
+    data.append(records.first(sizeof lpicappdata - 1 - data.size()));
+    std::memcpy(lpicappdata, data.data(), sizeof lpicappdata);
+}
+
+int failedActivation(const Activation& card)
+{
+    if (card.timedOut) {
+        logService("vr_openicc outtime!");
+        return endCall(CardPower::Stays, VORN_NO_CARD_IN_TIME);
+    }
+    vr_closeicc();
+    logService("vr_openicc fail!return=%d", card.result);
+    return endCall(CardPower::Stays, card.result);
+}
+
+int failedSelection(const Selection& selection)
+{
+    const bool noCandidate = selection.outcome == Selection::Outcome::NoCandidate;
+    vr_closeicc();
+    logService("%s fail!return=%d", noCandidate ? "vrdk_PseAppSelect" : "vrdk_FinalAppSelect", selection.stepResult);
+    logService("func IC_GetInfo return %d", selection.code());
+    return endCall(CardPower::Stays, selection.code());
+}
+
+// The records of the selected application.
+struct Records {
+    std::uint8_t bytes[VORN_APPDATA_CAPACITY];
+    int size = 0;
+
+    ByteView view() const { return viewOf(bytes, size); }
+};
+
+int readRecords(const Application& application, const char* pszTaglist, Records& records)
+{
+    TerminalData terminalData;
+    buildQueryData(terminalData);
+    std::uint8_t aip[2];
+    std::uint8_t aipLength = 0;
+    std::uint8_t afl[VORN_RESPONSE_MAX];
+    std::uint8_t aflLength = 0;
+    if (vrdk_GetProcOptions(application.fci, application.fciSize, terminalData.data(),
+                            static_cast<int>(terminalData.size()), aip, &aipLength, afl, &aflLength) != VORN_OK) {
+        return VORN_GPO_FAILED;
+    }
+    const WantedTags wanted(pszTaglist);
+    std::uint8_t authData[VORN_APPDATA_CAPACITY];
+    int authDataSize = 0;
+    return vrdk_GetAppData(afl, aflLength, wanted.bytes, wanted.size, records.bytes, &records.size, authData,
+                           &authDataSize);
+}
+
+} // namespace
+
+extern "C" int IC_GetInfo(const char* nPortNo, const char* extendPort, int nBaudRate, int nTimeout, int* pnIcType,
+                          const char* pszAIDlist, const char* pszTaglist, int* pnUsrInfoLen, char* pszUsrInfo)
+{
+    traceCall("IC_GetInfo", nPortNo, extendPort, nBaudRate, nTimeout);
+    choosePort(nPortNo);
+    traceActualInput();
+    storeText(pszUsrInfo, "");
+    const int icType = pnIcType == nullptr ? 0 : *pnIcType;
+    logService("begin func IC_GetInfo(nPortNo:%s,extendPort:%s,nBaudRate:%d,nTimeout:%d,pnIcType:%d,pszAIDlist:%s,"
+               "pszTaglist:%s\r\n",
+               textOf(nPortNo), textOf(extendPort), nBaudRate, nTimeout, icType, textOf(pszAIDlist),
+               textOf(pszTaglist));
+    if (opdev() != VORN_OK) {
+        return VORN_OPEN_FAILED;
+    }
+    const Activation card = waitForCardUnbounded(icType, nTimeout);
+    if (card.timedOut || card.result != VORN_OK) {
+        return failedActivation(card);
+    }
+    store(pnIcType, int{m_VrICType});
+
+    Application application;
+    const Selection selection = selectApplication(pszAIDlist, application);
+    if (selection.outcome != Selection::Outcome::Selected) {
+        return failedSelection(selection);
+    }
+    Records records;
+    const int result = readRecords(application, pszTaglist, records);
+    if (result != VORN_OK) {
+        return endCall(CardPower::Off, result);
+    }
+    keepApplicationData(application, records.view());
+
+    Record out;
+    for (const Field& field : kFields) {
+        addField(out, field, records.view());
+    }
+    storeText(pszUsrInfo, out.text());
+    store(pnUsrInfoLen, out.sizeWithNul());
+    logService("pnUsrInfoLen:%d\r\n", out.sizeWithNul());
+    logService("pnUsrInfoLen:%s\r\n", out.text());
+    return endCall(CardPower::Off, VORN_OK);
+}

@@ -1,0 +1,156 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "ICC/ICC_COMM_VORN/cryptogram.h"
+
+#include "card/tags.h"
+
+#include "ICC_COMM_VORN.h"
+
+#include <cstring>
+
+namespace vorn {
+namespace {
+
+static_assert(ICC_CRYPTOGRAM_CAPACITY == 2 * 1100 + 1, "the text of a full buffer");
+
+enum class Source {
+    Cryptogram,
+    Information,
+    IssuerData, // left out when the card sent none
+    Counter,
+    Terminal,   // from the terminal's data, else the fallback
+    LastOnline, // GET DATA
+    Card,       // from the card's data with its own length, else left out
+    Aip
+};
+
+struct Item {
+    Tag tag;
+    Source source;
+    std::size_t width;
+    std::uint8_t fallback[6];
+    bool firstTagByteOnlyInTc;
+};
+
+constexpr Item from(Source source, Tag tag, std::size_t width = 0) { return {tag, source, width, {}, false}; }
+
+constexpr Item kItems[] = {
+    from(Source::Cryptogram, tag::kApplicationCryptogram, 8),
+    from(Source::Information, tag::kCryptogramInformation, 1),
+    from(Source::IssuerData, tag::kIssuerApplicationData),
+    {tag::kUnpredictableNumber, Source::Terminal, 4, {0x12, 0x34, 0x56, 0x78}, false},
+    from(Source::Counter, tag::kAtc, 2),
+    {tag::kTvr, Source::Terminal, 5, {0x00, 0x00, 0x00, 0x08, 0x00}, false},
+    from(Source::LastOnline, tag::kLastOnlineAtc),
+    {tag::kTransactionDate, Source::Terminal, 3, {}, false},
+    {tag::kTransactionType, Source::Terminal, 1, {}, false},
+    {tag::kAmountAuthorised, Source::Terminal, 6, {}, true},
+    {tag::kCurrencyCode, Source::Terminal, 2, {0x01, 0x56}, true},
+    from(Source::Card, tag::kPan),
+    from(Source::Card, tag::kPanSequenceNumber),
+    from(Source::Aip, tag::kAip, 2),
+    {tag::kCountryCode, Source::Terminal, 2, {0x01, 0x56}, true},
+    {tag::kAmountOther, Source::Terminal, 6, {}, true},
+    {tag::kTerminalCapabilities, Source::Terminal, 3, {0x20, 0xA1, 0x00}, false},
+};
+
+void put(CryptogramBuffer& out, ByteView tag, ByteView value, std::size_t width)
+{
+    out.append(tag);
+    out.append(static_cast<std::uint8_t>(width));
+    const ByteView kept = value.first(width);
+    out.skip(width - kept.size()); // right-aligned behind zeros
+    out.append(kept);
+}
+
+void put(CryptogramBuffer& out, Tag tag, ByteView value) { put(out, tag.view(), value, value.size()); }
+
+void putTerminal(CryptogramBuffer& out, const Item& item, CryptogramText kind, ByteView terminalData)
+{
+    const TagValue value = readTag(item.tag, terminalData);
+    if (!value.found) {
+        put(out, item.tag, ByteView(item.fallback, item.width));
+        return;
+    }
+    const bool firstByteOnly = kind == CryptogramText::Tc && item.firstTagByteOnlyInTc;
+    const ByteView tag = firstByteOnly ? item.tag.view().first(1) : item.tag.view();
+    put(out, tag, value.view(), item.width);
+}
+
+void putLastOnline(CryptogramBuffer& out, const Item& item)
+{
+    constexpr unsigned char kLastOnlineAtcIndex = 1;
+    std::uint8_t object[VORN_RESPONSE_MAX] = {};
+    std::uint8_t size = 0;
+    if (vrdk_GetData(kLastOnlineAtcIndex, object, &size) != VORN_OK) {
+        return;
+    }
+    const TagValue value = readTag(item.tag, ByteView(object, size));
+    if (value.found) {
+        put(out, item.tag, value.view());
+    } else {
+        out.skip(size); // hosts find the other items behind a hole of the answer's length
+    }
+}
+
+void putCard(CryptogramBuffer& out, const Item& item, ByteView cardData)
+{
+    const TagValue value = readTag(item.tag, cardData);
+    if (value.found) {
+        put(out, item.tag, value.view());
+    }
+}
+
+} // namespace
+
+int CryptogramResponse::generate(std::uint8_t referenceControl, ByteView dolValues)
+{
+    std::memset(response_, 0, sizeof response_);
+    responseSize_ = 0;
+    return static_cast<int>(vrdk_GenerateAC(referenceControl, dolValues.data(),
+                                            static_cast<unsigned char>(dolValues.size()), response_, &responseSize_));
+}
+
+bool CryptogramResponse::parse()
+{
+    value_ = readTag(tag::kResponseFormat1, ByteView(response_, responseSize_));
+    return value_.found;
+}
+
+void buildCryptogramText(CryptogramText kind, const CryptogramResponse& response, const CryptogramSources& sources,
+                         CryptogramBuffer& out)
+{
+    for (const Item& item : kItems) {
+        switch (item.source) {
+        case Source::Cryptogram:
+            put(out, item.tag, response.cryptogram());
+            break;
+        case Source::Information:
+            put(out, item.tag.view(), response.information(), item.width);
+            break;
+        case Source::IssuerData:
+            if (!response.issuerData().empty()) {
+                put(out, item.tag, response.issuerData());
+            }
+            break;
+        case Source::Counter:
+            put(out, item.tag, response.counter());
+            break;
+        case Source::Terminal:
+            putTerminal(out, item, kind, sources.terminalData);
+            break;
+        case Source::LastOnline:
+            putLastOnline(out, item);
+            break;
+        case Source::Card:
+            putCard(out, item, sources.cardData);
+            break;
+        case Source::Aip:
+            if (sources.aip.found) {
+                put(out, item.tag, ByteView(sources.aip.bytes, item.width));
+            }
+            break;
+        }
+    }
+}
+
+} // namespace vorn

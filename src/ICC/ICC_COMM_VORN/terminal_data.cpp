@@ -1,0 +1,241 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "ICC/ICC_COMM_VORN/terminal_data.h"
+
+#include "ICC/ICC_COMM_VORN/lettered.h"
+#include "card/tags.h"
+
+#include "vorn/convert.h"
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+namespace vorn {
+namespace {
+
+constexpr std::uint8_t kZeros[6] = {};
+constexpr std::uint8_t kChina[] = {0x01, 0x56}; // ISO 3166-1 and ISO 4217
+constexpr std::uint8_t kTvr[] = {0x00, 0x00, 0x00, 0x08, 0x00};
+constexpr std::uint8_t kOne[] = {0x01};
+constexpr std::uint8_t kTtq[] = {0xF4, 0x00, 0x00, 0x00};
+constexpr std::uint8_t kCashLimit[] = {0x00, 0x00, 0x01, 0x00, 0x00, 0x00};
+
+// The bank's name as it has been stored from the first: its GBK bytes taken for cp1252 characters and written in
+// UTF-8, 32 bytes of which the field holds 20. Hosts' back ends know the card by these bytes.
+constexpr std::uint8_t kBankName[] = {0xC3, 0x96, 0xC3, 0x90, 0xC2, 0xB9, 0xC3, 0xBA, 0xC3, 0x87, 0xC3,
+                                      0xA0, 0xC2, 0xBA, 0xC3, 0x8C, 0xC2, 0xB4, 0xC2, 0xA2, 0xC3, 0x90,
+                                      0xC3, 0xAE, 0xC3, 0x92, 0xC3, 0xB8, 0xC3, 0x90, 0xC3, 0x90};
+constexpr std::size_t kMerchantNameSize = 20;
+static_assert(sizeof kBankName == 32, "the name in its stored form");
+
+constexpr Tag kTag9F21{0x9F21};
+constexpr Tag kTag9F66{0x9F66};
+constexpr Tag kTag9F7A{0x9F7A};
+constexpr Tag kTag9F7B{0x9F7B};
+constexpr Tag kTag9F4E{0x9F4E};
+constexpr Tag kTagDF60{0xDF60};
+constexpr Tag kTagDF69{0xDF69};
+constexpr Tag kTag8A{0x8A};
+
+void putHeader(TerminalData& data, Tag tag, std::size_t length)
+{
+    data.append(tag.view());
+    data.append(static_cast<std::uint8_t>(length));
+}
+
+void putObject(TerminalData& data, Tag tag, ByteView value)
+{
+    putHeader(data, tag, value.size());
+    data.append(value);
+}
+
+// The 00 behind the last object. It counts: cards have been sent it from the first.
+void endList(TerminalData& data) { data.append(0x00); }
+
+// ---------------------------------------------------------------- the transaction calls
+
+// A value that is longer than its field.
+enum class TooLong {
+    Cut,     // keeps its first bytes
+    KeepEnd, // keeps its last bytes: a date given as YYYYMMDD
+    Overrun  // is not cut: it starts before its field and overwrites what stands there
+};
+
+enum class Absent { Default, LeaveOut, Random };
+
+enum class Calls { Both, FirstOnly };
+
+// One terminal data object. Where the second call differs from the first, a column says so.
+struct TerminalObject {
+    char key; // in the caller's text; none: always the default
+    Tag tag;
+    std::size_t width;
+    Absent absent;
+    const std::uint8_t* value; // the default
+    TooLong inFirst;           // in the second call nothing overruns: it is cut
+    Calls calls;
+    Tag tagWhenGivenInSecond; // what the second call writes a given value under
+    bool gapWhenGivenInSecond; // one byte stands between tag and length there
+};
+
+constexpr TerminalObject object(char key, Tag tag, std::size_t width, const std::uint8_t* value, TooLong inFirst)
+{
+    return {key, tag, width, Absent::Default, value, inFirst, Calls::Both, tag, false};
+}
+
+constexpr TerminalObject optional(char key, Tag tag, std::size_t width, TooLong inFirst)
+{
+    return {key, tag, width, Absent::LeaveOut, nullptr, inFirst, Calls::Both, tag, false};
+}
+
+constexpr char kNoKey = '\0';
+
+constexpr TerminalObject kObjects[] = {
+    object('P', tag::kAmountAuthorised, 6, kZeros, TooLong::Overrun),
+    object('Q', tag::kAmountOther, 6, kZeros, TooLong::Overrun),
+    object('J', tag::kCountryCode, 2, kChina, TooLong::Overrun),
+    {'L', tag::kTvr, 5, Absent::Default, kTvr, TooLong::Overrun, Calls::Both, tag::kTvr, true},
+    object('R', tag::kCurrencyCode, 2, kChina, TooLong::Overrun),
+    object('T', tag::kTransactionType, 1, kOne, TooLong::Cut),
+    optional('S', tag::kTransactionDate, 3, TooLong::KeepEnd),
+    optional('U', kTag9F21, 3, TooLong::Cut),
+    {'K', tag::kUnpredictableNumber, 4, Absent::Random, nullptr, TooLong::Cut, Calls::Both,
+     tag::kUnpredictableNumber, false},
+    object('M', kTag9F66, 4, kTtq, TooLong::Cut),
+    {'N', kTag9F7A, 1, Absent::Default, kOne, TooLong::Cut, Calls::Both, kTag9F66, false},
+    object('O', kTag9F7B, 6, kCashLimit, TooLong::Cut),
+    {kNoKey, kTagDF60, 1, Absent::Default, kOne, TooLong::Cut, Calls::FirstOnly, kTagDF60, false},
+    object('V', kTag9F4E, kMerchantNameSize, kBankName, TooLong::Cut),
+    object(kNoKey, kTagDF69, 1, kOne, TooLong::Cut),
+};
+
+// Appends a field of zeros with the value right-aligned in it. A value that overruns writes over what stands before
+// its field; what would fall before the list is dropped.
+void putField(TerminalData& data, std::size_t width, ByteView value, TooLong tooLong)
+{
+    if (tooLong == TooLong::Cut) {
+        value = value.first(width);
+    } else if (tooLong == TooLong::KeepEnd && value.size() > width) {
+        value = value.from(value.size() - width);
+    }
+    if (!data.skip(width)) {
+        return;
+    }
+    if (value.size() > data.size()) {
+        value = value.from(value.size() - data.size());
+    }
+    if (!value.empty()) {
+        std::memcpy(data.data() + data.size() - value.size(), value.data(), value.size());
+    }
+}
+
+// Not a cryptographic number: it is the terminal's part of what the card signs.
+void putRandom(TerminalData& data, std::size_t width)
+{
+    std::srand(static_cast<unsigned>(std::time(nullptr)));
+    for (std::size_t i = 0; i < width; ++i) {
+        data.append(static_cast<std::uint8_t>(std::rand() & 0xFF));
+    }
+}
+
+void putAbsent(TerminalData& data, const TerminalObject& item)
+{
+    if (item.absent == Absent::LeaveOut) {
+        return;
+    }
+    putHeader(data, item.tag, item.width);
+    if (item.absent == Absent::Random) {
+        putRandom(data, item.width);
+    } else {
+        data.append(ByteView(item.value, item.width));
+    }
+}
+
+TagValue valueGiven(const LetteredItems& given, const TerminalObject& item)
+{
+    return item.key == kNoKey ? TagValue{} : given.value(item.key);
+}
+
+void putInFirst(TerminalData& data, const LetteredItems& given, const TerminalObject& item)
+{
+    const TagValue value = valueGiven(given, item);
+    if (!value.found) {
+        putAbsent(data, item);
+        return;
+    }
+    putHeader(data, item.tag, item.width);
+    putField(data, item.width, value.view(), item.inFirst);
+}
+
+void putInSecond(TerminalData& data, const LetteredItems& given, const TerminalObject& item)
+{
+    if (item.calls == Calls::FirstOnly) {
+        return;
+    }
+    const TagValue value = valueGiven(given, item);
+    if (!value.found) {
+        putAbsent(data, item);
+        return;
+    }
+    data.append(item.tagWhenGivenInSecond.view());
+    data.skip(item.gapWhenGivenInSecond ? 1 : 0);
+    data.append(static_cast<std::uint8_t>(item.width));
+    putField(data, item.width, value.view(), item.inFirst == TooLong::KeepEnd ? TooLong::KeepEnd : TooLong::Cut);
+}
+
+} // namespace
+
+void buildFirstData(const LetteredItems& given, TerminalData& data)
+{
+    for (const TerminalObject& item : kObjects) {
+        putInFirst(data, given, item);
+    }
+    endList(data);
+}
+
+void buildSecondData(const LetteredItems& given, ByteView responseCode, TerminalData& data)
+{
+    putObject(data, kTag8A, responseCode);
+    for (const TerminalObject& item : kObjects) {
+        putInSecond(data, given, item);
+    }
+    endList(data);
+}
+
+// ---------------------------------------------------------------- the query
+
+void buildQueryData(TerminalData& data)
+{
+    // The number that stands for an unpredictable one: nothing is signed in a query.
+    static constexpr std::uint8_t kAmount[] = {0x00, 0x00, 0x00, 0x00, 0x00, 0x12};
+    static constexpr std::uint8_t kFixedNumber[] = {0x12, 0x34, 0x56, 0x78};
+
+    std::uint8_t today[3] = {};
+    GetYYMMDD(today);
+    const struct {
+        Tag tag;
+        ByteView value;
+    } objects[] = {
+        {tag::kAmountAuthorised, {kAmount, sizeof kAmount}},
+        {tag::kAmountOther, {kZeros, 6}},
+        {tag::kCountryCode, {kChina, sizeof kChina}},
+        {tag::kTvr, {kTvr, sizeof kTvr}},
+        {tag::kCurrencyCode, {kChina, sizeof kChina}},
+        {tag::kTransactionType, {kOne, sizeof kOne}},
+        {tag::kUnpredictableNumber, {kFixedNumber, sizeof kFixedNumber}},
+        {kTag9F66, {kTtq, sizeof kTtq}},
+        {kTag9F7A, {kOne, sizeof kOne}},
+        {kTag9F7B, {kCashLimit, sizeof kCashLimit}},
+        {kTag9F4E, {kBankName, kMerchantNameSize}},
+        {tag::kTransactionDate, {today, sizeof today}},
+        {kTagDF60, {kOne, sizeof kOne}},
+        {kTagDF69, {kOne, sizeof kOne}},
+    };
+    for (const auto& item : objects) {
+        putObject(data, item.tag, item.value);
+    }
+    endList(data);
+}
+
+} // namespace vorn

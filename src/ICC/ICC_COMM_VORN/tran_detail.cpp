@@ -1,0 +1,149 @@
+// SPDX-License-Identifier: Apache-2.0
+// IC_GetTranDeta: the card's transaction log as lettered fields.
+#include "ICC/ICC_COMM_VORN/application.h"
+#include "ICC/ICC_COMM_VORN/call_frame.h"
+#include "card/tags.h"
+#include "public/local_log.h"
+
+#include "ICC_COMM_VORN.h"
+
+#include <cstdio>
+#include <cstring>
+
+using namespace vorn;
+
+namespace {
+
+// A field and where its bytes lie in a log record. The layout is fixed; the card's own log format is not asked for.
+struct LogField {
+    char letter;
+    std::size_t at;
+    std::size_t size;
+    bool textCounts; // false: the text is written over by the next field
+};
+
+constexpr LogField kFieldsBeforeName[] = {
+    {'P', 6, 6, false}, // the authorised amount never reaches the caller: hosts read the next field right behind P012
+    {'Q', 12, 6, true},
+    {'R', 20, 2, true},
+    {'S', 0, 3, true},
+    {'T', 42, 1, true},
+    {'U', 3, 3, true},
+    {'V', 18, 2, true},
+};
+constexpr LogField kCounterField = {'X', 43, 2, true};
+
+constexpr std::size_t kNameAt = 22;
+constexpr std::size_t kNameSize = 20;
+
+// A log record, zeros behind it.
+struct LogRecord {
+    std::uint8_t bytes[VORN_RESPONSE_MAX + 1] = {};
+    std::uint8_t size = 0;
+};
+
+class Detail {
+public:
+    void add(const LogRecord& record)
+    {
+        for (const LogField& field : kFieldsBeforeName) {
+            addHex(field, record);
+        }
+        addName(record);
+        addHex(kCounterField, record);
+    }
+
+    const char* text() const { return text_; }
+    int length() const { return length_; }
+
+private:
+    void print(const char* head, int count, const char* text)
+    {
+        length_ += std::snprintf(text_ + length_, sizeof text_ - static_cast<std::size_t>(length_), "%s%03d%s", head,
+                                 count, text);
+    }
+
+    void addHex(const LogField& field, const LogRecord& record)
+    {
+        const char head[] = {field.letter, '\0'};
+        char hex[2 * 6 + 1];
+        storeHex(hex, ByteView(record.bytes + field.at, field.size));
+        const int count = static_cast<int>(2 * field.size);
+        print(head, count, hex);
+        if (!field.textCounts) {
+            length_ -= count;
+            text_[length_] = '\0';
+        }
+    }
+
+    // The count is that of the card's own bytes up to the first zero, wherever that stands; the text is the name in
+    // UTF-8. The two do not agree for Chinese names, and hosts know it.
+    void addName(const LogRecord& record)
+    {
+        char utf8[512] = {};
+        GbkToUtf8(reinterpret_cast<const char*>(record.bytes + kNameAt), kNameSize, utf8, sizeof utf8);
+        print("W", static_cast<int>(std::strlen(reinterpret_cast<const char*>(record.bytes + kNameAt))), utf8);
+    }
+
+    char text_[ICC_TX_DETAIL_CAPACITY + 64] = {}; // room for the amount that is written over
+    int length_ = 0;
+};
+
+// A record that cannot be read ends the log and powers the card off at once.
+void readLog(std::uint8_t shortFileId, int records, Detail& detail)
+{
+    for (int number = 1; number <= records; ++number) {
+        LogRecord record;
+        if (vrdk_ReadRecord(static_cast<std::uint8_t>(number), shortFileId, record.bytes, &record.size) != VORN_OK) {
+            vr_closeicc();
+            return;
+        }
+        detail.add(record);
+    }
+}
+
+int readDetail(const char* pszAIDlist, int* pnTxDetailLen, char* pszTxDetail)
+{
+    Application application;
+    const Selection selection = selectApplication(pszAIDlist, application);
+    if (selection.outcome != Selection::Outcome::Selected) {
+        return endCall(CardPower::Off, selection.code());
+    }
+    const TagValue logEntry = readTag(tag::kLogEntry, application.fciView());
+    if (logEntry.size < 2) {
+        storeText(pszTxDetail, "");
+        return endCall(CardPower::Off, VORN_OBJECT_MISSING);
+    }
+    Detail detail;
+    readLog(logEntry.bytes[0], logEntry.bytes[1], detail);
+    storeText(pszTxDetail, detail.text());
+    store(pnTxDetailLen, detail.length());
+    logService("pnTxDetailLen:%d\r\n", detail.length());
+    logService("TxDetail:%s\r\n", detail.text());
+    return endCall(CardPower::Off, VORN_OK);
+}
+
+} // namespace
+
+extern "C" int IC_GetTranDeta(const char* nPortNo, const char* extendPort, int nBaudRate, int nTimeout,
+                              int* pnIcType, const char* pszAIDlist, int* pnTxDetailLen, char* pszTxDetail)
+{
+    traceCall("IC_GetTranDeta", nPortNo, extendPort, nBaudRate, nTimeout);
+    choosePort(nPortNo);
+    traceActualInput();
+    const int icType = pnIcType == nullptr ? 0 : *pnIcType;
+    logService("IC_GetTranDeta nPortNo:%s,extendPort:%s,nBaudRate:%d,nTimeout:%d,pnIcType:%d,pszAIDlist:%s\r\n",
+               textOf(nPortNo), textOf(extendPort), nBaudRate, nTimeout, icType, textOf(pszAIDlist));
+    if (opdev() != VORN_OK) {
+        return VORN_OPEN_FAILED;
+    }
+    const Activation card = waitForCardUnbounded(icType, nTimeout);
+    if (card.timedOut) {
+        return endCall(CardPower::Stays, VORN_NO_CARD_IN_TIME);
+    }
+    if (card.result != VORN_OK) {
+        return endCall(CardPower::Stays, card.result);
+    }
+    store(pnIcType, int{m_VrICType});
+    return readDetail(pszAIDlist, pnTxDetailLen, pszTxDetail);
+}
