@@ -39,7 +39,7 @@ enum ICC_capacity {
     ICC_ATR_CAPACITY = VORN_PAYLOAD_TEXT_CAPACITY,      /* pszATR of IC_PowerOn, pszUID of IC_M1ActiveCard */
     ICC_RESPONSE_CAPACITY = VORN_PAYLOAD_TEXT_CAPACITY, /* pszResp of IC_SendAPDU */
     ICC_USER_INFO_CAPACITY = 12 * (4 + 510) + 1,        /* pszUsrInfo: twelve fields of a 255-byte value */
-    ICC_TX_DETAIL_CAPACITY = 255 * (70 + 34) + 1,       /* pszTxDetail: 255 log records */
+    ICC_TX_DETAIL_CAPACITY = 255 * (70 + 64) + 1,       /* pszTxDetail: 255 log records, 20 bytes as 60 of UTF-8 */
     ICC_CRYPTOGRAM_CAPACITY = 2 * 1100 + 1,             /* pszARQC, pszTC */
     ICC_STATE_CAPACITY = 2 * VORN_APPDATA_CAPACITY + 1, /* icc_tempappdata */
     ICC_SCRIPT_RESULT_CAPACITY = 17,                    /* pszScriptResult */

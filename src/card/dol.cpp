@@ -140,14 +140,13 @@ int vrdk_findtaginDOL(const unsigned char* tag, int tagLength, const unsigned ch
 int vrdk_BuildDOL(const unsigned char* source, int sourceLength, const unsigned char* dol, int dolLength,
                   unsigned char* output, int* outputLength)
 {
-    *outputLength = 0;
     DolValues values;
-    if (!buildDol(tlvBufferOf(source, sourceLength), viewOf(dol, dolLength), values)) {
-        return -1;
+    const bool built = buildDol(tlvBufferOf(source, sourceLength), viewOf(dol, dolLength), values);
+    if (values.size() > 0) {
+        std::memcpy(output, values.data(), values.size()); // of a list that breaks off, the fields before the break
     }
-    std::memcpy(output, values.data(), values.size());
     *outputLength = static_cast<int>(values.size());
-    return 0;
+    return built ? 0 : -1;
 }
 
 } // extern "C"

@@ -5,6 +5,14 @@
 #include <cstdio>
 #include <dlfcn.h>
 
+// A terminal's C library may be older than the one the library is built with: these have been there all along, under
+// the first version of the target, in the C library's own libdl then.
+#if defined(__aarch64__)
+__asm__(".symver dlopen,dlopen@GLIBC_2.17");
+__asm__(".symver dlsym,dlsym@GLIBC_2.17");
+__asm__(".symver dlclose,dlclose@GLIBC_2.17");
+#endif
+
 namespace {
 
 using HostLog = void (*)(void* a1, void* a2, void* a3, int a4, void* a6);

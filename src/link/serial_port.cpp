@@ -5,6 +5,7 @@
 
 #include "vorn/link.h"
 
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -53,7 +54,7 @@ struct termio _vr_tsavebuf; // those read at open, put back at close
 // have closed it itself, and its number may be another file's by now.
 struct OpenTty {
     int descriptor = -1;
-    unsigned device = 0;
+    unsigned device = 0; // 0: no tty at all
     bool changed = false; // settings to put back
 };
 OpenTty tty;
@@ -62,6 +63,14 @@ unsigned deviceOf(int descriptor)
 {
     unsigned device = 0;
     return ioctl(descriptor, TIOCGDEV, &device) == 0 ? device : 0;
+}
+
+// A tty that was hung up answers no more, and is to be closed all the same.
+bool stillOurs()
+{
+    errno = 0;
+    const unsigned device = deviceOf(tty.descriptor);
+    return device == tty.device || errno == EIO;
 }
 
 void closeTty(int descriptor)
@@ -77,7 +86,7 @@ void releaseSerial()
     if (tty.descriptor < 0) {
         return;
     }
-    if (deviceOf(tty.descriptor) == tty.device) {
+    if (stillOurs()) {
         if (tty.changed) {
             ioctl(tty.descriptor, TCSETAF, &_vr_tsavebuf);
         }

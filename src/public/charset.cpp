@@ -12,10 +12,13 @@ int convert(const char* from, const char* to, const char* input, unsigned long i
             unsigned long outputCapacity)
 {
     iconv_t descriptor = iconv_open(to, from);
-    if (reinterpret_cast<std::intptr_t>(descriptor) == -1 || descriptor == nullptr) {
+    if (descriptor == nullptr) {
         return -1;
     }
-    std::memset(output, 0, outputCapacity);
+    std::memset(output, 0, outputCapacity); // hosts find an empty text when the system lacks a code set
+    if (reinterpret_cast<std::intptr_t>(descriptor) == -1) {
+        return -1;
+    }
     char* in = const_cast<char*>(input);
     std::size_t inLeft = inputLength;
     std::size_t outLeft = outputCapacity;

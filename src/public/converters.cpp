@@ -158,8 +158,7 @@ void AscToBcd(unsigned char* bytes, const char* digits, int count, unsigned int 
 void GetYYMMDD(unsigned char* date)
 {
     const std::time_t now = std::time(nullptr);
-    std::tm local{};
-    localtime_r(&now, &local);
+    const std::tm& local = *std::localtime(&now); // unlike localtime_r it notices a change of the terminal's zone
     char digits[40];
     std::snprintf(digits, sizeof digits, "%02d%02d%02d", local.tm_year % 100, local.tm_mon + 1, local.tm_mday);
     unsigned char packed[4] = {};
