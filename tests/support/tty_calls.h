@@ -14,6 +14,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstddef>
+#include <string>
 #include <vector>
 
 namespace vorn::test {
@@ -24,6 +25,7 @@ struct TtyCalls {
     int refuseGet = 0;                        // 1: the next reading of the settings is refused, 2: the one after it
     bool refuseSet = false;                   // no settings are accepted
     int watched = -1;                         // the descriptor whose writes are noted
+    std::vector<std::string> order;           // its writes and speeds: "write 4", "speed 000D"
     std::vector<std::size_t> pieces;          // their sizes
     std::size_t takenOfPiece = std::size_t(-1); // a line that takes no more of each piece than this
 };
@@ -59,6 +61,11 @@ extern "C" int ioctl(int descriptor, unsigned long request, ...) noexcept
             return -1;
         }
         calls.applied.push_back(*static_cast<const struct termio*>(argument));
+        if (descriptor == calls.watched) {
+            const unsigned code = calls.applied.back().c_cflag & unsigned{CBAUD};
+            calls.order.push_back("speed " + vorn::test::toHex({static_cast<std::uint8_t>(code >> 8),
+                                                                static_cast<std::uint8_t>(code & 0xFF)}));
+        }
     }
     return static_cast<int>(syscall(SYS_ioctl, descriptor, request, argument));
 }
@@ -68,6 +75,7 @@ extern "C" ssize_t write(int descriptor, const void* bytes, std::size_t size)
     vorn::test::TtyCalls& calls = vorn::test::ttyCalls();
     if (descriptor == calls.watched && descriptor >= 0) {
         calls.pieces.push_back(size);
+        calls.order.push_back("write " + std::to_string(size));
         size = size < calls.takenOfPiece ? size : calls.takenOfPiece;
     }
     return syscall(SYS_write, descriptor, bytes, size);
