@@ -374,6 +374,21 @@ TEST_F(HostileCard, WithADirectoryThatNamesItself)
     expectSound(result);
 }
 
+TEST_F(HostileCard, WithADirectoryThatNamesItselfManyTimes)
+{
+    Answers answers;
+    std::string entries;
+    for (int i = 0; i < 8; ++i) {
+        entries += tlv("61", tlv("9D", kPseName));
+    }
+    answers.directoryRecord = tlv("70", entries);
+    card.answer = answers;
+    const int result = call();
+    EXPECT_EQ(result, -26);
+    EXPECT_EQ(card.timesAsked(kSelectPse), static_cast<std::size_t>(VORN_DIRECTORIES_MAX));
+    expectSound(result);
+}
+
 TEST_F(HostileCard, WithADirectoryThatNamesItselfBehindAnEntry)
 {
     Answers answers;

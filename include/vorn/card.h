@@ -132,7 +132,8 @@ typedef struct flist {
 
 enum vorn_selection_limit {
     VORN_AID_CANDIDATES_MAX = 255, /* a card that finds a next occurrence for ever is left at this count */
-    VORN_DIRECTORY_DEPTH_MAX = 8   /* directories nested deeper are ignored */
+    VORN_DIRECTORY_DEPTH_MAX = 8,  /* directories nested deeper are ignored */
+    VORN_DIRECTORIES_MAX = 64      /* and so are further ones of a card that names so many in one selection */
 };
 
 /* Selects a directory (as a rule "1PAY.SYS.DDF01") and reads its entries, nested directories included.

@@ -11,7 +11,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <initializer_list>
-#include <initializer_list>
 
 namespace vorn {
 namespace {
@@ -91,12 +90,18 @@ private:
     std::size_t searchedSize_ = 0;
 };
 
-int readNamedDirectory(ByteView name, alist& head, int depth);
+// How deep a directory lies, and how many may still be read: a card could otherwise name directories for ever.
+struct Nesting {
+    int depth;
+    int& left;
+};
+
+int readNamedDirectory(ByteView name, alist& head, Nesting nesting);
 
 // Fills a list from one directory's entries.
 class DirectoryReader {
 public:
-    DirectoryReader(alist& head, int depth) : current_(&head), depth_(depth) {}
+    DirectoryReader(alist& head, Nesting nesting) : current_(&head), nesting_(nesting) {}
 
     int read(ByteView fci)
     {
@@ -132,10 +137,11 @@ private:
         }
         if (inner.first(1) == tag::kAid.view()) {
             addApplication(name, inner);
-        } else if (inner.first(1) == tag::kDdfName.view() && depth_ < VORN_DIRECTORY_DEPTH_MAX) {
+        } else if (inner.first(1) == tag::kDdfName.view() && nesting_.depth < VORN_DIRECTORY_DEPTH_MAX &&
+                   nesting_.left > 0) {
             // The nested directory fills its records in behind the current one, which stays where it is: entries
             // that follow here write over them.
-            count_ += readNamedDirectory(name, *current_, depth_ + 1);
+            count_ += readNamedDirectory(name, *current_, {nesting_.depth + 1, nesting_.left});
         }
     }
 
@@ -171,17 +177,18 @@ private:
     void dropBehindCurrent() { freeCandidates(*current_); }
 
     alist* current_;
-    int depth_;
+    Nesting nesting_;
     int count_ = 0;
 };
 
-int readNamedDirectory(ByteView name, alist& head, int depth)
+int readNamedDirectory(ByteView name, alist& head, Nesting nesting)
 {
+    --nesting.left;
     Fci fci;
     if (selectByName(name, kFirst, fci) != kSuccess) {
         return 0;
     }
-    return DirectoryReader(head, depth).read(fci.view());
+    return DirectoryReader(head, nesting).read(fci.view());
 }
 
 // ---------------------------------------------------------------- by AID
@@ -277,14 +284,16 @@ extern "C" {
 
 int vrdk_PseAppSelect(const unsigned char* name, int nameLength, alist* head)
 {
+    int left = VORN_DIRECTORIES_MAX;
     head->next = nullptr;
-    return readNamedDirectory(viewOf(name, nameLength), *head, 1);
+    return readNamedDirectory(viewOf(name, nameLength), *head, {1, left});
 }
 
 int vrdk_checkADF(const unsigned char* fci, int fciLength, alist* head)
 {
+    int left = VORN_DIRECTORIES_MAX - 1;
     head->next = nullptr;
-    return DirectoryReader(*head, 1).read(viewOf(fci, fciLength));
+    return DirectoryReader(*head, {1, left}).read(viewOf(fci, fciLength));
 }
 
 int vrdk_AidAppSelect(int prefixAllowed, const unsigned char* aid, int aidLength, flist* head)

@@ -150,7 +150,8 @@ int vrdk_gettagvalue(const unsigned char* tag, int tagLength, const unsigned cha
 int vrdk_GetTagData(int tagLength, const unsigned char* object, unsigned char* value, unsigned char* valueLength)
 {
     const unsigned char* field = object + tagLength;
-    const LengthField length = lengthField(ByteView(field, field[0] == kTwoLengthBytes ? 3 : field[0] == kOneLengthByte ? 2 : 1));
+    const std::size_t fieldSize = field[0] == kTwoLengthBytes ? 3 : field[0] == kOneLengthByte ? 2 : 1;
+    const LengthField length = lengthField(ByteView(field, fieldSize));
     *valueLength = static_cast<unsigned char>(length.value); // of two length bytes only the low one
     std::memmove(value, field + length.size, *valueLength);
     return 0;

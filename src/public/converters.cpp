@@ -68,7 +68,9 @@ char* ConvAscii(const unsigned char* bytes, char* text, unsigned int count)
 int AsciiToHex(const char* text, unsigned char* bytes, int count)
 {
     for (int i = 0; i < count; i += 2) {
-        bytes[i / 2] = asByte(pairFromHex(static_cast<unsigned char>(text[i]), static_cast<unsigned char>(text[i + 1])));
+        const auto first = static_cast<unsigned char>(text[i]);
+        const auto second = static_cast<unsigned char>(text[i + 1]);
+        bytes[i / 2] = asByte(pairFromHex(first, second));
     }
     return count;
 }
