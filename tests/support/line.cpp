@@ -142,10 +142,12 @@ void Line::serve()
     if (master_ < 0) {
         return;
     }
-    Bytes bytes(8192);
-    const ssize_t n = read(master_, bytes.data(), bytes.size());
-    if (n > 0) {
-        bytes.resize(static_cast<std::size_t>(n));
+    Bytes bytes;
+    std::uint8_t part[4096];
+    for (ssize_t n = 0; (n = read(master_, part, sizeof part)) > 0;) {
+        bytes.insert(bytes.end(), part, part + n);
+    }
+    if (!bytes.empty()) {
         const int speedNow = speed();
         pieces_.push_back(toHex(bytes) + "@" + std::to_string(speedNow));
         sent_.insert(sent_.end(), bytes.begin(), bytes.end());

@@ -1,0 +1,334 @@
+// SPDX-License-Identifier: Apache-2.0
+// Links that were left open, and openings that failed: what the next opening gives back, and that it does so quietly.
+#include "support/scripted_reader.h"
+#include "support/tty_calls.h"
+
+#include "ICC_COMM_VORN.h"
+
+#include <fcntl.h>
+
+#include <cstring>
+#include <filesystem>
+#include <string>
+
+using namespace vorn::test;
+
+namespace {
+
+bool isOpen(int descriptor) { return fcntl(descriptor, F_GETFD) != -1; }
+
+std::string fileOf(int descriptor)
+{
+    return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor)).string();
+}
+
+bool sameSettings(const struct termio& a, const struct termio& b)
+{
+    return a.c_iflag == b.c_iflag && a.c_oflag == b.c_oflag && a.c_cflag == b.c_cflag && a.c_lflag == b.c_lflag &&
+           std::memcmp(a.c_cc, b.c_cc, sizeof a.c_cc) == 0;
+}
+
+class LinkRelease : public ReaderTest {
+protected:
+    LinkRelease()
+    {
+        ttyCalls() = TtyCalls{};
+        m_portmode = 0;
+        Clock::onSleep([this] { serveBoth(); }); // of two lines the last made would be the one that is served
+    }
+
+    ~LinkRelease() override
+    {
+        ttyCalls() = TtyCalls{};
+        openNothing();
+    }
+
+    int open(const Line& which, const std::string& tail = ":9600,N,8,1") { return openParam(which.param(tail)); }
+
+    int openParam(std::string param) { return OpenDev(0, param.data()); }
+
+    // An opening that takes nothing, and so only gives back.
+    void openNothing() { EXPECT_EQ(openParam(""), -1); }
+
+    int openSession(const Line& which)
+    {
+        vr_comportmode = 0;
+        std::snprintf(vr_comportparam, sizeof vr_comportparam, "%s", which.param().c_str());
+        return opdev();
+    }
+
+    void serveBoth()
+    {
+        line.serve();
+        other.serve();
+    }
+
+    Line other;
+};
+
+TEST_F(LinkRelease, TheNextOpeningClosesTheLinkLeftOpenAndPutsItsSettingsBack)
+{
+    const struct termio before = line.settings();
+    const int first = open(line);
+    ASSERT_GE(first, 0);
+    ASSERT_EQ(Set_baud(first, 38400), 0);
+    const int descriptors = openDescriptors();
+    const int second = open(other);
+    ASSERT_GE(second, 0);
+    EXPECT_TRUE(sameSettings(line.settings(), before));
+    EXPECT_EQ(openDescriptors(), descriptors);
+    char name[64] = {};
+    ASSERT_EQ(ttyname_r(second, name, sizeof name), 0);
+    EXPECT_EQ(std::string(name), "/dev/" + other.port());
+    closeDev(second);
+}
+
+TEST_F(LinkRelease, TheReleaseSaysNothing)
+{
+    ASSERT_GE(open(line), 0);
+    EXPECT_EQ(standardErrorOf([&] { EXPECT_EQ(standardOutputOf([&] { ASSERT_GE(open(other), 0); }), ""); }), "");
+    line.serve();
+    other.serve();
+    EXPECT_TRUE(line.sent().empty());
+    EXPECT_TRUE(other.sent().empty());
+    EXPECT_TRUE(Clock::sleeps().empty());
+    EXPECT_EQ(serviceLog() + traceLog(), "");
+}
+
+TEST_F(LinkRelease, TheReleaseOfALineThatWasHungUpSaysNothingEither)
+{
+    const int first = open(line);
+    ASSERT_GE(first, 0);
+    line.hangUp();
+    const int descriptors = openDescriptors();
+    EXPECT_EQ(standardErrorOf([&] { ASSERT_GE(open(other), 0); }), "");
+    EXPECT_EQ(openDescriptors(), descriptors);
+}
+
+TEST_F(LinkRelease, OpeningsWithoutClosingDoNotPileUp)
+{
+    const int descriptors = openDescriptors();
+    for (int i = 0; i < 50; ++i) {
+        ASSERT_GE(open(i % 3 == 0 ? other : line), 0);
+        ASSERT_EQ(openDescriptors(), descriptors + 1);
+    }
+    openNothing();
+    EXPECT_EQ(openDescriptors(), descriptors);
+}
+
+TEST_F(LinkRelease, ALineOpenedTwiceGetsItsFirstSettingsBack)
+{
+    struct termio settings = line.settings();
+    settings.c_iflag = 0x0123;
+    settings.c_lflag = 0x0B3B;
+    settings.c_cc[VMIN] = 9;
+    line.setSettings(settings);
+    const struct termio before = line.settings();
+    ASSERT_GE(open(line), 0);
+    ASSERT_GE(open(line, ":19200,N,8,1"), 0);
+    const int third = open(line, ":2400,N,8,1");
+    ASSERT_GE(third, 0);
+    closeDev(third);
+    EXPECT_TRUE(sameSettings(line.settings(), before));
+}
+
+TEST_F(LinkRelease, AnOpeningThatFailsReleasesTheLinkLeftOpenToo)
+{
+    const struct termio before = line.settings();
+    const int descriptors = openDescriptors();
+    for (const char* param : {"", "no-such-tty:9600,N,8,1", "ttyS1", ":9600"}) {
+        SCOPED_TRACE(param);
+        ASSERT_GE(open(line), 0);
+        EXPECT_EQ(openParam(param), -1);
+        EXPECT_EQ(openDescriptors(), descriptors);
+        EXPECT_TRUE(sameSettings(line.settings(), before));
+    }
+}
+
+TEST_F(LinkRelease, DescriptorsOfFailedOpeningsDoNotPileUp)
+{
+    const int descriptors = openDescriptors();
+    for (int i = 0; i < 50; ++i) {
+        EXPECT_EQ(open(line, ":57600,N,8,1"), -1);
+        ASSERT_EQ(openDescriptors(), descriptors + 1);
+        EXPECT_EQ(openParam("null:9600,N,8,1"), -1);
+        ASSERT_EQ(openDescriptors(), descriptors + 1);
+        ttyCalls().refuseGet = 1 + i % 2;
+        EXPECT_EQ(open(line), -1);
+        ASSERT_EQ(openDescriptors(), descriptors + 1);
+    }
+    openNothing();
+    EXPECT_EQ(openDescriptors(), descriptors);
+}
+
+TEST_F(LinkRelease, AFailedOpeningLeavesTheSettingsAlone)
+{
+    struct termio settings = line.settings();
+    settings.c_iflag = 0x0500;
+    settings.c_cc[VTIME] = 3;
+    line.setSettings(settings);
+    const struct termio before = line.settings();
+    EXPECT_EQ(open(line, ":57600,N,8,1"), -1);
+    ttyCalls().applied.clear();
+    openNothing();
+    EXPECT_TRUE(ttyCalls().applied.empty()); // nothing was changed, so nothing is put back
+    EXPECT_TRUE(sameSettings(line.settings(), before));
+}
+
+TEST_F(LinkRelease, AFailedOpeningBehindAGoodOnePutsBackOnlyTheGoodOnesSettings)
+{
+    struct termio settings = other.settings();
+    settings.c_iflag = 0x0040;
+    other.setSettings(settings);
+    const struct termio lineBefore = line.settings();
+    const struct termio otherBefore = other.settings();
+    ASSERT_GE(open(line), 0);
+    EXPECT_EQ(open(other, ":57600,N,8,1"), -1);
+    openNothing();
+    EXPECT_TRUE(sameSettings(line.settings(), lineBefore));
+    EXPECT_TRUE(sameSettings(other.settings(), otherBefore));
+}
+
+TEST_F(LinkRelease, AClosedLinkIsNotReleasedAgain)
+{
+    const int first = open(line);
+    ASSERT_GE(first, 0);
+    closeDev(first);
+    struct termio settings = line.settings();
+    settings.c_iflag = 0x0001; // what the host does with its line afterwards is its own
+    line.setSettings(settings);
+    const struct termio after = line.settings();
+    const int second = open(other);
+    ASSERT_GE(second, 0);
+    EXPECT_TRUE(sameSettings(line.settings(), after));
+    closeDev(second);
+    EXPECT_TRUE(sameSettings(line.settings(), after));
+}
+
+TEST_F(LinkRelease, ANumberThatIsAnotherFilesByNowIsLeftAlone)
+{
+    const int first = open(line);
+    ASSERT_GE(first, 0);
+    close(first); // the host itself
+    const int file = ::open("/dev/null", O_RDWR | O_CLOEXEC);
+    ASSERT_EQ(file, first) << "the number was to be used again";
+    const int second = open(other);
+    ASSERT_GE(second, 0);
+    EXPECT_NE(second, file); // it would have got the number, had the file been closed
+    EXPECT_EQ(fileOf(file), "/dev/null");
+    closeDev(second);
+    close(file);
+}
+
+TEST_F(LinkRelease, ADescriptorThatARefusedSpeedClosedIsNotClosedAgain)
+{
+    const int first = open(line);
+    ASSERT_GE(first, 0);
+    ttyCalls().refuseSet = true;
+    EXPECT_EQ(Set_baud(first, 38400), -1);
+    ttyCalls().refuseSet = false;
+    const int reused = ::open(("/dev/" + line.port()).c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_EQ(reused, first) << "the number was to be used again";
+    const int second = open(other);
+    ASSERT_GE(second, 0);
+    EXPECT_NE(second, reused);
+    EXPECT_EQ(fileOf(reused), "/dev/" + line.port()); // the same tty even, but the host's
+    close(reused);
+}
+
+// ---------------------------------------------------------------- sessions with the reader
+
+TEST_F(LinkRelease, ASessionLeftOpenLeavesTheLineSequencesAsTheyAre)
+{
+    ASSERT_EQ(openSession(line), 0);
+    ASSERT_EQ(openSession(line), 0);
+    EXPECT_EQ(line.speed(), 38400);
+    EXPECT_EQ(cldev(), 0);
+    EXPECT_EQ(reader.lineEvents(), (std::vector<std::string>{"ESC $ I 2 at 9600", "ESC $ I 2 at 9600",
+                                                              "ESC $ I 4 at 38400", "ESC $ B ESC % A at 9600"}));
+    EXPECT_TRUE(linkClosed());
+}
+
+TEST_F(LinkRelease, SessionsLeftOpenDoNotPileUp)
+{
+    const int descriptors = openDescriptors();
+    for (int i = 0; i < 30; ++i) {
+        ASSERT_EQ(openSession(i % 2 == 0 ? line : other), 0);
+        ASSERT_EQ(openDescriptors(), descriptors + 1);
+    }
+    EXPECT_EQ(cldev(), 0);
+    EXPECT_EQ(openDescriptors(), descriptors);
+    EXPECT_TRUE(linkClosed());
+}
+
+TEST_F(LinkRelease, ACallBehindASessionLeftOpenLeavesNothingBehind)
+{
+    ASSERT_EQ(openSession(other), 0);
+    const struct termio whileOpen = other.settings();
+    reader.powerOn("3B00");
+    char atr[ICC_ATR_CAPACITY];
+    EXPECT_EQ(IC_PowerOn(port(), "", 9600, 5, 1, 0, atr), 0);
+    EXPECT_STREQ(atr, "3B00");
+    EXPECT_TRUE(linkClosed());
+    EXPECT_FALSE(sameSettings(other.settings(), whileOpen));
+}
+
+TEST_F(LinkRelease, ACallThatCannotOpenItsLinkReleasesTheOneLeftOpen)
+{
+    const int descriptors = openDescriptors();
+    ASSERT_EQ(openSession(line), 0);
+    EXPECT_EQ(IC_PowerOff("no-such-tty", "", 9600, 5, 1, 0), -3);
+    EXPECT_EQ(openDescriptors(), descriptors);
+    EXPECT_TRUE(linkClosed());
+}
+
+TEST_F(LinkRelease, CallsWhoseLinkCannotBeOpenedDoNotPileUp)
+{
+    const int descriptors = openDescriptors();
+    for (int i = 0; i < 50; ++i) {
+        EXPECT_EQ(IC_PowerOff("null", "", 9600, 5, 1, 0), -3);
+        ASSERT_LE(openDescriptors(), descriptors + 1); // the last one's stays until the next opening
+    }
+    openNothing();
+    EXPECT_EQ(openDescriptors(), descriptors);
+}
+
+// When the line refuses its new speed, the descriptor is closed and its number may soon be another file's.
+TEST_F(LinkRelease, ASessionWithoutASpeedTouchesNoOtherFile)
+{
+    Clock::onSleep([&] {
+        serveBoth();
+        ttyCalls().refuseSet = true;
+    });
+    ASSERT_EQ(openSession(line), 0);
+    ttyCalls().refuseSet = false;
+    Clock::onSleep([this] { serveBoth(); });
+
+    int pipeEnds[2];
+    ASSERT_EQ(pipe2(pipeEnds, O_CLOEXEC | O_NONBLOCK), 0);
+    const unsigned char command[] = {0x32, 0x25, 0x00, 0x00};
+    unsigned char payload[VORN_PAYLOAD_MAX];
+    int length = 0;
+    EXPECT_EQ(trans_icc_cmd(command, 4, payload, &length), -11);
+    standardErrorOf([] { EXPECT_EQ(cldev(), 0); });
+    EXPECT_TRUE(isOpen(pipeEnds[0]));
+    EXPECT_TRUE(isOpen(pipeEnds[1]));
+    char byte = 0;
+    EXPECT_EQ(read(pipeEnds[0], &byte, 1), -1) << "a byte for the reader went into the pipe";
+    close(pipeEnds[0]);
+    close(pipeEnds[1]);
+}
+
+TEST_F(LinkRelease, AReaderPluggedOutAndInAgainIsFoundByTheNextCall)
+{
+    ASSERT_EQ(openSession(line), 0);
+    line.hangUp();
+    standardErrorOf([] { EXPECT_EQ(cldev(), 0); });
+
+    ScriptedReader again(other);
+    again.command("32 25 00 00");
+    EXPECT_EQ(IC_PowerOff(other.port().c_str(), "", 9600, 5, 1, 0), 0);
+    EXPECT_EQ(again.lineEvents().size(), 3u);
+}
+
+} // namespace
