@@ -107,7 +107,8 @@ VORN_API int vrdk_findtaginDOL(const unsigned char *tag, int tagLength, const un
 
 /* Builds the list's values from a TLV buffer (bounds as above), each padded or cut by its tag's format letter; a
  * tag that is absent, or not in the dictionary, gives zeros. output: VORN_DOL_DATA_CAPACITY bytes.
- * Returns 0, or -1: the list is NULL, empty, not readable to its end, or asks for more than the output holds. */
+ * Returns 0, or -1: the list is NULL, empty, not readable to its end, or asks for more than the output holds; the
+ * values before that place are written then. */
 VORN_API int vrdk_BuildDOL(const unsigned char *source, int sourceLength, const unsigned char *dol, int dolLength,
                            unsigned char *output, int *outputLength);
 

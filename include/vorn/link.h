@@ -80,9 +80,10 @@ VORN_API int ReadBytes_Ex(int handle, unsigned char *buf, int max, unsigned char
  * Over USB it returns -1 always; hosts know the empty device version that follows from it. */
 VORN_API int _VRDK_Readstr(int handle, unsigned char *buf, int timeoutS);
 
-/* Reads one frame AA AA AA 96 69, a two-byte length (high byte first) and that many bytes (over USB one more).
- * A tty is waited for without an end once its first byte came within timeoutS seconds; over USB the first packet
- * has timeoutS seconds and each further one second. buf: VORN_ID2_CAPACITY bytes.
+/* Reads one frame AA AA AA 96 69, a two-byte length (high byte first) and that many bytes (over USB one more; on a
+ * tty a length of 0 takes one byte). A tty is waited for without an end once its first byte came within timeoutS
+ * seconds, and 200 ms of silence in place of a length byte count as a byte 17h; over USB the first packet has
+ * timeoutS seconds and each further one second. buf: VORN_ID2_CAPACITY bytes.
  * Returns the count, or -1: no first byte, or a USB read failed. */
 VORN_API int _VRDK_ID2_Readstr(int handle, unsigned char *buf, int timeoutS);
 

@@ -1,0 +1,380 @@
+// SPDX-License-Identifier: Apache-2.0
+// What a host relies on besides behaviour: the exported names, the libraries needed, the hardening, headers that
+// compile alone; and what we rely on: includes that only point down. Tools and paths come from the build.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <regex.h>
+#include <set>
+#include <sstream>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+const fs::path kSourceTree = VORN_SOURCE_TREE;
+const std::string kLibrary = VORN_LIBRARY;
+const std::string kNm = VORN_NM;
+const std::string kReadelf = VORN_READELF;
+
+struct Outcome {
+    int status = -1;
+    std::string output; // both streams
+};
+
+Outcome run(const std::string& command)
+{
+    Outcome outcome;
+    FILE* const pipe = popen((command + " 2>&1").c_str(), "r");
+    if (pipe == nullptr) {
+        return outcome;
+    }
+    char piece[4096];
+    for (std::size_t size = 0; (size = fread(piece, 1, sizeof piece, pipe)) > 0;) {
+        outcome.output.append(piece, size);
+    }
+    const int status = pclose(pipe);
+    outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return outcome;
+}
+
+std::string inQuotes(const std::string& text) { return "'" + text + "'"; }
+
+std::vector<std::string> lines(const std::string& text)
+{
+    std::vector<std::string> all;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+        all.push_back(line);
+    }
+    return all;
+}
+
+std::string fileText(const fs::path& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+std::vector<std::string> committedList(const std::string& name)
+{
+    return lines(fileText(kSourceTree / "tests" / name));
+}
+
+std::set<std::string> asSet(const std::vector<std::string>& list) { return {list.begin(), list.end()}; }
+
+// The sanitizers add names and libraries of their own to what we ship.
+bool ofTheSanitizer(const std::string& name)
+{
+    return name.rfind("__odr_asan", 0) == 0 || name.rfind("libasan", 0) == 0 || name.rfind("libubsan", 0) == 0;
+}
+
+// Tests of the built file itself need binutils, which a terminal does not have.
+class BuiltLibrary : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        for (const std::string& tool : {kNm, kReadelf}) {
+            if (access(tool.c_str(), X_OK) != 0) {
+                GTEST_SKIP() << "no " << tool << " here: the built library is not looked at";
+            }
+        }
+    }
+
+    static std::vector<std::string> dynamicNames(const std::string& which)
+    {
+        const Outcome outcome = run(inQuotes(kNm) + " -D " + which + " " + inQuotes(kLibrary));
+        EXPECT_EQ(outcome.status, 0) << outcome.output;
+        std::vector<std::string> names;
+        for (const std::string& line : lines(outcome.output)) {
+            const std::string name = line.substr(line.rfind(' ') + 1);
+            if (!ofTheSanitizer(name)) {
+                names.push_back(name.substr(0, name.find('@')));
+            }
+        }
+        return names;
+    }
+
+    static std::string readelf(const std::string& options)
+    {
+        const Outcome outcome = run("LC_ALL=C " + inQuotes(kReadelf) + " -W " + options + " " + inQuotes(kLibrary));
+        EXPECT_EQ(outcome.status, 0) << outcome.output;
+        return outcome.output;
+    }
+};
+
+// For every line in which the (POSIX extended) pattern is found: the match, then its groups.
+std::vector<std::vector<std::string>> matchesIn(const std::string& text, const std::string& pattern)
+{
+    regex_t compiled;
+    if (regcomp(&compiled, pattern.c_str(), REG_EXTENDED) != 0) {
+        ADD_FAILURE() << "not a pattern: " << pattern;
+        return {};
+    }
+    std::vector<std::vector<std::string>> all;
+    for (const std::string& line : lines(text)) {
+        regmatch_t groups[4];
+        if (regexec(&compiled, line.c_str(), 4, groups, 0) == 0) {
+            std::vector<std::string> found;
+            for (const regmatch_t& group : groups) {
+                const bool taken = group.rm_so >= 0;
+                found.push_back(taken ? line.substr(static_cast<std::size_t>(group.rm_so),
+                                                    static_cast<std::size_t>(group.rm_eo - group.rm_so))
+                                      : "");
+            }
+            all.push_back(found);
+        }
+    }
+    regfree(&compiled);
+    return all;
+}
+
+bool matches(const std::string& text, const std::string& pattern) { return !matchesIn(text, pattern).empty(); }
+
+} // namespace
+
+// ---------------------------------------------------------------- the built library
+
+TEST_F(BuiltLibrary, ExportsTheCommittedNamesAndNoOthers)
+{
+    const std::vector<std::string> committed = committedList("exports.txt");
+    EXPECT_GT(committed.size(), 90U);
+    EXPECT_TRUE(std::is_sorted(committed.begin(), committed.end()));
+    const std::set<std::string> wanted = asSet(committed);
+    const std::set<std::string> real = asSet(dynamicNames("--defined-only"));
+    for (const std::string& name : wanted) {
+        EXPECT_EQ(real.count(name), 1U) << name << " is not exported";
+    }
+    for (const std::string& name : real) {
+        EXPECT_EQ(wanted.count(name), 1U) << name << " is exported, too";
+    }
+}
+
+TEST_F(BuiltLibrary, ExportsItsGlobalsWithTheirSizes)
+{
+    const std::map<std::string, int> sizes = {{"DbgString", 512},     {"gcTagName", 432},      {"m_VrICType", 1},
+                                              {"vr_comportparam", 128}, {"vr_comportmode", 4}, {"m_portmode", 4},
+                                              {"vrdk03com_handle", 4}};
+    const std::string symbols = readelf("--dyn-syms");
+    for (const auto& [name, size] : sizes) {
+        EXPECT_TRUE(matches(symbols, " " + std::to_string(size) + " +OBJECT +GLOBAL +DEFAULT +[0-9]+ " + name + "$"))
+            << name << " is not an object of " << size << " bytes";
+    }
+}
+
+TEST_F(BuiltLibrary, NeedsOnlyTheCommittedLibraries)
+{
+    const std::string dynamic = readelf("--dynamic");
+    std::set<std::string> needed;
+    for (const auto& entry : matchesIn(dynamic, "\\(NEEDED\\).*\\[(.*)\\]")) {
+        const std::string& name = entry[1];
+        // Where the C library keeps the stack guard in its loader, the loader is named as well.
+        if (!ofTheSanitizer(name) && name.rfind("ld-linux", 0) != 0) {
+            needed.insert(name);
+        }
+    }
+    EXPECT_EQ(needed, asSet(committedList("needed_libraries.txt")));
+}
+
+TEST_F(BuiltLibrary, HasReadOnlyRelocationsBoundAtStart)
+{
+    EXPECT_TRUE(matches(readelf("--program-headers"), "GNU_RELRO"));
+    EXPECT_TRUE(matches(readelf("--dynamic"), "BIND_NOW|Flags:.*NOW"));
+}
+
+TEST_F(BuiltLibrary, HasNoExecutableStackAndNoTextRelocations)
+{
+    EXPECT_TRUE(matches(readelf("--program-headers"), "GNU_STACK .* RW +0x"));
+    EXPECT_FALSE(matches(readelf("--dynamic"), "TEXTREL"));
+}
+
+TEST_F(BuiltLibrary, HasStackProtection)
+{
+    EXPECT_EQ(asSet(dynamicNames("--undefined-only")).count("__stack_chk_fail"), 1U);
+}
+
+TEST_F(BuiltLibrary, HasFortifiedCalls)
+{
+#if defined(VORN_FORTIFIED)
+    std::set<std::string> checked;
+    for (const std::string& name : dynamicNames("--undefined-only")) {
+        if (matches(name, "^__.*_chk$")) {
+            checked.insert(name);
+        }
+    }
+    EXPECT_FALSE(checked.empty());
+#else
+    GTEST_SKIP() << "this configuration (debug, or with sanitizers) is not fortified";
+#endif
+}
+
+// ---------------------------------------------------------------- headers
+
+namespace {
+
+const char* const kHeaders[] = {"ICC_COMM_VORN.h", "vorn/card.h", "vorn/convert.h", "vorn/export.h",
+                                "vorn/link.h",     "vorn/log.h",  "vorn/result.h"};
+
+class PublicHeader : public ::testing::TestWithParam<const char*> {
+protected:
+    void compileAlone(const std::string& compiler, const std::string& extension, const std::string& options) const
+    {
+        if (access(compiler.c_str(), X_OK) != 0) {
+            GTEST_SKIP() << "no " << compiler << " here: the header is not compiled";
+        }
+        // Twice: a header guards itself. The declaration keeps a header of macros from being an empty file.
+        std::string name = "/tmp/vorn-header-XXXXXX" + extension;
+        const int file = mkstemps(name.data(), static_cast<int>(extension.size()));
+        ASSERT_GE(file, 0);
+        close(file);
+        std::ofstream(name) << "#include \"" << GetParam() << "\"\n#include \"" << GetParam()
+                            << "\"\ntypedef int vorn_alone;\n";
+        const Outcome outcome = run(inQuotes(compiler) + " -fsyntax-only -Wall -Wextra -Wpedantic -Werror -Wshadow " +
+                                    "-Wconversion -Wsign-conversion -Wundef " + options + " -I" +
+                                    inQuotes((kSourceTree / "include").string()) + " " + inQuotes(name));
+        fs::remove(name);
+        EXPECT_EQ(outcome.status, 0) << outcome.output;
+    }
+};
+
+std::string headerName(const ::testing::TestParamInfo<const char*>& info)
+{
+    std::string name = info.param;
+    std::replace_if(name.begin(), name.end(), [](char c) { return c == '/' || c == '.'; }, '_');
+    return name;
+}
+
+} // namespace
+
+TEST_P(PublicHeader, CompilesAloneAsC11)
+{
+    compileAlone(VORN_C_COMPILER, ".c", "-std=c11 -Wstrict-prototypes -Wold-style-definition -Wmissing-prototypes");
+}
+
+TEST_P(PublicHeader, CompilesAloneAsCxx17)
+{
+    compileAlone(VORN_CXX_COMPILER, ".cpp", "-std=c++17 -Wold-style-cast -Wuseless-cast -Wnon-virtual-dtor");
+}
+
+INSTANTIATE_TEST_SUITE_P(Include, PublicHeader, ::testing::ValuesIn(kHeaders), headerName);
+
+TEST(PublicHeaders, AreAllNamedHere)
+{
+    std::set<std::string> found;
+    for (const auto& entry : fs::recursive_directory_iterator(kSourceTree / "include")) {
+        if (entry.is_regular_file()) {
+            found.insert(fs::relative(entry.path(), kSourceTree / "include").string());
+        }
+    }
+    EXPECT_EQ(found, std::set<std::string>(std::begin(kHeaders), std::end(kHeaders)));
+}
+
+// ---------------------------------------------------------------- layers
+
+namespace {
+
+// Each layer and what it may include from. The bridge to the host's log library stands beside the public layer and
+// knows of it only the headers that hosts have.
+const std::map<std::string, std::set<std::string>> kMayInclude = {
+    {"headers of public", {"headers of public"}},
+    {"headers of link", {"headers of link", "headers of public"}},
+    {"headers of card", {"headers of card", "headers of public"}},
+    {"headers of ICC", {"headers of ICC", "headers of card", "headers of link", "headers of public"}},
+    {"public", {"public", "headers of public"}},
+    {"libzlblog", {"libzlblog", "headers of public"}},
+    {"link", {"link", "public", "headers of link", "headers of public"}},
+    {"card", {"card", "link", "public", "headers of card", "headers of link", "headers of public"}},
+    {"ICC",
+     {"ICC", "card", "link", "public", "headers of ICC", "headers of card", "headers of link", "headers of public"}},
+};
+
+const std::map<std::string, std::string> kHeaderLayers = {
+    {"vorn/convert.h", "headers of public"}, {"vorn/log.h", "headers of public"},
+    {"vorn/export.h", "headers of public"},  {"vorn/result.h", "headers of public"},
+    {"vorn/link.h", "headers of link"},      {"vorn/card.h", "headers of card"},
+    {"ICC_COMM_VORN.h", "headers of ICC"},
+};
+
+// The layer of an include's text, or nothing: then it belongs to no layer, or does not say to which.
+std::string layerOfInclude(const std::string& text)
+{
+    const auto header = kHeaderLayers.find(text);
+    if (header != kHeaderLayers.end()) {
+        return header->second;
+    }
+    const std::string folder = text.substr(0, text.find('/'));
+    return folder != text && kMayInclude.count(folder) != 0 ? folder : "";
+}
+
+// The includes of a file that point where its layer may not look.
+std::vector<std::string> wrongIncludes(const std::string& layer, const std::string& text)
+{
+    std::vector<std::string> wrong;
+    for (const auto& include : matchesIn(text, "^[ \t]*#[ \t]*include[ \t]*([\"<])([^\">]*)[\">]")) {
+        const std::string& name = include[2];
+        const std::string target = layerOfInclude(name);
+        const bool ours = include[1] == "\"" || !target.empty(); // the system's own stand in angle brackets
+        if (ours && kMayInclude.at(layer).count(target) == 0) {
+            wrong.push_back(name);
+        }
+    }
+    return wrong;
+}
+
+std::string listed(const std::vector<std::string>& names)
+{
+    std::string text;
+    for (const std::string& name : names) {
+        text += name + " ";
+    }
+    return text;
+}
+
+} // namespace
+
+TEST(Layers, SourcesIncludeOnlyDownwards)
+{
+    int files = 0;
+    for (const auto& entry : fs::recursive_directory_iterator(kSourceTree / "src")) {
+        const std::string extension = entry.path().extension().string();
+        if (extension != ".cpp" && extension != ".h") {
+            continue;
+        }
+        const fs::path file = fs::relative(entry.path(), kSourceTree / "src");
+        const std::string layer = file.begin()->string();
+        ASSERT_EQ(kMayInclude.count(layer), 1U) << file << " lies in no layer";
+        EXPECT_EQ(listed(wrongIncludes(layer, fileText(entry.path()))), "") << "in " << file;
+        ++files;
+    }
+    EXPECT_GT(files, 20);
+}
+
+TEST(Layers, PublicHeadersIncludeOnlyDownwards)
+{
+    for (const auto& [header, layer] : kHeaderLayers) {
+        EXPECT_EQ(listed(wrongIncludes(layer, fileText(kSourceTree / "include" / header))), "") << "in " << header;
+    }
+}
+
+TEST(Layers, IncludeThatPointsUpIsNoticed)
+{
+    EXPECT_EQ(listed(wrongIncludes("link", "#include \"card/tlv.h\"\n#include \"link/medium.h\"\n")), "card/tlv.h ");
+    EXPECT_EQ(listed(wrongIncludes("card", "\n  #  include <ICC_COMM_VORN.h>\n")), "ICC_COMM_VORN.h ");
+    EXPECT_EQ(listed(wrongIncludes("public", "#include \"vorn/link.h\"")), "vorn/link.h ");
+    EXPECT_EQ(listed(wrongIncludes("libzlblog", "#include \"public/local_log.h\"")), "public/local_log.h ");
+    EXPECT_EQ(listed(wrongIncludes("public", "#include \"libzlblog/host_log.h\"")), "libzlblog/host_log.h ");
+    EXPECT_EQ(listed(wrongIncludes("card", "#include \"tlv.h\"")), "tlv.h "); // does not say its layer
+    EXPECT_EQ(listed(wrongIncludes("headers of card", "#include \"vorn/link.h\"")), "vorn/link.h ");
+    EXPECT_EQ(listed(wrongIncludes("ICC", "#include \"card/tlv.h\"\n#include <cstdio>\n#include \"vorn/log.h\"")), "");
+}
