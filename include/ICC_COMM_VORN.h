@@ -6,7 +6,7 @@
  * leave the link open or the card powered say so. One call at a time in a process; nothing here is thread-safe.
  *
  * Arguments that all calls share
- *   nPortNo     "USB", or the name of a tty below /dev, for example "ttyS1" or "pts/3" (at most 115 characters)
+ *   nPortNo     "USB", or the name of a tty below /dev, for example "ttyS1" or "pts/3" (at most 116 characters)
  *   extendPort  written to the log, otherwise not used
  *   nBaudRate   written to the log, otherwise not used; the line runs at 9600 and 38400 baud
  *   nTimeout    seconds to wait for the user's card
@@ -18,10 +18,11 @@
  * Hex text is upper case on output and either case on input, two characters a byte, no separators.
  *
  * Waiting for a card. IC_PowerOn waits nTimeout seconds. The other calls ask without a bound as long as the reader
- * reports no card; nTimeout of 0 or less gives -2 after one attempt, which may have powered the card.
+ * reports no card; nTimeout of 0 or less gives -2 after one attempt, which may have powered the card (and so may an
+ * nTimeout of 1, when a second ends just then).
  *
- * What a host must know about its terminal: two log files with card data in clear are written to the working
- * directory (vorn/log.h).
+ * What a host must know about its terminal: two log files, one of them with card data in clear, are written to the
+ * working directory (vorn/log.h).
  */
 #ifndef ICC_COMM_VORN_H
 #define ICC_COMM_VORN_H
@@ -63,7 +64,7 @@ VORN_API int IC_ClosePort(const char *nPortNo, const char *extendPort, int nBaud
  * nCardType 1: the user's card, contact first, then contactless. 2: the PSAM in slot nPSAMCardNo, 1 to 4.
  * pszATR: the answer to reset as hex text (ISO/IEC 7816-3, 8), ICC_ATR_CAPACITY; emptied first.
  * Returns 0; -1 card type or slot; -2 no card within nTimeout seconds (a card that answered just then included);
- * -3; -10, -11; -25 power-on refused; for a PSAM also -9. */
+ * -3; -11; -25 power-on refused; for a PSAM also -9. */
 VORN_API int IC_PowerOn(const char *nPortNo, const char *extendPort, int nBaudRate, int nTimeout, int nCardType,
                         int nPSAMCardNo, char *pszATR);
 
@@ -94,7 +95,7 @@ VORN_API int IC_SendAPDU(const char *nPortNo, const char *extendPort, int nBaudR
  *     I 9F62 document type  J 9F61 document number  K 5F20 name  L 9F0B name extended
  *   An object that the card lacks gives 000. C, D, F and H are missing altogether when the card answered GET DATA
  *   with something else. A value is cut to 255 bytes.
- * Returns 0; -1 another card type; -2; -3; -10, -11, -25 activation failed; -26 no application; -27 final SELECT
+ * Returns 0; -1 another card type; -2; -3; -11, -25 activation failed; -26 no application; -27 final SELECT
  * failed; -28 GET PROCESSING OPTIONS failed. pszUsrInfo is then empty and *pnUsrInfoLen as it was; the card is
  * powered off but after -2 and -3. */
 VORN_API int IC_GetInfo(const char *nPortNo, const char *extendPort, int nBaudRate, int nTimeout, int *pnIcType,
@@ -113,10 +114,11 @@ VORN_API void convertFlagtoTLV(const char *text, unsigned char *items);
 /* Reads the transaction log of a PBOC debit/credit card; powers the card off.
  * pnIcType, pszAIDlist: as IC_GetInfo. pnTxDetailLen: characters in pszTxDetail, the NUL not counted.
  * pszTxDetail: ICC_TX_DETAIL_CAPACITY. Nine fields a record: P012 with nothing behind it, Q012 other amount, R004
- *   currency, S006 date YYMMDD, T002 type, U006 time HHMMSS, V004 country, W with the byte count of the card's name
- *   and the name in UTF-8 (so W's count does not lead to X), X004 ATC.
+ *   currency, S006 date YYMMDD, T002 type, U006 time HHMMSS, V004 country, W with the count of the card's bytes from
+ *   the name on up to the first zero (which may lie behind the name) and the name in UTF-8 (so W's count does not lead
+ *   to X), X004 ATC.
  * Returns 0, also when a record could not be read and the text ends there; -1 another card type; -2; -3; -10, -11,
- * -25 activation failed (card not powered off); -26; -27; -32 no log entry (9F4D) on the card, pszTxDetail empty.
+ * -25 activation failed (card not powered off); -26; -27; -32 no log entry (9F4D) of two bytes on the card, pszTxDetail empty.
  * On the other failures the outputs are as they were. */
 VORN_API int IC_GetTranDeta(const char *nPortNo, const char *extendPort, int nBaudRate, int nTimeout, int *pnIcType,
                             const char *pszAIDlist, int *pnTxDetailLen, char *pszTxDetail);
@@ -131,13 +133,14 @@ VORN_API int IC_GetTranDeta(const char *nPortNo, const char *extendPort, int nBa
  *     R 5F2A 2 currency 0156   T 9C 1 type 01   S 9A 3 date (YYMMDD or YYYYMMDD)   U 9F21 3 time
  *     K 9F37 4 unpredictable number (random)   M 9F66 4 TTQ F4000000   N 9F7A 1 EC indicator 01
  *     O 9F7B 6 EC limit 000001000000   V 9F4E 20 merchant name
- *   Values are right-aligned. Keep P, Q, J, L and R within their widths: longer ones write over what stands before
- *   them in the data that the card is asked to sign. Without S or U there is no date or time.
+ *   Values are right-aligned. Of a longer S the last three bytes count, of the other letters' the first bytes. Keep
+ *   P, Q, J, L and R within their widths: longer ones are not cut but write over what stands before them in the data
+ *   that the card is asked to sign. Without S or U there is no date or time.
  * pnARQCLen, pszARQC: characters, and the text for the issuer as hex of TLV items, ICC_CRYPTOGRAM_CAPACITY.
  * icc_tempappdata: the state for IC_CtlScriptData, ICC_STATE_CAPACITY.
  * Returns 0; -24 icc_tempappdata is NULL (link not touched); -3 link not opened, or tag 80 missing in the answer;
- * -2 nTimeout below 1, no CDOL1 or CDOL2 on the card, or no ARQC given; -1 another card type, CDOL1 cannot be
- * built; -10, -11, -25 activation failed; -26; -27; -28; -29 GENERATE AC failed. Powered off on: activation
+ * -2 no card in time (see above), no CDOL1 or CDOL2 on the card, or no ARQC given; -1 another card type, CDOL1 cannot
+ * be built, or no memory for pszTxData (link not touched); -11, -25 activation failed; -26; -27; -28; -29 GENERATE AC failed. Powered off on: activation
  * failed, -26, -27, -28, -29. Both texts are emptied first and keep what was written before a failure. */
 VORN_API int IC_GenARQC(const char *nPortNo, const char *extendPort, int nBaudRate, int nTimeout, int *pnIcType,
                         const char *pszAIDlist, const char *pszTxData, int *pnARQCLen, char *pszARQC,
@@ -146,15 +149,17 @@ VORN_API int IC_GenARQC(const char *nPortNo, const char *extendPort, int nBaudRa
 /* Second half: EXTERNAL AUTHENTICATE, second GENERATE AC, issuer script (EMV Book 3, 10.9 to 10.11), on the card
  * as IC_GenARQC left it. The card is powered off only after a script; otherwise it stays powered.
  * pnIcType: out, the card type of the state. pszTxData: as given to IC_GenARQC (here every value is cut to its
- *   width; a given L is not found by the card's list, a given N goes into 9F66).
+ *   width; a given L is read as an empty 95, and what follows it may be lost to the card's list; a given N goes into a
+ *   second 9F66, and 9F7A is sent as zero).
  * pszARPC: hex of TLV items: 91 (ARPC and two ARC characters), optionally a script 72 or 71 with 9F18.
  * pnTCLen, pszTC: characters, and the TC's text, ICC_CRYPTOGRAM_CAPACITY; the tags 9F02, 5F2A, 9F1A and 9F03 stand
  *   in it with their first byte only.
  * pszScriptResult: ICC_SCRIPT_RESULT_CAPACITY; empty without a script, else DF3105 and the result: first digit 2
  *   done, 1 failed at the command given by the second digit (15 and above F). With 9F18 the text ends after ten
  *   characters, the last two of them the identifier's fourth byte.
- * Returns 0 done - or declined: the issuer's ARC asked for an AAC and pszTC is empty; -1 no CDOL2 in the state or
- * CDOL2 cannot be built; -2 pszARPC empty, or the card gave no TC (the link stays open then, until the next call);
+ * Returns 0 done - or declined: the issuer's ARC asked for an AAC, the card gave it or refused the command, and pszTC
+ * is empty; -1 no CDOL2 in the state, CDOL2 cannot be built, or no memory for the texts (link not touched); -2 pszARPC
+ * empty or of odd length, or the card gave no TC (the link stays open then, until the next call);
  * -3 link not opened, or tag 80 missing; -4 no 91 or less than 10 bytes of it; -30 TC refused or GENERATE AC
  * failed; -31 script failed. */
 VORN_API int IC_CtlScriptData(const char *nPortNo, const char *extendPort, int nBaudRate, int nTimeout, int *pnIcType,
@@ -193,7 +198,7 @@ VORN_API int IC_M1PowerOff(const char *nPortNo, const char *extendPort, int nBau
 /* Reads a hard wallet's identification; powers the card off.
  * pszContextId: ICC_CONTEXT_ID_CAPACITY, 16 characters. pszTransModeInfo: the value of 5F58, pszAID: the
  *   application's name (84), ICC_WALLET_TEXT_CAPACITY each. All hex text.
- * Returns 0; -2; -3; -10, -11, -25 activation failed (card not powered off): outputs as they were. -26 no wallet
+ * Returns 0; -2; -3; -11, -25 activation failed (card not powered off): outputs as they were. -26 no wallet
  * application; -27 the information command failed; -32 84 or 5F58 missing or shorter than two bytes: outputs empty.
  */
 VORN_API int IC_GetZzhHardWalletInfo(const char *nPortNo, const char *extendPort, int nBaudRate, int nTimeout,

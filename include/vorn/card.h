@@ -35,8 +35,8 @@ VORN_API unsigned int vrdk_ExternalAuth(const unsigned char *data, unsigned char
 VORN_API unsigned int vrdk_InternalAuth(const unsigned char *data, unsigned char lc, unsigned char *response,
                                         unsigned char *responseLength);
 
-/* VERIFY (6.5.12). Only the first `length` bytes of the command 00 20 00 p2 length data go to the card; hosts that
- * call it count on that and give the command's length. */
+/* VERIFY (6.5.12). data: length bytes. Of the command 00 20 00 p2 length data only the first `length` bytes go to the
+ * card, not 5 + length. */
 VORN_API unsigned int vrdk_VerifyPin(unsigned char p2, const unsigned char *data, unsigned char length);
 
 /* GET PROCESSING OPTIONS (6.5.8). data: tag 83 and the PDOL's values. */
@@ -62,7 +62,7 @@ VORN_API int vrdk_getwalletinfo(unsigned char *response, int *responseLength);
  *
  * A buffer is flat; a search walks it from the start, enters every constructed object (bit 20h of the first tag
  * byte) and takes the first match. A first byte FF, or an FF inside a tag, ends the walk. Lengths: one byte, 81 and
- * one, 82 and two.
+ * one, 82 and two; 80 and 83 to FF stand for themselves.
  * bufferLength 0: no bound; the buffer ends where a byte 00 stands in place of a tag, and tags have at most two
  * bytes. The caller answers for that byte being there. With a bound, nothing outside it is read.
  */
@@ -73,7 +73,7 @@ VORN_API unsigned char *vrdk_findtag(const unsigned char *tag, int tagLength, co
 
 /* Copies the value of the object found. Returns 0, or -1 when the tag is absent (nothing written).
  * A length in the 81 form is not the object's own: it is the buffer's second byte (hosts know the 129 bytes that
- * follow in a record 70 81 ..). value: max(255, bufferLength) bytes. A value that runs past the buffer is cut; one
+ * follow in a record 70 81 ..). value: max(255, bufferLength) bytes; 65535 without a bound. A value that runs past the buffer is cut; one
  * of the 81 form is filled up with zeros. */
 VORN_API int vrdk_gettagvalue(const unsigned char *tag, int tagLength, const unsigned char *buffer, int bufferLength,
                               unsigned char *value, int *valueLength);
@@ -137,15 +137,17 @@ enum vorn_selection_limit {
     VORN_DIRECTORIES_MAX = 64      /* and so are further ones of a card that names so many in one selection */
 };
 
-/* Selects a directory (as a rule "1PAY.SYS.DDF01") and reads its entries, nested directories included.
+/* Selects a directory (as a rule "1PAY.SYS.DDF01") and reads its entries, nested directories included. head->next is
+ * set anew, what hung on it is not released.
  * Returns the number of entries; 0 when the directory cannot be used. An entry without a priority (87) is counted
  * but overwritten by the next one, so the list holds fewer records than the count then. */
 VORN_API int vrdk_PseAppSelect(const unsigned char *name, int nameLength, alist *head);
 
-/* The same from the directory's FCI that the caller has. */
+/* The same from the directory's FCI that the caller has; a length of 0 is an empty one. */
 VORN_API int vrdk_checkADF(const unsigned char *fci, int fciLength, alist *head);
 
-/* Selects by AID, whole or (prefixAllowed 1) as the beginning of the card's application names. Returns the number
+/* *head is set anew, what hung on it is not released.
+ * Selects by AID, whole or (prefixAllowed 1) as the beginning of the card's application names. Returns the number
  * of records filled, 0 for none; the first one's application is selected. With a partial name the list ends with
  * one extra, empty record. */
 VORN_API int vrdk_AidAppSelect(int prefixAllowed, const unsigned char *aid, int aidLength, flist *head);
@@ -160,7 +162,7 @@ VORN_API int VR_selectapp(char *text);
 
 /* ------------------------------------------------------------------ transaction (EMV Book 3, 10.1 and 10.2) */
 
-/* GET PROCESSING OPTIONS with the PDOL (9F38) of the FCI filled from the terminal data.
+/* GET PROCESSING OPTIONS with the PDOL (9F38) of the FCI filled from the terminal data. An FCI of length 0 is an empty one.
  * aip: 2 bytes; afl: VORN_RESPONSE_MAX bytes. Returns 0; -1: PDOL cannot be built, or the response is of neither
  * format; otherwise the command's failure. */
 VORN_API int vrdk_GetProcOptions(const unsigned char *fci, unsigned char fciLength, const unsigned char *terminalData,
@@ -175,7 +177,8 @@ VORN_API int vrdk_GetAppData(const unsigned char *afl, unsigned char aflLength, 
                              unsigned char *authData, int *authDataLength);
 
 /* Sends the commands (tag 86) of an issuer script (EMV Book 3, 10.10) in order. Returns 0, or the failure of the
- * first one that did not end with 9000. *count: the commands taken up, that one included. */
+ * first one that did not end with 9000. *count: the commands taken up, that one included. A length of 0 is an empty
+ * script. */
 VORN_API int vrdk_exeicscript(const unsigned char *script, int scriptLength, int *count);
 
 VORN_END_C

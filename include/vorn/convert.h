@@ -3,7 +3,7 @@
  * Conversions between raw bytes, hex text, the reader's 3x nibble text, BCD and the Chinese character sets.
  *
  * No function here checks the size of an output buffer: each comment gives the room that the caller provides.
- * Pointers must be valid unless a comment allows NULL. A count below zero writes nothing.
+ * Pointers must be valid unless a comment allows NULL. A count below zero is taken as zero.
  */
 #ifndef VORN_CONVERT_H
 #define VORN_CONVERT_H

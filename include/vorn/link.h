@@ -133,7 +133,8 @@ VORN_API int vr_closeicc(void);
 /* Sends one APDU and follows the status word (ISO/IEC 7816-4, 5.3.4): 61xx and 62xx with GET RESPONSE, 6Cxx with
  * the same command and the Le that the card named, as long as the card asks for it.
  * apdu: room for max(len, 5) bytes; it is overwritten by the follow-up. resp: VORN_PAYLOAD_MAX bytes.
- * Returns 0 when the last reply ended with 9000: *respLen counts it with its status word. Above 0: another status
+ * Returns 0 when the last reply ended with 9000: *respLen counts it with its status word. (A status word 0000, which
+ * cards do not give, is 0 too, with *respLen as for another status word.) Above 0: another status
  * word SW1 * 256 + SW2; the reply is in resp, *respLen untouched (SamIcc_EXApdu sets it to 2). Below 0: as
  * icc_sendcommand, and VORN_READER_REFUSED for a reply without a status word. */
 VORN_API int Icc_EXApdu(unsigned char *apdu, int len, unsigned char *resp, int *respLen);

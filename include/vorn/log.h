@@ -5,10 +5,10 @@
  * Both files lie in the process's working directory and are opened, appended to and closed again for every entry.
  * An entry whose file cannot be opened is dropped: logging never makes a call fail.
  *
- *   vr_log.txt           trace of the card services' calls and arguments
+ *   vr_log.txt           trace of the card data and transaction calls: name, port arguments
  *   ICC_COMM_VORN.log    arguments and results of the exported calls, hex dumps of the reader's slot commands
  *
- * Both hold account numbers, track 2 data and names in clear: keep the working directory private (mode 0700).
+ * The second holds account numbers, track 2 data and names in clear: keep the working directory private (mode 0700).
  *
  * Hex dump: "%02X " a byte, a line feed after every 16th byte and one at the end; a dump of more than 16 bytes
  * also begins with a line feed.
@@ -35,17 +35,18 @@ VORN_API void log_write_bcd(const unsigned char *data, int n);
 /* To ICC_COMM_VORN.log: a hex dump of n bytes. */
 VORN_API void messLog_write_bcd(const unsigned char *data, int n);
 
-/* Loads VORN_HOST_LOG_LIBRARY and looks up its LogInfo, LogWarn and LogError. Returns 1 when all three are there.
+/* Loads VORN_HOST_LOG_LIBRARY and looks up its LogInfo, LogWarn and LogError; one loaded before is unloaded first.
+ * Returns 1 when all three are there.
  * Returns 0 and prints "error open so" when the library cannot be loaded, or "error open so 1" when a function is
- * missing (the library stays loaded then). */
+ * missing (the library stays loaded then, but none of its functions is called). */
 VORN_API int log_init(void);
 
 /* Unloads the host's log library, if log_init loaded it. */
 VORN_API void log_close(void);
 
 /* Hands five arguments on to the host's log library: level 1 to LogInfo, 2 to LogWarn, 3 to LogError, with
- * (a1, a2, a3, a4, a6). Any other level, a library that is not loaded or a function that it lacks: nothing is
- * called. Returns 0 always. */
+ * (a1, a2, a3, a4, a6). Any other level, or a library that is not loaded whole: nothing is called. Returns 0
+ * always. */
 VORN_API int messLog(void *a1, void *a2, void *a3, int a4, int level, void *a6);
 
 VORN_END_C

@@ -39,7 +39,13 @@ public:
     // Sends only the first bytes.
     void cutTo(int size) { size_ = size; }
 
-    unsigned send() { return static_cast<unsigned>(Icc_EXApdu(apdu_, size_, response_, &responseSize_)); }
+    // The exchange's result for a status word 0000 is 0 too, but only 9000 is success: then there is a response.
+    unsigned send()
+    {
+        const int result = Icc_EXApdu(apdu_, size_, response_, &responseSize_);
+        const bool success = result == VORN_OK && responseSize_ >= kStatusWordSize;
+        return static_cast<unsigned>(result == VORN_OK && !success ? int{VORN_READER_REFUSED} : result);
+    }
 
     // The whole last response, status word included.
     ByteView response() const { return vorn::viewOf(response_, responseSize_); }
@@ -68,9 +74,7 @@ unsigned sendForByteLength(Command& command, unsigned char* out, unsigned char* 
     const unsigned result = command.send();
     if (result == VORN_OK) {
         const ByteView data = command.data().first(VORN_RESPONSE_MAX);
-        if (!data.empty()) {
-            std::memcpy(out, data.data(), data.size());
-        }
+        data.copyTo(out);
         *outLength = static_cast<unsigned char>(data.size());
     }
     return result;
@@ -90,8 +94,7 @@ unsigned int vrdk_getrandom(int count, unsigned char* random)
     if (result == VORN_OK && count > 0) {
         // The status word is not part of the random number of a card that sent too little.
         std::uint8_t bytes[kGetRandomMax] = {};
-        const ByteView data = command.data();
-        std::memcpy(bytes, data.data(), data.size());
+        command.data().copyTo(bytes);
         std::memcpy(random, bytes, static_cast<std::size_t>(count < kGetRandomMax ? count : kGetRandomMax));
     }
     return result;
@@ -105,9 +108,7 @@ unsigned int VR_read_binary(int shortFileId, int offset, int length, unsigned ch
     const unsigned result = command.send();
     if (result == VORN_OK) {
         const ByteView received = command.data();
-        if (!received.empty()) {
-            std::memcpy(data, received.data(), received.size());
-        }
+        received.copyTo(data);
         *dataLength = static_cast<int>(received.size());
     }
     return result;
@@ -175,7 +176,7 @@ int vrdk_getwalletinfo(unsigned char* response, int* responseLength)
     const int result = static_cast<int>(command.send());
     if (result == VORN_OK) {
         const ByteView received = command.response();
-        std::memcpy(response, received.data(), received.size());
+        received.copyTo(response);
         *responseLength = static_cast<int>(received.size());
     }
     return result;

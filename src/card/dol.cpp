@@ -51,7 +51,7 @@ unsigned char formatOf(ByteView tag)
 }
 
 // Places a value into its field, which holds zeros. A tag that is not in the dictionary, and a template, stay zero:
-// cards in the field expect proprietary tags to be empty.
+// hosts rely on proprietary tags being sent empty.
 void fillField(std::uint8_t* field, std::size_t length, unsigned char format, ByteView value)
 {
     if (format == 0 || format == 't' || length == 0) {
@@ -66,9 +66,7 @@ void fillField(std::uint8_t* field, std::size_t length, unsigned char format, By
     if (format == 'c') {
         std::memset(field, 0xFF, length);
     }
-    if (!value.empty()) {
-        std::memcpy(numeric ? field + (length - value.size()) : field, value.data(), value.size());
-    }
+    value.copyTo(numeric ? field + (length - value.size()) : field);
 }
 
 } // namespace

@@ -12,4 +12,11 @@ using DolValues = ByteBuffer<VORN_DOL_DATA_CAPACITY>;
 // Appends the list's values. False: the list is empty, not readable to its end, or asks for too much.
 bool buildDol(const TlvBuffer& source, ByteView dol, DolValues& values);
 
+// The same for a command's data field; values that do not fit there cannot be built either.
+inline bool buildCommandData(const TlvBuffer& source, ByteView dol, DolValues& values)
+{
+    constexpr std::size_t kCommandDataMax = 255;
+    return buildDol(source, dol, values) && values.size() <= kCommandDataMax;
+}
+
 } // namespace vorn

@@ -20,7 +20,7 @@ constexpr std::size_t kCommandDataMax = 255;
 using CommandData = ByteBuffer<kCommandDataMax>;
 
 // Tag 83 with the values that the card's PDOL asks for; none when it has no PDOL.
-bool buildCommandData(ByteView fci, const TlvBuffer& terminalData, CommandData& data)
+bool buildGpoData(ByteView fci, const TlvBuffer& terminalData, CommandData& data)
 {
     DolValues values;
     const TagValue pdol = readTag(tag::kPdol, fci);
@@ -49,15 +49,10 @@ struct Options {
 
     void setAfl(ByteView value) const
     {
-        if (!value.empty()) {
-            std::memcpy(afl, value.data(), value.size());
-        }
+        value.copyTo(afl);
         *aflLength = static_cast<unsigned char>(value.size());
     }
 };
-
-// The lengths of 80, 82 and 94 are one byte here.
-ByteView valueOfByteLength(ByteView object) { return object.from(2).first(object[1]); }
 
 int readResponse(ByteView response, const Options& options)
 {
@@ -99,9 +94,7 @@ public:
         if (more.size() > VORN_APPDATA_CAPACITY - used) {
             return false;
         }
-        if (!more.empty()) {
-            std::memcpy(bytes_ + used, more.data(), more.size());
-        }
+        more.copyTo(bytes_ + used);
         *size_ += static_cast<int>(more.size());
         return true;
     }
@@ -118,7 +111,7 @@ struct AflEntry {
 };
 
 // What the record adds to the authentication data. The raw byte is compared, so only file 1 gives the template's
-// value alone; terminals verify against that.
+// value alone; hosts build on that.
 ByteView authenticationData(std::uint8_t raw, ByteView record)
 {
     const ByteView whole = findObject(tag::kRecordTemplate, record);
@@ -136,7 +129,7 @@ class RecordReader {
 public:
     RecordReader(ByteView wanted, Collected records, Collected authData) : records_(records), authData_(authData)
     {
-        std::memcpy(wanted_, wanted.data(), wanted.size());
+        wanted.copyTo(wanted_);
         wantedSize_ = static_cast<int>(wanted.size());
     }
 
@@ -194,7 +187,7 @@ int vrdk_GetProcOptions(const unsigned char* fci, unsigned char fciLength, const
 {
     *aipLength = 0;
     CommandData data;
-    if (!buildCommandData(ByteView(fci, fciLength), tlvBufferOf(terminalData, terminalDataLength), data)) {
+    if (!buildGpoData(ByteView(fci, fciLength), tlvBufferOf(terminalData, terminalDataLength), data)) {
         return kCannotProcess;
     }
     std::uint8_t response[VORN_RESPONSE_MAX] = {};

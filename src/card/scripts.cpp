@@ -29,6 +29,9 @@ extern "C" int vrdk_exeicscript(const unsigned char* script, int scriptLength, i
             if (result != VORN_OK) {
                 return result;
             }
+            if (responseLength == 0) {
+                return VORN_READER_REFUSED; // a status word 0000, which is no success
+            }
         }
         const std::size_t headerSize = 1 + lengthField(object.from(1)).size;
         object = findObject(tag::kScriptCommand, object.from(headerSize + value.size()));

@@ -44,8 +44,8 @@ struct DirectoryRecord {
     std::uint8_t bytes[VORN_RESPONSE_MAX + 1];
 };
 
-// The records of one directory, in order. All are searched by the length of the one that was read last: cards keep
-// their directory records at one length, and hosts see what comes of those that do not.
+// The records of one directory, in order. All are searched for entries by the length of the one that was read last: hosts know
+// which entries that leaves out.
 class DirectoryRecords {
 public:
     explicit DirectoryRecords(std::uint8_t shortFileId)
@@ -81,7 +81,7 @@ public:
     void forEach(Use use) const
     {
         for (const DirectoryRecord* record = first_; record != nullptr; record = record->next) {
-            use(ByteView(record->bytes, searchedSize_));
+            use(ByteView(record->bytes, sizeof record->bytes), searchedSize_);
         }
     }
 
@@ -110,28 +110,34 @@ public:
             return 0;
         }
         const DirectoryRecords records(sfi[2]);
-        records.forEach([this](ByteView record) { readRecord(record); });
+        records.forEach([this](ByteView record, std::size_t searched) { readRecord(record, searched); });
         dropBehindCurrent();
         return count_;
     }
 
 private:
-    // The template's length is one byte here, whatever its form.
-    void readRecord(ByteView record)
+    // Entries are found within the searched size (none: up to a zero), and taken whole from the record. The template's
+    // length is one byte here, whatever its form.
+    void readRecord(ByteView record, std::size_t searched)
     {
         constexpr std::size_t kHeader = 2;
-        for (ByteView entry = findObject(tag::kApplicationTemplate, record); !entry.empty();) {
-            const ByteView inner = entry.from(kHeader);
-            if (entry[1] != 0) {
-                readEntry(inner.first(entry[1]));
+        const TlvBuffer all = searched == 0 ? zeroEndedTlv(record) : boundedTlv(record.first(searched));
+        for (TlvBuffer rest = all;;) {
+            const ByteView found = findObject(tag::kApplicationTemplate.view(), rest);
+            if (found.empty()) {
+                return;
             }
-            entry = findObject(tag::kApplicationTemplate, inner);
+            const ByteView entry = record.from(static_cast<std::size_t>(found.data() - record.data()));
+            if (entry[1] != 0) {
+                readEntry(entry.from(kHeader).first(entry[1]));
+            }
+            rest.bytes = found.from(kHeader);
         }
     }
 
     void readEntry(ByteView inner)
     {
-        const ByteView name = objectValueOfByteLength(inner);
+        const ByteView name = valueOfByteLength(inner);
         if (name.empty()) {
             return;
         }
@@ -144,8 +150,6 @@ private:
             count_ += readNamedDirectory(name, *current_, {nesting_.depth + 1, nesting_.left});
         }
     }
-
-    static ByteView objectValueOfByteLength(ByteView object) { return object.from(2).first(object[1]); }
 
     // An entry without a priority is counted, but the next one takes its record.
     void addApplication(ByteView aid, ByteView inner)
@@ -198,9 +202,7 @@ void keepFci(flist& record, const Fci& fci)
 {
     record.fci = static_cast<unsigned char*>(std::malloc(fci.size == 0 ? 1 : fci.size));
     record.fciLength = record.fci == nullptr ? 0 : fci.size;
-    if (record.fciLength != 0) {
-        std::memcpy(record.fci, fci.bytes, fci.size);
-    }
+    ByteView(fci.bytes, record.fciLength).copyTo(record.fci);
 }
 
 class PrefixMatches {

@@ -139,10 +139,11 @@ int vrdk_gettagvalue(const unsigned char* tag, int tagLength, const unsigned cha
         return -1;
     }
     const ValueReading reading = readValue(object, sought.size(), whole.bytes);
-    std::memset(value, 0, reading.size);
-    if (!reading.value.empty()) {
-        std::memmove(value, reading.value.data(), reading.value.size());
+    const std::size_t there = reading.value.size();
+    if (there != 0) {
+        std::memmove(value, reading.value.data(), there);
     }
+    std::memset(value + there, 0, reading.size - there);
     *valueLength = static_cast<int>(reading.size);
     return 0;
 }

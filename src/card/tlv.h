@@ -57,6 +57,9 @@ inline ByteView findObject(Tag tag, ByteView bytes) { return findObject(tag.view
 // The value of an object that findObject returned, by its real length; cut at the end of the buffer.
 ByteView objectValue(ByteView object, std::size_t sizeOfTag);
 
+// The same where the length counts as one byte whatever its form, behind a tag of one byte.
+inline ByteView valueOfByteLength(ByteView object) { return object.from(2).first(object[1]); }
+
 // The value of a tag as vrdk_gettagvalue reads it, cut to what one byte can count; zeros behind it.
 struct TagValue {
     bool found = false;

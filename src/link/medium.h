@@ -2,6 +2,7 @@
 // The seam between the reader's protocol and what carries its bytes.
 #pragma once
 
+#include <climits>
 #include <cstdint>
 
 namespace vorn {
@@ -25,6 +26,9 @@ int openUsb(char* param);
 
 // The medium of the open link.
 const Medium& currentMedium();
+
+// A caller's seconds, without overflow.
+inline int millisecondsOf(int seconds) { return seconds > INT_MAX / 1000 ? INT_MAX : seconds < 0 ? 0 : seconds * 1000; }
 
 // _VRDK_Readstr into a buffer of known size.
 int readUntilSilence(int handle, std::uint8_t* buffer, int capacity, int timeoutS);

@@ -138,7 +138,7 @@ int Myusb::write(unsigned char* buf, int n)
 
 int Myusb::transferIn(unsigned char* buf, int n, int timeoutMs)
 {
-    // A negative time would make libusb wait for ever.
+    // libusb takes 0 for no limit; here it means that there is nothing to wait for.
     const unsigned timeout = timeoutMs > 0 ? static_cast<unsigned>(timeoutMs) : 1U;
     return libusb_bulk_transfer(handle_, endpointAddress(inEndpoint_), buf, n, &transferred_, timeout);
 }

@@ -49,6 +49,7 @@ int buildFrame(ByteView command, std::uint8_t* frame)
     return at;
 }
 
+// The reader takes its frames in pieces of 128 bytes on either medium: over USB each piece is a transfer of its own.
 void writeFrame(const std::uint8_t* frame, int size)
 {
     for (; size > kWritePiece; frame += kWritePiece, size -= kWritePiece) {
@@ -103,6 +104,17 @@ void exchangeFrame(ByteView command, ReaderReply& reply)
     decodeReply(reinterpret_cast<const char*>(frame), reply);
 }
 
+int deliver(const ReaderReply& reply, unsigned char* out, int* outLen)
+{
+    if (reply.arrived && outLen != nullptr) {
+        *outLen = reply.size;
+    }
+    if (reply.result == VORN_OK && out != nullptr) {
+        viewOf(reply.payload, reply.size).copyTo(out);
+    }
+    return reply.result;
+}
+
 } // namespace vorn
 
 extern "C" int trans_icc_cmd(const unsigned char* cmd, int n, unsigned char* out, int* outLen)
@@ -112,11 +124,5 @@ extern "C" int trans_icc_cmd(const unsigned char* cmd, int n, unsigned char* out
     }
     vorn::ReaderReply reply;
     vorn::exchangeFrame(vorn::viewOf(cmd, n), reply);
-    if (reply.arrived && outLen != nullptr) {
-        *outLen = reply.size;
-    }
-    if (reply.result == VORN_OK && out != nullptr) {
-        std::memcpy(out, reply.payload, static_cast<std::size_t>(reply.size));
-    }
-    return reply.result;
+    return vorn::deliver(reply, out, outLen);
 }

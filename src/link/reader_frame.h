@@ -19,4 +19,7 @@ struct ReaderReply {
 // Sends one command over the open link and reads its reply.
 void exchangeFrame(ByteView command, ReaderReply& reply);
 
+// Hands a reply to a caller: the length as soon as one came, the payload only on success. Returns the result.
+int deliver(const ReaderReply& reply, unsigned char* out, int* outLen);
+
 } // namespace vorn

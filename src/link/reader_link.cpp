@@ -68,6 +68,7 @@ int cldev()
         usleep(kAfterRestoreUs);
     }
     closeDev(vrdk03com_handle);
+    vrdk03com_handle = -1;
     usleep(kAfterCloseUs);
     return VORN_OK;
 }

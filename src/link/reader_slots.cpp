@@ -7,7 +7,7 @@
 #include "vorn/link.h"
 #include "vorn/log.h"
 
-#include <cstring>
+#include <cstdint>
 
 unsigned char m_VrICType = VORN_INTERFACE_NONE;
 
@@ -39,14 +39,9 @@ int slotCommand(const char* marker, ByteView command, unsigned char* out = nullp
 {
     ReaderReply reply;
     vorn::exchangeFrame(command, reply);
-    if (reply.arrived && outLen != nullptr) {
-        *outLen = reply.size;
-    }
-    if (reply.result == VORN_OK && out != nullptr) {
-        std::memcpy(out, reply.payload, static_cast<std::size_t>(reply.size));
-    }
+    const int result = vorn::deliver(reply, out, outLen);
     logCommand(marker, command, reply);
-    return reply.result;
+    return result;
 }
 
 template <std::size_t N>

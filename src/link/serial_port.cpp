@@ -5,7 +5,6 @@
 
 #include "vorn/link.h"
 
-#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -50,34 +49,40 @@ Flags controlModes(const Speed& speed) { return static_cast<Flags>(CREAD | CLOCA
 struct termio _vr_tbuf;     // the settings being applied
 struct termio _vr_tsavebuf; // those read at open, put back at close
 
-// What this unit has open. The device number tells whether a descriptor left open is still the tty's: a host may
-// have closed it itself, and its number may be another file's by now.
-struct OpenTty {
-    int descriptor = -1;
-    unsigned device = 0; // 0: no tty at all
-    bool changed = false; // settings to put back
+// What this unit has open. The file's name tells whether a descriptor left open is still the tty's: a host may have
+// closed it itself, and its number may be another file's by now.
+struct FileName {
+    char text[128] = {};
+
+    // Of a descriptor; empty when it is closed. A tty that is gone has a remark behind its name.
+    explicit FileName(int descriptor)
+    {
+        char link[40];
+        std::snprintf(link, sizeof link, "/proc/self/fd/%d", descriptor);
+        [[maybe_unused]] const ssize_t ignored = readlink(link, text, sizeof text - 1);
+        if (char* remark = std::strstr(text, " (deleted)")) {
+            *remark = '\0';
+        }
+    }
+
+    bool operator==(const FileName& other) const { return std::strcmp(text, other.text) == 0; }
 };
-OpenTty tty;
 
-unsigned deviceOf(int descriptor)
-{
-    unsigned device = 0;
-    return ioctl(descriptor, TIOCGDEV, &device) == 0 ? device : 0;
-}
+struct OpenTty {
+    int descriptor;
+    FileName file;
+    bool changed; // settings to put back
+};
+constexpr int kNothingOpen = -1;
+OpenTty tty = {kNothingOpen, FileName(kNothingOpen), false};
 
-// A tty that was hung up answers no more, and is to be closed all the same.
-bool stillOurs()
-{
-    errno = 0;
-    const unsigned device = deviceOf(tty.descriptor);
-    return device == tty.device || errno == EIO;
-}
+void forgetTty() { tty.descriptor = kNothingOpen; }
 
 void closeTty(int descriptor)
 {
     close(descriptor);
     if (tty.descriptor == descriptor) {
-        tty = OpenTty{};
+        forgetTty();
     }
 }
 
@@ -86,13 +91,13 @@ void releaseSerial()
     if (tty.descriptor < 0) {
         return;
     }
-    if (stillOurs()) {
+    if (FileName(tty.descriptor) == tty.file) {
         if (tty.changed) {
             ioctl(tty.descriptor, TCSETAF, &_vr_tsavebuf);
         }
         close(tty.descriptor);
     }
-    tty = OpenTty{};
+    forgetTty();
 }
 
 void closeSerial(int handle)
@@ -152,7 +157,7 @@ void writeSerial(int handle, const std::uint8_t* bytes, int count)
 
 int readFrameSerial(int handle, std::uint8_t* buffer, int max, std::uint8_t start, std::uint8_t end, int timeoutS)
 {
-    const int timeoutMs = timeoutS * 1000;
+    const int timeoutMs = millisecondsOf(timeoutS);
     int byte = 0;
     do {
         byte = comm_read_adata(handle, timeoutMs);
@@ -179,7 +184,7 @@ int readFrameSerial(int handle, std::uint8_t* buffer, int max, std::uint8_t star
 int readUntilSilenceSerial(int handle, std::uint8_t* buffer, int capacity, int timeoutS)
 {
     int count = 0;
-    int byte = comm_read_adata(handle, timeoutS * 1000);
+    int byte = comm_read_adata(handle, millisecondsOf(timeoutS));
     while (byte != VORN_BYTE_TIMEOUT && count < capacity) {
         buffer[count++] = static_cast<std::uint8_t>(byte);
         byte = count < capacity ? comm_read_adata(handle, kSilenceMs) : int{VORN_BYTE_TIMEOUT};
@@ -190,7 +195,7 @@ int readUntilSilenceSerial(int handle, std::uint8_t* buffer, int capacity, int t
 int readIdFrameSerial(int handle, std::uint8_t* buffer, int timeoutS)
 {
     IdFrameScanner scanner(buffer);
-    int byte = comm_read_adata(handle, timeoutS * 1000);
+    int byte = comm_read_adata(handle, millisecondsOf(timeoutS));
     if (byte == VORN_BYTE_TIMEOUT) {
         return -1;
     }
@@ -223,7 +228,7 @@ int openSerial(const char* param)
         return -1;
     }
     // On the two failures that leave the descriptor open, the next opening finds it here.
-    tty = OpenTty{descriptor, deviceOf(descriptor), false};
+    tty = OpenTty{descriptor, FileName(descriptor), false};
     if (ioctl(descriptor, TCGETA, &_vr_tbuf) < 0 || ioctl(descriptor, TCGETA, &_vr_tsavebuf) < 0) {
         return -1;
     }

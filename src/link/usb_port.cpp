@@ -19,8 +19,8 @@ constexpr int kNextIdPacketMs = 1000;
 
 Myusb hiddevice; // the one reader
 
-// The packets of one reply, byte by byte. All 64 positions of a packet count, whatever the transfer reported: a
-// reader fills its packets and ends a reply with its end byte. The buffer is cleared once, not for each packet.
+// The packets of one reply, byte by byte. All 64 positions of a packet count, whatever the transfer reported, and the
+// buffer is cleared once, not for each packet: hosts rely on what a short packet in mid-reply makes of it.
 class Packets {
 public:
     bool read(int timeoutMs)
@@ -56,7 +56,7 @@ void writeUsb(int, const std::uint8_t* bytes, int count)
 int readFrameUsb(int, std::uint8_t* buffer, int max, std::uint8_t start, std::uint8_t end, int timeoutS)
 {
     Packets packets;
-    if (!packets.read(timeoutS * 1000)) {
+    if (!packets.read(millisecondsOf(timeoutS))) {
         return kFirstReadFailed;
     }
     while (!packets.find(start)) {
@@ -70,7 +70,7 @@ int readFrameUsb(int, std::uint8_t* buffer, int max, std::uint8_t start, std::ui
         }
         const std::uint8_t byte = packets.next();
         buffer[count++] = byte;
-        if (byte == end && count > 1) {
+        if (byte == end) {
             return count;
         }
         if (count > max) {
@@ -84,7 +84,7 @@ int readUntilSilenceUsb(int, std::uint8_t* buffer, int capacity, int timeoutS)
     // A good transfer returns 0 and so does not count as received: over USB the result is -1 always, and hosts
     // know the empty device version that comes of it.
     int count = 0;
-    for (int timeoutMs = timeoutS * 1000; count + kPacketSize <= capacity; timeoutMs = kNextPacketMs) {
+    for (int timeoutMs = millisecondsOf(timeoutS); count + kPacketSize <= capacity; timeoutMs = kNextPacketMs) {
         std::uint8_t packet[kPacketSize] = {};
         if (hiddevice.readTimeout(packet, kPacketSize, timeoutMs) < 1) {
             break;
@@ -99,7 +99,7 @@ int readIdFrameUsb(int, std::uint8_t* buffer, int timeoutS)
 {
     Packets packets;
     IdFrameScanner scanner(buffer);
-    for (int timeoutMs = timeoutS * 1000; packets.read(timeoutMs); timeoutMs = kNextIdPacketMs) {
+    for (int timeoutMs = millisecondsOf(timeoutS); packets.read(timeoutMs); timeoutMs = kNextIdPacketMs) {
         while (!packets.usedUp()) {
             const std::uint8_t byte = packets.next();
             if (!scanner.inBody()) {

@@ -37,7 +37,7 @@ void closeDev(int handle)
 
 int WriteBytes(int handle, const void* buf, int n)
 {
-    if (buf != nullptr && n > 0) {
+    if (buf != nullptr && n >= 0) {
         currentMedium().write(handle, static_cast<const std::uint8_t*>(buf), n);
     }
     return n;

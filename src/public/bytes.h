@@ -29,6 +29,13 @@ public:
     }
     constexpr ByteView first(std::size_t count) const { return ByteView(data_, count < size_ ? count : size_); }
 
+    void copyTo(void* out) const
+    {
+        if (size_ != 0) {
+            std::memcpy(out, data_, size_);
+        }
+    }
+
     bool operator==(const ByteView& other) const
     {
         return size_ == other.size_ && (size_ == 0 || std::memcmp(data_, other.data_, size_) == 0);
@@ -55,10 +62,8 @@ public:
         if (!fits(more.size())) {
             return false;
         }
-        if (!more.empty()) {
-            std::memcpy(bytes_ + size_, more.data(), more.size());
-            size_ += more.size();
-        }
+        more.copyTo(bytes_ + size_);
+        size_ += more.size();
         return true;
     }
 

@@ -33,6 +33,27 @@ struct Selection {
     int code() const { return outcome == Outcome::NoCandidate ? VORN_NO_APPLICATION : VORN_SELECT_FAILED; }
 };
 
+// What GET PROCESSING OPTIONS gave.
+struct ProcessingOptions {
+    std::uint8_t aip[2] = {};
+    std::uint8_t aipSize = 0;
+    std::uint8_t afl[VORN_RESPONSE_MAX] = {};
+    std::uint8_t aflSize = 0;
+
+    int get(const Application& application, ByteView terminalData);
+    ByteView aipView() const { return ByteView(aip, aipSize); }
+};
+
+// The records of the application, one after the other.
+struct Records {
+    std::uint8_t bytes[VORN_APPDATA_CAPACITY];
+    int size = 0;
+
+    // Reads until the wanted tags are all there.
+    int read(const ProcessingOptions& options, ByteView wantedTags);
+    ByteView view() const { return viewOf(bytes, size); }
+};
+
 // Tries the caller's AID list first, if there is one, then the card's directory.
 Selection selectApplication(const char* pszAIDlist, Application& application);
 

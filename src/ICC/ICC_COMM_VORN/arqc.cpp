@@ -20,20 +20,16 @@ using namespace vorn;
 
 namespace {
 
-constexpr int kObjectNotFound = -1;
-constexpr int kDolNotBuilt = -1;
-constexpr std::size_t kCommandDataMax = 255;
-
 constexpr TransactionExit kNoCardInTime = {kNoLogLine, CardPower::Stays, LinkEnd::Closed, VORN_NO_CARD_IN_TIME};
-constexpr TransactionExit kActivationFailed = {3665, CardPower::Off, LinkEnd::Closed, kStepsCode};
+constexpr TransactionExit kActivationFailed = returningStepResult(3665, CardPower::Off);
 constexpr TransactionExit kNoApplication = {3681, CardPower::Off, LinkEnd::Closed, VORN_NO_APPLICATION};
 constexpr TransactionExit kSelectFailed = {3692, CardPower::Off, LinkEnd::Closed, VORN_SELECT_FAILED};
 constexpr TransactionExit kNoApplicationAfterList = {3720, CardPower::Off, LinkEnd::Closed, VORN_NO_APPLICATION};
 constexpr TransactionExit kSelectFailedAfterList = {3731, CardPower::Off, LinkEnd::Closed, VORN_SELECT_FAILED};
 constexpr TransactionExit kGpoFailed = {4054, CardPower::Off, LinkEnd::Closed, VORN_GPO_FAILED};
-constexpr TransactionExit kRecordsFailed = {4070, CardPower::Off, LinkEnd::Closed, kStepsCode};
+constexpr TransactionExit kRecordsFailed = returningStepResult(4070, CardPower::Off);
 constexpr TransactionExit kNoCdol1 = {4119, CardPower::Stays, LinkEnd::Closed, -2, LogForm::WithMinusTwo};
-constexpr TransactionExit kCdol1NotBuilt = {4134, CardPower::Stays, LinkEnd::Closed, kStepsCode};
+constexpr TransactionExit kCdol1NotBuilt = returningStepResult(4134, CardPower::Stays);
 constexpr TransactionExit kGenerateFailed = {4145, CardPower::Off,  LinkEnd::Closed,
                                              VORN_FIRST_AC_FAILED,  LogForm::Plain, LogTime::BeforePowerOff};
 constexpr TransactionExit kNotArqc = {kNoLogLine, CardPower::Stays, LinkEnd::Closed, -2};
@@ -73,13 +69,6 @@ private:
 
     ByteBuffer<VORN_APPDATA_CAPACITY + 2 * VORN_RESPONSE_MAX> data_;
     std::size_t size_ = 0;
-};
-
-struct Records {
-    std::uint8_t bytes[VORN_APPDATA_CAPACITY];
-    int size = 0;
-
-    ByteView view() const { return viewOf(bytes, size); }
 };
 
 // The state that IC_CtlScriptData goes on from.
@@ -132,9 +121,8 @@ const TransactionExit& selectionExit(const Selection& selection)
 class FirstHalf {
 public:
     FirstHalf(const LetteredItems& given, int* pnARQCLen, char* pszARQC, char* state)
-        : pnARQCLen_(pnARQCLen), pszARQC_(pszARQC), stateText_(state)
+        : given_(given), pnARQCLen_(pnARQCLen), pszARQC_(pszARQC), stateText_(state)
     {
-        buildFirstData(given, terminalData_);
     }
 
     int run(const char* pszAIDlist)
@@ -144,26 +132,20 @@ public:
         if (selection.outcome != Selection::Outcome::Selected) {
             return leave(selectionExit(selection), selection.stepResult);
         }
-        std::uint8_t aip[2] = {};
-        std::uint8_t aipLength = 0;
-        std::uint8_t afl[VORN_RESPONSE_MAX];
-        std::uint8_t aflLength = 0;
-        int result = vrdk_GetProcOptions(application.fci, application.fciSize, terminalData_.data(),
-                                         static_cast<int>(terminalData_.size()), aip, &aipLength, afl, &aflLength);
+        buildFirstData(given_, terminalData_);
+        ProcessingOptions options;
+        int result = options.get(application, terminalData_.view());
         if (result != VORN_OK) {
             return leave(kGpoFailed, result);
         }
         Records records;
-        std::uint8_t authData[VORN_APPDATA_CAPACITY];
-        int authDataSize = 0;
-        result = vrdk_GetAppData(afl, aflLength, vrdk_appdatatag, sizeof vrdk_appdatatag, records.bytes,
-                                 &records.size, authData, &authDataSize);
+        result = records.read(options, ByteView(vrdk_appdatatag, sizeof vrdk_appdatatag));
         if (result != VORN_OK) {
             return leave(kRecordsFailed, result);
         }
         storeLowerCaseHex(stateText_, records.view());
-        const ApplicationData data(application.aidView(), ByteView(aip, aipLength), records.view());
-        return generate(data.searched(), ByteView(aip, sizeof aip));
+        const ApplicationData data(application.aidView(), options.aipView(), records.view());
+        return generate(data.searched(), ByteView(options.aip, sizeof options.aip));
     }
 
 private:
@@ -174,7 +156,7 @@ private:
             return leave(kNoCdol1, kObjectNotFound);
         }
         DolValues values;
-        if (!buildDol(boundedTlv(terminalData_.view()), cdol1.view(), values) || values.size() > kCommandDataMax) {
+        if (!buildCommandData(boundedTlv(terminalData_.view()), cdol1.view(), values)) {
             return leave(kCdol1NotBuilt, kDolNotBuilt);
         }
         CryptogramResponse response;
@@ -219,6 +201,7 @@ private:
         return endCall(CardPower::Stays, VORN_OK);
     }
 
+    const LetteredItems& given_;
     int* pnARQCLen_;
     char* pszARQC_;
     char* stateText_;

@@ -27,14 +27,13 @@ struct Activation {
 // Asks until a card answers or nTimeout seconds have passed. Puts the ATR into `atr` (VORN_PAYLOAD_MAX bytes).
 Activation waitForCard(int nTimeout, std::uint8_t* atr, int& atrLength);
 
-// Asks until a card answers, with no bound: the clock is read twice before the first retry and not again. Hosts
-// have their customers put the card in at leisure.
+// Asks until a card answers, with no bound: the clock is read twice before the first retry and not again, and
+// hosts rely on a customer's being able to take any time.
 Activation waitForCardUnbounded(int mode, int nTimeout);
 
 // ---------------------------------------------------------------- ways out
 
 enum class CardPower { Stays, Off };
-enum class LinkEnd { Closed, StaysOpen };
 
 // Powers the card off if told so, closes the link, and returns the code.
 int endCall(CardPower power, int code);

@@ -127,7 +127,8 @@ void keepApplicationData(const Application& application, ByteView records)
 
     ByteBuffer<sizeof lpicappdata> data;
     char digits[12];
-    std::snprintf(digits, sizeof digits, "%06d", static_cast<int>((application.aidSize + records.size() + 2) % 1000000));
+    const std::size_t length = application.aidSize + records.size() + 2;
+    std::snprintf(digits, sizeof digits, "%06d", static_cast<int>(length % 1000000));
     data.append(ByteView(reinterpret_cast<const std::uint8_t*>(digits), 6));
     data.append(tag::kAid.view());
     data.append(static_cast<std::uint8_t>(application.aidSize));
@@ -156,31 +157,16 @@ int failedSelection(const Selection& selection)
     return endCall(CardPower::Stays, selection.code());
 }
 
-// The records of the selected application.
-struct Records {
-    std::uint8_t bytes[VORN_APPDATA_CAPACITY];
-    int size = 0;
-
-    ByteView view() const { return viewOf(bytes, size); }
-};
-
 int readRecords(const Application& application, const char* pszTaglist, Records& records)
 {
     TerminalData terminalData;
     buildQueryData(terminalData);
-    std::uint8_t aip[2];
-    std::uint8_t aipLength = 0;
-    std::uint8_t afl[VORN_RESPONSE_MAX];
-    std::uint8_t aflLength = 0;
-    if (vrdk_GetProcOptions(application.fci, application.fciSize, terminalData.data(),
-                            static_cast<int>(terminalData.size()), aip, &aipLength, afl, &aflLength) != VORN_OK) {
+    ProcessingOptions options;
+    if (options.get(application, terminalData.view()) != VORN_OK) {
         return VORN_GPO_FAILED;
     }
     const WantedTags wanted(pszTaglist);
-    std::uint8_t authData[VORN_APPDATA_CAPACITY];
-    int authDataSize = 0;
-    return vrdk_GetAppData(afl, aflLength, wanted.bytes, wanted.size, records.bytes, &records.size, authData,
-                           &authDataSize);
+    return records.read(options, ByteView(wanted.bytes, wanted.size));
 }
 
 } // namespace

@@ -18,13 +18,10 @@ using namespace vorn;
 
 namespace {
 
-constexpr int kObjectNotFound = -1;
-constexpr int kDolNotBuilt = -1;
 constexpr int kNothingFailed = 0; // what the step before an unsuitable text left
-constexpr std::size_t kCommandDataMax = 255;
 
 constexpr TransactionExit kNoCdol2 = {4634, CardPower::Stays, LinkEnd::Closed, -1};
-constexpr TransactionExit kCdol2NotBuilt = {4962, CardPower::Stays, LinkEnd::Closed, kStepsCode};
+constexpr TransactionExit kCdol2NotBuilt = {4962, CardPower::Stays, LinkEnd::Closed, kDolNotBuilt};
 constexpr TransactionExit kNoAnswer = {4977, CardPower::Stays, LinkEnd::Closed, -2};
 constexpr TransactionExit kNoIssuerAuth = {5010, CardPower::Stays, LinkEnd::Closed, VORN_NO_ISSUER_AUTH};
 constexpr TransactionExit kShortIssuerAuth = {5018, CardPower::Stays, LinkEnd::Closed, VORN_NO_ISSUER_AUTH};
@@ -120,36 +117,35 @@ ByteView scriptTemplate(ByteView answer)
 
 class ScriptResult {
 public:
-    explicit ScriptResult(char* out) : out_(out) { publish(); }
+    explicit ScriptResult(char* out) : out_(out) { storeText(out_, ""); }
 
     // With a script: the result as it stands before the script runs.
     void begin()
     {
-        std::strcpy(text_, "DF31050000000000");
-        publish();
+        storeText(text_, "DF31050000000000");
+        storeText(out_, text_);
     }
 
-    // Each byte is written at the same place, so the fourth one and the text's end stay: hosts compare ten
-    // characters when the issuer sent an identifier.
+    // Each byte is written at the same place, so the fourth one and the text's end stay: hosts know the
+    // text of ten characters that an identifier leaves.
     void setIdentifier(const TagValue& identifier)
     {
+        char digits[3] = {};
         for (int i = 0; i < 4; ++i) {
-            std::snprintf(text_ + kIdentifierAt, 3, "%02X", unsigned{identifier.bytes[i]});
+            chartohalf(identifier.bytes[i], digits);
         }
-        publish();
+        put(kIdentifierAt, digits, sizeof digits);
     }
 
     void setFailed(int command)
     {
-        text_[kOutcomeAt] = '1';
-        text_[kOutcomeAt + 1] = "0123456789ABCDEF"[command > 15 ? 15 : command];
-        publish();
+        const char outcome[] = {'1', "0123456789ABCDEF"[command > 15 ? 15 : command]};
+        put(kOutcomeAt, outcome, sizeof outcome);
     }
 
     void setDone()
     {
-        text_[kOutcomeAt] = '2';
-        publish();
+        put(kOutcomeAt, "2", 1);
     }
 
     const char* text() const { return text_; }
@@ -158,10 +154,12 @@ private:
     static constexpr int kOutcomeAt = 6;
     static constexpr int kIdentifierAt = 8;
 
-    void publish()
+    // The caller's text is touched only where it changes.
+    void put(int at, const char* characters, std::size_t count)
     {
+        std::memcpy(text_ + at, characters, count);
         if (out_ != nullptr) {
-            std::memcpy(out_, text_, sizeof text_);
+            std::memcpy(out_ + at, characters, count);
         }
     }
 
@@ -190,7 +188,7 @@ public:
         const IssuerAuthData issuerAuth(answer_);
         buildSecondData(given_, issuerAuth.responseCode(), terminalData_);
         DolValues values;
-        if (!buildDol(boundedTlv(terminalData_.view()), cdol2.view(), values) || values.size() > kCommandDataMax) {
+        if (!buildCommandData(boundedTlv(terminalData_.view()), cdol2.view(), values)) {
             return leave(kCdol2NotBuilt, kDolNotBuilt);
         }
         if (answer_.empty()) {

@@ -39,8 +39,8 @@ constexpr std::uint8_t kAac = 0x00;
 constexpr std::uint8_t kTc = 0x40;
 constexpr std::uint8_t kArqc = 0x80;
 
-// Which of the two texts is built. In the TC text, items found in the terminal's data whose tag has two bytes and
-// that hosts take from it by position carry the first tag byte only.
+// Which of the two texts is built. In the TC text 9F02, 5F2A, 9F1A and 9F03 carry the first tag byte only when they
+// were found in the terminal's data.
 enum class CryptogramText { Arqc, Tc };
 
 // Where the items come from besides the response.

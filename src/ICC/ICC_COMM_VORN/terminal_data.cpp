@@ -22,21 +22,12 @@ constexpr std::uint8_t kTtq[] = {0xF4, 0x00, 0x00, 0x00};
 constexpr std::uint8_t kCashLimit[] = {0x00, 0x00, 0x01, 0x00, 0x00, 0x00};
 
 // The bank's name as it has been stored from the first: its GBK bytes taken for cp1252 characters and written in
-// UTF-8, 32 bytes of which the field holds 20. Hosts' back ends know the card by these bytes.
+// UTF-8, 32 bytes of which the field holds 20. Kept byte for byte.
 constexpr std::uint8_t kBankName[] = {0xC3, 0x96, 0xC3, 0x90, 0xC2, 0xB9, 0xC3, 0xBA, 0xC3, 0x87, 0xC3,
                                       0xA0, 0xC2, 0xBA, 0xC3, 0x8C, 0xC2, 0xB4, 0xC2, 0xA2, 0xC3, 0x90,
                                       0xC3, 0xAE, 0xC3, 0x92, 0xC3, 0xB8, 0xC3, 0x90, 0xC3, 0x90};
 constexpr std::size_t kMerchantNameSize = 20;
 static_assert(sizeof kBankName == 32, "the name in its stored form");
-
-constexpr Tag kTag9F21{0x9F21};
-constexpr Tag kTag9F66{0x9F66};
-constexpr Tag kTag9F7A{0x9F7A};
-constexpr Tag kTag9F7B{0x9F7B};
-constexpr Tag kTag9F4E{0x9F4E};
-constexpr Tag kTagDF60{0xDF60};
-constexpr Tag kTagDF69{0xDF69};
-constexpr Tag kTag8A{0x8A};
 
 void putHeader(TerminalData& data, Tag tag, std::size_t length)
 {
@@ -50,7 +41,7 @@ void putObject(TerminalData& data, Tag tag, ByteView value)
     data.append(value);
 }
 
-// The 00 behind the last object. It counts: cards have been sent it from the first.
+// The 00 behind the last object. It counts in the list's length, as the card layer has had it from the first.
 void endList(TerminalData& data) { data.append(0x00); }
 
 // ---------------------------------------------------------------- the transaction calls
@@ -73,7 +64,8 @@ struct TerminalObject {
     std::size_t width;
     Absent absent;
     const std::uint8_t* value; // the default
-    TooLong inFirst;           // in the second call nothing overruns: it is cut
+    TooLong inFirst;
+    TooLong inSecond;
     Calls calls;
     Tag tagWhenGivenInSecond; // what the second call writes a given value under
     bool gapWhenGivenInSecond; // one byte stands between tag and length there
@@ -81,12 +73,12 @@ struct TerminalObject {
 
 constexpr TerminalObject object(char key, Tag tag, std::size_t width, const std::uint8_t* value, TooLong inFirst)
 {
-    return {key, tag, width, Absent::Default, value, inFirst, Calls::Both, tag, false};
+    return {key, tag, width, Absent::Default, value, inFirst, TooLong::Cut, Calls::Both, tag, false};
 }
 
-constexpr TerminalObject optional(char key, Tag tag, std::size_t width, TooLong inFirst)
+constexpr TerminalObject optional(char key, Tag tag, std::size_t width, TooLong inBoth)
 {
-    return {key, tag, width, Absent::LeaveOut, nullptr, inFirst, Calls::Both, tag, false};
+    return {key, tag, width, Absent::LeaveOut, nullptr, inBoth, inBoth, Calls::Both, tag, false};
 }
 
 constexpr char kNoKey = '\0';
@@ -95,19 +87,21 @@ constexpr TerminalObject kObjects[] = {
     object('P', tag::kAmountAuthorised, 6, kZeros, TooLong::Overrun),
     object('Q', tag::kAmountOther, 6, kZeros, TooLong::Overrun),
     object('J', tag::kCountryCode, 2, kChina, TooLong::Overrun),
-    {'L', tag::kTvr, 5, Absent::Default, kTvr, TooLong::Overrun, Calls::Both, tag::kTvr, true},
+    {'L', tag::kTvr, 5, Absent::Default, kTvr, TooLong::Overrun, TooLong::Cut, Calls::Both, tag::kTvr, true},
     object('R', tag::kCurrencyCode, 2, kChina, TooLong::Overrun),
     object('T', tag::kTransactionType, 1, kOne, TooLong::Cut),
     optional('S', tag::kTransactionDate, 3, TooLong::KeepEnd),
-    optional('U', kTag9F21, 3, TooLong::Cut),
-    {'K', tag::kUnpredictableNumber, 4, Absent::Random, nullptr, TooLong::Cut, Calls::Both,
+    optional('U', tag::kTransactionTime, 3, TooLong::Cut),
+    {'K', tag::kUnpredictableNumber, 4, Absent::Random, nullptr, TooLong::Cut, TooLong::Cut, Calls::Both,
      tag::kUnpredictableNumber, false},
-    object('M', kTag9F66, 4, kTtq, TooLong::Cut),
-    {'N', kTag9F7A, 1, Absent::Default, kOne, TooLong::Cut, Calls::Both, kTag9F66, false},
-    object('O', kTag9F7B, 6, kCashLimit, TooLong::Cut),
-    {kNoKey, kTagDF60, 1, Absent::Default, kOne, TooLong::Cut, Calls::FirstOnly, kTagDF60, false},
-    object('V', kTag9F4E, kMerchantNameSize, kBankName, TooLong::Cut),
-    object(kNoKey, kTagDF69, 1, kOne, TooLong::Cut),
+    object('M', tag::kTerminalTransactionQualifiers, 4, kTtq, TooLong::Cut),
+    {'N', tag::kCashTerminalSupport, 1, Absent::Default, kOne, TooLong::Cut, TooLong::Cut, Calls::Both,
+     tag::kTerminalTransactionQualifiers, false},
+    object('O', tag::kCashTerminalLimit, 6, kCashLimit, TooLong::Cut),
+    {kNoKey, tag::kTerminalIndicator60, 1, Absent::Default, kOne, TooLong::Cut, TooLong::Cut, Calls::FirstOnly,
+     tag::kTerminalIndicator60, false},
+    object('V', tag::kMerchantName, kMerchantNameSize, kBankName, TooLong::Cut),
+    object(kNoKey, tag::kTerminalIndicator69, 1, kOne, TooLong::Cut),
 };
 
 // Appends a field of zeros with the value right-aligned in it. A value that overruns writes over what stands before
@@ -181,7 +175,7 @@ void putInSecond(TerminalData& data, const LetteredItems& given, const TerminalO
     data.append(item.tagWhenGivenInSecond.view());
     data.skip(item.gapWhenGivenInSecond ? 1 : 0);
     data.append(static_cast<std::uint8_t>(item.width));
-    putField(data, item.width, value.view(), item.inFirst == TooLong::KeepEnd ? TooLong::KeepEnd : TooLong::Cut);
+    putField(data, item.width, value.view(), item.inSecond);
 }
 
 } // namespace
@@ -196,7 +190,7 @@ void buildFirstData(const LetteredItems& given, TerminalData& data)
 
 void buildSecondData(const LetteredItems& given, ByteView responseCode, TerminalData& data)
 {
-    putObject(data, kTag8A, responseCode);
+    putObject(data, tag::kAuthorisationResponseCode, responseCode);
     for (const TerminalObject& item : kObjects) {
         putInSecond(data, given, item);
     }
@@ -207,9 +201,8 @@ void buildSecondData(const LetteredItems& given, ByteView responseCode, Terminal
 
 void buildQueryData(TerminalData& data)
 {
-    // The number that stands for an unpredictable one: nothing is signed in a query.
     static constexpr std::uint8_t kAmount[] = {0x00, 0x00, 0x00, 0x00, 0x00, 0x12};
-    static constexpr std::uint8_t kFixedNumber[] = {0x12, 0x34, 0x56, 0x78};
+    static constexpr std::uint8_t kFixedNumber[] = {0x12, 0x34, 0x56, 0x78}; // in place of an unpredictable one
 
     std::uint8_t today[3] = {};
     GetYYMMDD(today);
@@ -224,13 +217,13 @@ void buildQueryData(TerminalData& data)
         {tag::kCurrencyCode, {kChina, sizeof kChina}},
         {tag::kTransactionType, {kOne, sizeof kOne}},
         {tag::kUnpredictableNumber, {kFixedNumber, sizeof kFixedNumber}},
-        {kTag9F66, {kTtq, sizeof kTtq}},
-        {kTag9F7A, {kOne, sizeof kOne}},
-        {kTag9F7B, {kCashLimit, sizeof kCashLimit}},
-        {kTag9F4E, {kBankName, kMerchantNameSize}},
+        {tag::kTerminalTransactionQualifiers, {kTtq, sizeof kTtq}},
+        {tag::kCashTerminalSupport, {kOne, sizeof kOne}},
+        {tag::kCashTerminalLimit, {kCashLimit, sizeof kCashLimit}},
+        {tag::kMerchantName, {kBankName, kMerchantNameSize}},
         {tag::kTransactionDate, {today, sizeof today}},
-        {kTagDF60, {kOne, sizeof kOne}},
-        {kTagDF69, {kOne, sizeof kOne}},
+        {tag::kTerminalIndicator60, {kOne, sizeof kOne}},
+        {tag::kTerminalIndicator69, {kOne, sizeof kOne}},
     };
     for (const auto& item : objects) {
         putObject(data, item.tag, item.value);

@@ -30,7 +30,7 @@ int leave(const TransactionExit& exit, int stepResult)
     if (exit.link == LinkEnd::Closed) {
         cldev();
     }
-    return exit.code == kStepsCode ? stepResult : exit.code;
+    return exit.returnsStepResult ? stepResult : exit.code;
 }
 
 } // namespace vorn
