@@ -317,6 +317,67 @@ TEST_F(DirectorySelection, ReadsShortRecordsBeforeALongOne)
     EXPECT_EQ(directory.entries(), (Entries{kQuasiCredit + "/3", kDebit + "/1", kCredit + "/2"}));
 }
 
+TEST_F(DirectorySelection, TakesAnEntryWholeOfWhichTheLastRecordsLengthCoversTheBeginning)
+{
+    const std::string entry = tlv("70", directoryEntry(kDebit, "05")); // 21 bytes: 4F's value at 6, 87 at 18
+    ASSERT_EQ(entry.size(), 42U);
+    const struct { const char* behind; std::size_t lastLength; } table[] = {
+        {"87's value", 20}, {"87's length", 19}, {"87", 18}, {"the end of the identifier", 13}, {"the identifier", 6},
+        {"the identifier's length", 5}, {"4F", 4}};
+    for (const auto& row : table) {
+        SCOPED_TRACE(row.behind);
+        expectDirectory({entry, tlv("70", tlv("50", repeated("41", row.lastLength - 4)))}); // no entry of its own
+        Directory each;
+        EXPECT_EQ(each.select(kPseName), 1);
+        EXPECT_EQ(each.entries(), (Entries{kDebit + "/5"}));
+    }
+}
+
+TEST_F(DirectorySelection, DoesNotFindAnEntryThatBeginsBehindTheLastRecordsLength)
+{
+    const std::string front = tlv("50", repeated("42", 10)); // the entry's 61 stands at 14
+    for (const std::size_t lastLength : {14U, 16U}) {
+        expectDirectory({tlv("70", front + directoryEntry(kDebit, "05")),
+                         tlv("70", tlv("50", repeated("41", lastLength - 4)))});
+        Directory each;
+        EXPECT_EQ(each.select(kPseName), lastLength == 14 ? 0 : 1);
+        EXPECT_EQ(each.entries(), lastLength == 14 ? Entries{} : Entries{kDebit + "/5"});
+    }
+}
+
+TEST_F(DirectorySelection, EntersADirectoryWhoseNameLiesBehindTheLastRecordsLength)
+{
+    const std::string nested = "4E4553544544";
+    expectDirectory({tlv("70", tlv("61", tlv("9D", nested))), tlv("70", tlv("50", "42"))}); // 12 bytes and 5
+    reader.apdu(select(nested), ok(directoryFci(nested, "05")));
+    expectRecords({tlv("70", directoryEntry(kCredit, "02"))}, 5);
+    EXPECT_EQ(directory.select(kPseName), 1);
+    EXPECT_EQ(directory.entries(), (Entries{kCredit + "/2"}));
+}
+
+TEST_F(DirectorySelection, SearchesEveryRecordUpToAZeroWhenTheLastOneIsEmpty)
+{
+    const std::string behindAZero =
+        tlv("70", directoryEntry(kDebit, "01") + directoryEntry(kCredit, "02") + "0000" +
+                      directoryEntry(kQuasiCredit, "03"));
+    expectDirectory({behindAZero, tlv("70", directoryEntry("A000000004", "04")), ""});
+    EXPECT_EQ(directory.select(kPseName), 3);
+    EXPECT_EQ(directory.entries(), (Entries{kDebit + "/1", kCredit + "/2", "A000000004/4"}));
+
+    // With a length to go by, the zeros are an object like any other.
+    expectDirectory({behindAZero, tlv("70", tlv("50", repeated("41", 80)))});
+    Directory bounded;
+    EXPECT_EQ(bounded.select(kPseName), 3);
+    EXPECT_EQ(bounded.entries(), (Entries{kDebit + "/1", kCredit + "/2", kQuasiCredit + "/3"}));
+}
+
+TEST_F(DirectorySelection, OfEmptyRecordsOnlyHoldsNothing)
+{
+    expectDirectory({"", "", ""});
+    EXPECT_EQ(directory.select(kPseName), 0);
+    EXPECT_TRUE(directory.entries().empty());
+}
+
 TEST_F(DirectorySelection, EntersANestedDirectoryWhenAllRecordsAreRead)
 {
     const std::string nested = "4E4553544544";

@@ -204,6 +204,28 @@ TEST_P(EachCommand, ReturnsTheCardsStatusWordAndLeavesTheOutputs)
     }
 }
 
+TEST_P(EachCommand, TakesTheStatusWord0000ForNoSuccess)
+{
+    for (const std::string response : {"0000", "01 02 03 0000"}) {
+        reader.apdu(GetParam().apdu, response);
+        Outcome outcome;
+        GetParam().call(outcome);
+        EXPECT_EQ(static_cast<int>(outcome.result), VORN_READER_REFUSED) << response;
+        EXPECT_EQ(outcome.length, kUntouched);
+        EXPECT_TRUE(outcome.untouchedFrom(0));
+    }
+}
+
+TEST_P(EachReadingCommand, TakesTheStatusWord0000BehindAFollowUpForNoSuccess)
+{
+    reader.apdu(GetParam().apdu, "6104").apdu("00 C0 00 00 04", "DF 01 01 7E 00 00");
+    Outcome outcome;
+    GetParam().call(outcome);
+    EXPECT_EQ(static_cast<int>(outcome.result), VORN_READER_REFUSED);
+    EXPECT_EQ(outcome.length, kUntouched);
+    EXPECT_TRUE(outcome.untouchedFrom(0));
+}
+
 TEST_P(EachCommand, ReturnsTheLinksFailureAndLeavesTheOutputs)
 {
     const std::string command = std::string("32 26 00") + GetParam().apdu;

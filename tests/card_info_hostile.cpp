@@ -396,6 +396,13 @@ TEST_F(HostileCard, WithADirectoryThatNamesItselfBehindAnEntry)
     card.answer = answers;
     const int result = call();
     EXPECT_EQ(result, 0);
+    // Once for each directory as deep as they are read, and then the head's application: the first entry of the first
+    // directory, which nothing behind it writes over.
+    EXPECT_EQ(card.timesAsked(kSelectPse), static_cast<std::size_t>(VORN_DIRECTORY_DEPTH_MAX));
+    EXPECT_EQ(card.timesAsked(select(kAid)), 1U);
+    EXPECT_EQ(card.timesAsked("00A4"), VORN_DIRECTORY_DEPTH_MAX + 1U);
+    const auto before = std::find(card.asked.begin(), card.asked.end(), select(kAid)) - card.asked.begin();
+    EXPECT_EQ(before, VORN_DIRECTORY_DEPTH_MAX * 3); // each: SELECT, a record, and the one that is not there
     expectSound(result);
 }
 
