@@ -117,9 +117,9 @@ VORN_API void convertFlagtoTLV(const char *text, unsigned char *items);
  *   currency, S006 date YYMMDD, T002 type, U006 time HHMMSS, V004 country, W with the count of the card's bytes from
  *   the name on up to the first zero (which may lie behind the name) and the name in UTF-8 (so W's count does not lead
  *   to X), X004 ATC.
- * Returns 0, also when a record could not be read and the text ends there; -1 another card type; -2; -3; -10, -11,
- * -25 activation failed (card not powered off); -26; -27; -32 no log entry (9F4D) of two bytes on the card, pszTxDetail empty.
- * On the other failures the outputs are as they were. */
+ * Returns 0, also when a record could not be read and the text ends there; -1 another card type; -2; -3; -11, -25
+ * activation failed (card not powered off); -26; -27; -32 no log entry (9F4D) of two bytes on the card, pszTxDetail
+ * empty. On the other failures the outputs are as they were. */
 VORN_API int IC_GetTranDeta(const char *nPortNo, const char *extendPort, int nBaudRate, int nTimeout, int *pnIcType,
                             const char *pszAIDlist, int *pnTxDetailLen, char *pszTxDetail);
 
@@ -140,8 +140,9 @@ VORN_API int IC_GetTranDeta(const char *nPortNo, const char *extendPort, int nBa
  * icc_tempappdata: the state for IC_CtlScriptData, ICC_STATE_CAPACITY.
  * Returns 0; -24 icc_tempappdata is NULL (link not touched); -3 link not opened, or tag 80 missing in the answer;
  * -2 no card in time (see above), no CDOL1 or CDOL2 on the card, or no ARQC given; -1 another card type, CDOL1 cannot
- * be built, or no memory for pszTxData (link not touched); -11, -25 activation failed; -26; -27; -28; -29 GENERATE AC failed. Powered off on: activation
- * failed, -26, -27, -28, -29. Both texts are emptied first and keep what was written before a failure. */
+ * be built, or no memory for pszTxData (link not touched); -11, -25 activation failed; -26; -27; -28; -29 GENERATE AC
+ * failed. Powered off on: activation failed, -26, -27, -28, -29. Both texts are emptied first and keep what was written
+ * before a failure. */
 VORN_API int IC_GenARQC(const char *nPortNo, const char *extendPort, int nBaudRate, int nTimeout, int *pnIcType,
                         const char *pszAIDlist, const char *pszTxData, int *pnARQCLen, char *pszARQC,
                         char *icc_tempappdata);

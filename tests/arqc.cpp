@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The first half of an online transaction: what the card is asked, and the two texts that come of its answers.
+#include "support/service_call.h"
 #include "support/transaction.h"
 
 using namespace vorn::test;
@@ -273,6 +274,33 @@ TEST_F(Arqc, WithoutAnInterchangeProfileHasAnEmptyOne)
     expectClosed();
 }
 
+// What a record says of the profile does not count: the card's answer to GET PROCESSING OPTIONS does, in both texts,
+// and when that had none as well.
+TEST_F(Arqc, TakesNoInterchangeProfileOutOfARecord)
+{
+    const struct { const char* processing; std::string aip; } table[] = {
+        {"80067C0010010200", "82027C00"},
+        {"770A8202398094041001 0200", "82023980"},
+        {"7706940410010200", "82020000"},
+        {"770B82031980FF940410010200", "82020000"}, // three bytes are no profile
+    };
+    for (const auto& row : table) {
+        for (const std::string& profile : {tlv("82", "E1E2"), tlv("82", "E1E2E3E4")}) {
+            SCOPED_TRACE(row.processing);
+            Exchanges exchanges = ordinary();
+            exchanges[5] = card.processing(valuesOf(kPdol), row.processing);
+            exchanges[6] = card.record(1, profile + firstRecord());
+            exchanges[7] = card.record(2, secondRecord() + profile);
+            expect(exchanges);
+            EXPECT_EQ(first(kNumberText), 0);
+            text.aip = row.aip;
+            EXPECT_EQ(arqc, text.arqc());
+            EXPECT_EQ(state, "01" + tlv("8D", kCdol2) + tlv("5A", kPan) + tlv("5F34", "02") + row.aip);
+            EXPECT_TRUE(reader.done());
+        }
+    }
+}
+
 TEST_F(Arqc, ReadsNoRecordBeyondTheLastObjectItWants)
 {
     const std::string all = firstRecord() + secondRecord() + tlv("5F20", hexOf("ZHANG SAN")) + tlv("9F62", "00") +
@@ -506,6 +534,75 @@ TEST_F(Arqc, AnswersTheLongestListsOfACard)
     EXPECT_EQ(first(kNumberText), 0);
     EXPECT_EQ(arqc, text.arqc());
     EXPECT_EQ(state, "01" + tlv("8D", repeated("9F0206", 42)) + "82027C00");
+    expectClosed();
+}
+
+// ---------------------------------------------------------------- the longest texts
+
+namespace {
+
+// A card whose records hold these bytes, in pieces as long as a record can be.
+class LongestTexts : public Arqc {
+protected:
+    void expectRecords(const std::string& bytes)
+    {
+        constexpr std::size_t kDigits = std::size_t{2} * VORN_RESPONSE_MAX;
+        const std::size_t count = (bytes.size() + kDigits - 1) / kDigits;
+        expect(Exchanges{card.powerOn(), card.finalSelect(),
+                         card.processing("", "80067C001001" + hexByte(count) + "00")});
+        for (std::size_t i = 0; i < count; ++i) {
+            expect(card.apdu(readRecord(i + 1, 2), bytes.substr(i * kDigits, kDigits) + "9000"));
+        }
+    }
+    int call()
+    {
+        return IC_GenARQC(port(), "E7", 115200, 5, &icType, kAid.c_str(), kNumberText.c_str(), &length,
+                          arqcText.text(), stateText.text());
+    }
+
+    Output arqcText{ICC_CRYPTOGRAM_CAPACITY};
+    Output stateText{ICC_STATE_CAPACITY};
+};
+
+} // namespace
+
+TEST_F(LongestTexts, FillTheArqcsCapacityToTheLastByte)
+{
+    // Lengths of 255 behind 81 are those of the second byte of the whole answer, and zeros stand in for what the
+    // answer does not hold.
+    const std::string pan = repeated("11", 255), sequence = repeated("12", 255);
+    const std::string lists = tlv("8C", dolOf(kCdol1)) + tlv("8D", kCdol2);
+    expectRecords(lists + "5A8200FF" + pan + "5F348200FF" + sequence);
+    const std::string issuerData = repeated("6D", 239), counter = repeated("5C", 249);
+    expect(card.generate("80", valuesOf(kCdol1),
+                         "77FF" "8081FA" "80" + text.counter + text.cryptogram + issuerData));
+    expect(card.lastOnline("70FF" "9F1381F9" + counter + "9000"));
+    ASSERT_EQ(call(), 0);
+
+    text.information = "80" "9F10F4" + issuerData + repeated("00", 5); // and the item behind it
+    text.issuerData = "";
+    text.lastOnline = "9F13FF" + counter + repeated("00", 6);
+    text.pan = "5AFF" + pan;
+    text.sequence = "5F34FF" + sequence;
+    EXPECT_EQ(arqcText.value(), text.arqc());
+    EXPECT_EQ(arqcText.value().size() + 1, std::size_t{ICC_CRYPTOGRAM_CAPACITY});
+    EXPECT_EQ(length, ICC_CRYPTOGRAM_CAPACITY - 1);
+    EXPECT_EQ(stateText.value(), "01" + tlv("8D", kCdol2) + text.pan + text.sequence + "82027C00");
+    expectClosed();
+}
+
+TEST_F(LongestTexts, OfTheRecordsFillTheStatesCapacityToTheLastByte)
+{
+    // 4096 bytes of records without a list: their text stays, in lower case.
+    const std::string all = repeated(tlv("70", tlv("9F4B", repeated("EB", 248))), 16) +
+                            tlv("70", tlv("9F4B", repeated("DA", 11)));
+    ASSERT_EQ(all.size(), std::size_t{2} * VORN_APPDATA_CAPACITY);
+    expectRecords(all);
+    EXPECT_EQ(call(), -2);
+    EXPECT_EQ(stateText.value(), lowerCase(all));
+    EXPECT_EQ(stateText.value().size() + 1, std::size_t{ICC_STATE_CAPACITY});
+    EXPECT_EQ(arqcText.value(), "");
+    EXPECT_EQ(length, -77);
     expectClosed();
 }
 

@@ -526,7 +526,8 @@ protected:
     }
     std::string fullState() const
     {
-        return hexByte(static_cast<std::size_t>(GetParam())) + secondRecord() + tlv("5A", kPan) + tlv("5F34", "02") + "82027C00";
+        return hexByte(static_cast<std::size_t>(GetParam())) + secondRecord() + tlv("5A", kPan) + tlv("5F34", "02") +
+               "82027C00";
     }
     std::string successLines() const
     {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The second half of an online transaction without a script: the issuer's answer, the second cryptogram, the TC text.
+#include "support/service_call.h"
 #include "support/terminal_rows.h"
 
 using namespace vorn::test;
@@ -223,6 +224,31 @@ TEST_F(Completion, AnswersTheCardsListWithTheIssuersResponseCode)
         expect(approved("40", arc));
         EXPECT_EQ(second(kNumberText, answerWith(arc), state01()), 0);
         EXPECT_EQ(tc, text.tc());
+    }
+}
+
+TEST_F(Completion, ReadsAnAnswerInTheLongLengthFormByTheTextsSecondByte)
+{
+    const std::string front = "8A0B" + repeated("20", 11);
+    const struct { std::string answer; int result; } table[] = {
+        {front + "918102" + kArpc + kApproved, 0},             // its own length is two
+        {"91810A" + kArpc + kApproved, 0},                     // 129 of which ten are there
+        {"8A023030" "91810A" + kArpc + kApproved, -4},         // two
+        {"8A09" + repeated("20", 9) + "91810A" + kArpc + kApproved, -4},
+        {"8A0A" + repeated("20", 10) + "91810A" + kArpc + kApproved, 0},
+    };
+    for (const auto& row : table) {
+        SCOPED_TRACE(row.answer);
+        forgetLogs();
+        if (row.result == 0) {
+            expect(approved());
+        }
+        EXPECT_EQ(second(kNumberText, row.answer, state01()), row.result);
+        EXPECT_EQ(tc, row.result == 0 ? text.tc() : "");
+        EXPECT_EQ(callLog(), secondEntry(kNumberText, row.answer, state01()) +
+                                 (row.result == 0 ? tcLine() + errorLine(5411, -1) : errorLine(5018, 0)));
+        EXPECT_TRUE(linkClosed());
+        EXPECT_TRUE(reader.done());
     }
 }
 
@@ -534,6 +560,42 @@ TEST_F(Completion, WritesNoOutputThatTheCallerDoesNotWant)
     });
     EXPECT_EQ(callLog(),
               secondEntry(kNumberText, answerWith(kApproved), state01(), 0) + tcLine() + errorLine(5411, -1));
+    expectClosed();
+}
+
+TEST_F(Completion, LongestTextLeavesThreeBytesOfItsCapacity)
+{
+    // A given L hides the currency from the walk, so that its item keeps both tag bytes; amount, country and other
+    // amount lack one each.
+    const std::string pan = repeated("11", 255), sequence = repeated("12", 255);
+    const std::string issuerData = repeated("6D", 237), counter = repeated("5C", 249);
+    expect({card.externalAuthenticate(kArpc + kApproved),
+            card.generate("40", kApproved,
+                          "77FF" "4200" "8081F8" "40" + text.counter + text.cryptogram + issuerData),
+            card.lastOnline("70FF" "9F1381F9" + counter + "9000")});
+    Output tcText{ICC_CRYPTOGRAM_CAPACITY};
+    Output result{ICC_SCRIPT_RESULT_CAPACITY};
+    standardOutputOf([&] {
+        EXPECT_EQ(IC_CtlScriptData(
+                      port(), "E7", 115200, 5, &icType, (kNumberText + "L0040880R0040840").c_str(),
+                      answerWith(kApproved).c_str(), &length, tcText.text(), result.text(),
+                      stateWith("8A02", "01", "5A8200FF" + pan + "5F348200FF" + sequence + "82027C00").c_str()),
+                  0);
+    });
+    // What the answers lack of 255 bytes is filled up with zeros.
+    text.information = "40" "9F10F4" + issuerData + repeated("00", 7); // and the item behind it
+    text.issuerData = "";
+    text.number = "12345678";
+    text.tvr = "0000000000";
+    text.lastOnline = "9F13FF" + counter + repeated("00", 6);
+    text.type = "00";
+    text.currencyLost = true;
+    text.pan = "5AFF" + pan;
+    text.sequence = "5F34FF" + sequence;
+    EXPECT_EQ(tcText.value(), text.tc());
+    EXPECT_EQ(tcText.value().size(), std::size_t{ICC_CRYPTOGRAM_CAPACITY} - 1 - 2 * 3);
+    EXPECT_EQ(length, static_cast<int>(tcText.value().size()));
+    EXPECT_EQ(result.value(), "");
     expectClosed();
 }
 

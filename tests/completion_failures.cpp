@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Every way in which the second half of an online transaction ends: its code, its log line and number, the card's
 // power, the line, and what stands in the outputs.
+#include "support/service_call.h"
 #include "support/transaction.h"
 
 using namespace vorn::test;
@@ -21,6 +22,17 @@ protected:
         text.information = "40";
     }
 
+    int second(const std::string& txData, const std::string& answer, const std::string& stateText)
+    {
+        return second(txData.c_str(), answer.c_str(), stateText.c_str());
+    }
+    int second(const char* txData, const char* answer, const char* stateText)
+    {
+        icType = kGivenType;
+        return TransactionTest::second(txData, answer, stateText);
+    }
+    void expectTypeOfTheState() const { EXPECT_EQ(icType, static_cast<int>(GetParam())); }
+
     std::string type() const { return hexByte(static_cast<std::size_t>(GetParam())); }
     std::string goodState() const { return type() + tlv("8D", kList) + kRest; }
     static std::string answerWith(const std::string& arc, const std::string& more = "")
@@ -33,7 +45,7 @@ protected:
                    const std::string& script = "", const std::string& tcText = "") const
     {
         EXPECT_EQ(traceLog(), traceOf("IC_CtlScriptData"));
-        EXPECT_EQ(callLog(), secondEntry(kNumberText, answer, stateText, static_cast<int>(GetParam())) + lines);
+        EXPECT_EQ(callLog(), secondEntry(kNumberText, answer, stateText, kGivenType) + lines);
         EXPECT_EQ(scriptResult, script);
         EXPECT_EQ(tc, tcText);
         EXPECT_EQ(length, tcText.empty() ? -77 : static_cast<int>(tcText.size()));
@@ -43,6 +55,7 @@ protected:
         return "pnTCLen:" + std::to_string(text.tc().size()) + ",pszTC:" + text.tc() + "\r\n";
     }
 
+    static constexpr int kGivenType = -5; // which no state has
     IssuerText text;
 };
 
@@ -55,6 +68,7 @@ INSTANTIATE_TEST_SUITE_P(, CompletionFailure, ::testing::Values(Way::Contact, Wa
 TEST_P(CompletionFailure, WithoutAPortLeavesTheOutputsAlone)
 {
     char tcText[] = "as it was", script[] = "as it was";
+    icType = kGivenType;
     int result = 0;
     const std::string out = standardOutputOf([&] {
         result = IC_CtlScriptData("pts/nowhere", "E7", 115200, 5, &icType, kNumberText.c_str(),
@@ -64,7 +78,7 @@ TEST_P(CompletionFailure, WithoutAPortLeavesTheOutputsAlone)
     EXPECT_STREQ(tcText, "as it was");
     EXPECT_STREQ(script, "as it was");
     EXPECT_EQ(length, -77);
-    EXPECT_EQ(icType, static_cast<int>(GetParam()));
+    EXPECT_EQ(icType, kGivenType);
     EXPECT_EQ(out, "vr_comportparam = pts/nowhere:9600,N,8,1,vr_comportmode=0\n");
     EXPECT_EQ(traceLog(), "----------------------------------------------\r\nIC_CtlScriptData\r\n"
                           "nPortNo=pts/nowhere extendPort=E7 nBaudRate=115200 nTimeout=5\r\nActual input is:\r\n"
@@ -105,10 +119,8 @@ TEST_P(CompletionFailure, OfAStateWithoutASecondList)
     for (const std::string& damaged : states) {
         forgetLogs();
         setWay(GetParam());
-        const int given = icType;
-        icType = given;
         EXPECT_EQ(second(kNumberText, answerWith("3030"), damaged), -1);
-        EXPECT_EQ(icType, given);
+        expectTypeOfTheState();
         expectEnd(errorLine(4634, -1), answerWith("3030"), damaged);
         EXPECT_TRUE(linkClosed());
     }
@@ -129,6 +141,7 @@ TEST_P(CompletionFailure, OfASecondListThatCannotBeBuilt)
         forgetLogs();
         setWay(GetParam());
         EXPECT_EQ(second(kNumberText, answerWith("3030", kScript), damaged), -1);
+        expectTypeOfTheState();
         expectEnd(errorLine(4962, -1), answerWith("3030", kScript), damaged);
         EXPECT_TRUE(linkClosed());
     }
@@ -137,6 +150,7 @@ TEST_P(CompletionFailure, OfASecondListThatCannotBeBuilt)
 TEST_P(CompletionFailure, OfAListComesBeforeThatOfTheAnswer)
 {
     EXPECT_EQ(second(kNumberText, "", type() + "8D00"), -1);
+    expectTypeOfTheState();
     expectEnd(errorLine(4962, -1), "", type() + "8D00");
     expectClosed();
 }
@@ -162,6 +176,7 @@ TEST_P(CompletionFailure, OfACutStateKeepsWhatIsThere)
         text.aip = row.aip;
         expect({authenticate("3030"), card.generate("40", "303001", text.response()), card.lastOnline()});
         EXPECT_EQ(second(kNumberText, answerWith("3030"), damaged), 0);
+        expectTypeOfTheState();
         EXPECT_EQ(tc, text.tc());
         EXPECT_TRUE(linkClosed());
     }
@@ -183,7 +198,7 @@ TEST_P(CompletionFailure, OfAStateOfOtherCharacters)
 TEST_P(CompletionFailure, WithoutAnAnswer)
 {
     EXPECT_EQ(second(kNumberText.c_str(), nullptr, goodState().c_str()), -2);
-    EXPECT_EQ(icType, static_cast<int>(GetParam()));
+    expectTypeOfTheState();
     expectEnd(errorLine(4977, 0), "", goodState());
     expectClosed();
 }
@@ -193,6 +208,7 @@ TEST_P(CompletionFailure, OfAnAnswerThatDecodesToNothing)
     for (const std::string& answer : {std::string(), std::string("9"), answerWith("3030") + "7"}) {
         forgetLogs();
         EXPECT_EQ(second(kNumberText, answer, goodState()), -2);
+        expectTypeOfTheState();
         expectEnd(errorLine(4977, 0), answer, goodState());
         EXPECT_TRUE(linkClosed());
     }
@@ -213,6 +229,7 @@ TEST_P(CompletionFailure, WithoutIssuerAuthenticationData)
         SCOPED_TRACE(row.answer);
         forgetLogs();
         EXPECT_EQ(second(kNumberText, row.answer, goodState()), -4);
+        expectTypeOfTheState();
         expectEnd(errorLine(5010, -1), row.answer, goodState(), row.script);
         EXPECT_TRUE(linkClosed());
     }
@@ -232,6 +249,7 @@ TEST_P(CompletionFailure, OfShortIssuerAuthenticationData)
         SCOPED_TRACE(row.answer);
         forgetLogs();
         EXPECT_EQ(second(kNumberText, row.answer, goodState()), -4);
+        expectTypeOfTheState();
         expectEnd(errorLine(5018, 0), row.answer, goodState(), row.script);
         EXPECT_TRUE(linkClosed());
     }
@@ -246,6 +264,7 @@ TEST_P(CompletionFailure, OfARefusedTc)
         text.information = information;
         expect({authenticate("3030"), card.generate("40", "303001", text.response())});
         EXPECT_EQ(second(kNumberText, answerWith("3030", kScript), goodState()), -30);
+        expectTypeOfTheState();
         expectEnd(errorLine(5069, 0), answerWith("3030", kScript), goodState(), "DF31050000000000");
         EXPECT_TRUE(linkClosed()); // the card stays on, the script is not run
     }
@@ -257,6 +276,7 @@ TEST_P(CompletionFailure, OfAnEmptyAnswerIsARefusedTc)
         forgetLogs();
         expect({authenticate("3131"), card.generate("40", "313101", response)});
         EXPECT_EQ(second(kNumberText, answerWith("3131"), goodState()), -30);
+        expectTypeOfTheState();
         expectEnd(errorLine(5069, 0), answerWith("3131"), goodState());
         EXPECT_TRUE(linkClosed());
     }
@@ -267,6 +287,7 @@ TEST_P(CompletionFailure, OfADeclinedTransactionIsNone)
     text.information = "00";
     expect({authenticate("3531"), card.generate("00", "353101", text.response())});
     EXPECT_EQ(second(kNumberText, answerWith("3531", kScript), goodState()), 0);
+    expectTypeOfTheState();
     expectEnd(errorLine(5089, 0), answerWith("3531", kScript), goodState(), "DF31050000000000");
     expectClosed();
 }
@@ -282,6 +303,7 @@ TEST_P(CompletionFailure, OfTheSecondCryptogramByItsResponseCode)
         forgetLogs();
         expect({authenticate(row.arc), card.apdu("80AE" + row.reference + "0003" + row.arc + "01", "6985")});
         EXPECT_EQ(second(kNumberText, answerWith(row.arc, kScript), goodState()), row.result);
+        expectTypeOfTheState();
         expectEnd(errorLine(row.number, 0x6985), answerWith(row.arc, kScript), goodState(), "DF31050000000000");
         EXPECT_TRUE(linkClosed());
     }
@@ -294,6 +316,7 @@ TEST_P(CompletionFailure, OfAnotherCryptogramLeavesTheLinkOpenAndTheCardOn)
         text.information = information;
         expect({authenticate("3030"), card.generate("40", "303001", text.response())});
         EXPECT_EQ(second(kNumberText, answerWith("3030", kScript), goodState()), -2);
+        expectTypeOfTheState();
         expectEnd("", answerWith("3030", kScript), goodState(), "DF31050000000000");
         EXPECT_FALSE(linkClosed());
         EXPECT_EQ(reader.lineEvents().back(), "ESC $ I 2 at 9600");
@@ -305,6 +328,7 @@ TEST_P(CompletionFailure, OfATcInFormat2LeavesTheLinkOpen)
     // The third byte is the tag's, which does not look like a TC.
     expect({authenticate("3030"), card.generate("40", "303001", tlv("77", "9F2701409F36020138"))});
     EXPECT_EQ(second(kNumberText, answerWith("3030"), goodState()), -2);
+    expectTypeOfTheState();
     expectEnd("", answerWith("3030"), goodState());
     EXPECT_FALSE(linkClosed());
 }
@@ -315,6 +339,7 @@ TEST_P(CompletionFailure, OfAnAnswerThatLooksLikeATcWithoutTheTag)
         forgetLogs();
         expect({authenticate("3030"), card.generate("40", "303001", response)});
         EXPECT_EQ(second(kNumberText, answerWith("3030", kEmptyScript), goodState()), -3);
+        expectTypeOfTheState();
         expectEnd(errorLine(5115, -1), answerWith("3030", kEmptyScript), goodState(), "DF31050000000000");
         EXPECT_TRUE(linkClosed());
     }
@@ -327,6 +352,7 @@ TEST_P(CompletionFailure, OfTheScriptPowersOff)
     expect({authenticate("3030"), card.generate("40", "303001", text.response()), card.lastOnline(),
             card.apdu("8424000000", "9000"), card.apdu("841E000001", "6A81"), card.powerOff()});
     EXPECT_EQ(second(kNumberText, answerWith("3030", kScript), goodState()), -31);
+    expectTypeOfTheState();
     expectEnd(tcLine() + errorLine(5430, 0x6A81), answerWith("3030", kScript), goodState(), "DF31051200000000",
               text.tc());
     expectClosed();
@@ -336,6 +362,7 @@ TEST_P(CompletionFailure, NoneWithoutAScriptLeavesTheCardOn)
 {
     expect({authenticate("3030"), card.generate("40", "303001", text.response()), card.lastOnline()});
     EXPECT_EQ(second(kNumberText, answerWith("3030"), goodState()), 0);
+    expectTypeOfTheState();
     expectEnd(tcLine() + errorLine(5411, -1), answerWith("3030"), goodState(), "", text.tc());
     expectClosed();
 }
@@ -345,9 +372,143 @@ TEST_P(CompletionFailure, NoneWithAScriptPowersOff)
     expect({authenticate("3030"), card.generate("40", "303001", text.response()), card.lastOnline(),
             card.apdu("8424000000", "9000"), card.apdu("841E000001", "9000"), card.powerOff()});
     EXPECT_EQ(second(kNumberText, answerWith("3030", kScript), goodState()), 0);
+    expectTypeOfTheState();
     expectEnd(tcLine() + "pszScriptResult:DF31052000000000\r\n", answerWith("3030", kScript), goodState(),
               "DF31052000000000", text.tc());
     expectClosed();
+}
+
+// ---------------------------------------------------------------- the bytes behind the texts
+
+namespace {
+
+// What the answer carries besides 91, and the seventeen bytes that it leaves of the script's result when no script has
+// run. A5 is what the caller had there: without a script only the first byte is written, and an identifier goes to its
+// place with a NUL behind it, whatever stands around.
+struct Carried {
+    const char* name;
+    std::string text;
+    std::string result;
+    bool script;
+};
+
+const std::string kCallers = "A5";
+const std::string kNothingCarried = "00" + repeated(kCallers, 16);
+const Carried kCarried[] = {
+    {"nothing", "", kNothingCarried, false},
+    {"an identifier", "9F1804010203C4",
+     "00" + repeated(kCallers, 7) + hexOf("C4") + "00" + repeated(kCallers, 6), false},
+    {"a script", withoutBlanks(kScript), hexOf("DF31050000000000") + "00", true},
+    {"both", withoutBlanks(kScript) + "9F1804010203C4", hexOf("DF310500C4") + "00" + hexOf("00000") + "00", true},
+};
+
+class CompletionOutputs : public CompletionFailure {
+protected:
+    // A call's bytes: the TC's text, and the script's result as hex.
+    void expectBytes(int result, const std::string& answer, const std::string& stateText, const std::string& tcText,
+                     const std::string& scriptBytes)
+    {
+        Output tcOutput{ICC_CRYPTOGRAM_CAPACITY};
+        Output scriptOutput{ICC_SCRIPT_RESULT_CAPACITY};
+        standardOutputOf([&] {
+            EXPECT_EQ(IC_CtlScriptData(port(), "E7", 115200, 5, &icType, kNumberText.c_str(), answer.c_str(), &length,
+                                       tcOutput.text(), scriptOutput.text(), stateText.c_str()),
+                      result);
+        });
+        const std::size_t behind = ICC_CRYPTOGRAM_CAPACITY - tcText.size() - 1;
+        EXPECT_EQ(tcOutput.hex(ICC_CRYPTOGRAM_CAPACITY), hexOf(tcText) + "00" + repeated(kCallers, behind));
+        EXPECT_EQ(scriptOutput.hex(ICC_SCRIPT_RESULT_CAPACITY), scriptBytes);
+        EXPECT_TRUE(reader.done()) << reader.next();
+    }
+
+    // The second cryptogram and what the card gives for it.
+    Exchanges asked(const std::string& arc, const std::string& reference, const std::string& response) const
+    {
+        return {authenticate(arc), card.generate(reference, arc + "01", response)};
+    }
+    std::string responseOf(const std::string& information)
+    {
+        text.information = information;
+        return text.response();
+    }
+    // The result's characters 6 and 7.
+    static std::string withOutcome(std::string bytes, const std::string& outcome)
+    {
+        return bytes.replace(12, 4, hexOf(outcome));
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(, CompletionOutputs, ::testing::Values(Way::Contact, Way::Field), wayName);
+
+} // namespace
+
+TEST_P(CompletionOutputs, BehindTheTextsStayWithoutAPort)
+{
+    Output tcOutput{ICC_CRYPTOGRAM_CAPACITY};
+    Output scriptOutput{ICC_SCRIPT_RESULT_CAPACITY};
+    standardOutputOf([&] {
+        EXPECT_EQ(IC_CtlScriptData("pts/nowhere", "E7", 115200, 5, &icType, kNumberText.c_str(),
+                                   answerWith("3030", kScript).c_str(), &length, tcOutput.text(), scriptOutput.text(),
+                                   goodState().c_str()),
+                  -3);
+    });
+    EXPECT_TRUE(tcOutput.untouched() && scriptOutput.untouched());
+}
+
+TEST_P(CompletionOutputs, BehindTheTextsStayBeforeTheAnswerIsLookedAt)
+{
+    for (const Carried& carried : kCarried) {
+        SCOPED_TRACE(carried.name);
+        expectBytes(-1, answerWith("3030", carried.text), type() + kRest, "", kNothingCarried);
+        expectBytes(-1, answerWith("3030", carried.text), type() + "8D00", "", kNothingCarried);
+        expectBytes(-2, "", goodState(), "", kNothingCarried);
+        expectBytes(-2, answerWith("3030", carried.text) + "7", goodState(), "", kNothingCarried);
+    }
+}
+
+TEST_P(CompletionOutputs, BehindTheTextsStayWithoutTheIssuersData)
+{
+    for (const Carried& carried : kCarried) {
+        SCOPED_TRACE(carried.name);
+        expectBytes(-4, "8A023030" + carried.text, goodState(), "", carried.result);
+        expectBytes(-4, "9109" + kArpc + "30" + carried.text, goodState(), "", carried.result);
+    }
+}
+
+TEST_P(CompletionOutputs, BehindTheTextsStayWithoutATc)
+{
+    for (const Carried& carried : kCarried) {
+        SCOPED_TRACE(carried.name);
+        const auto expectAfter = [&](const std::string& arc, const Exchanges& exchanges, int result) {
+            expect(exchanges);
+            expectBytes(result, answerWith(arc, carried.text), goodState(), "", carried.result);
+        };
+        expectAfter("3030", asked("3030", "40", responseOf("00")), -30);
+        expectAfter("3531", asked("3531", "00", responseOf("00")), 0);
+        expectAfter("3031", {authenticate("3031"), card.apdu("80AEC00003303101", "6985")}, -30);
+        expectAfter("3030", asked("3030", "40", responseOf("80")), -2);
+        expectAfter("3030", asked("3030", "40", "570140"), -3);
+    }
+}
+
+TEST_P(CompletionOutputs, BehindTheTextsStayWithATc)
+{
+    for (const Carried& carried : kCarried) {
+        SCOPED_TRACE(carried.name);
+        const Exchanges approved = asked("3030", "40", responseOf("40")) + Exchanges{card.lastOnline()};
+        const Exchange accepted = card.apdu("8424000000", "9000");
+        if (carried.script) {
+            expect(approved + Exchanges{accepted, card.apdu("841E000001", "9000"), card.powerOff()});
+            expectBytes(0, answerWith("3030", carried.text), goodState(), text.tc(),
+                        withOutcome(carried.result, "20"));
+            expect(approved + Exchanges{accepted, card.apdu("841E000001", "6A81"), card.powerOff()});
+            expectBytes(-31, answerWith("3030", carried.text), goodState(), text.tc(),
+                        withOutcome(carried.result, "12"));
+        } else {
+            expect(approved);
+            expectBytes(0, answerWith("3030", carried.text), goodState(), text.tc(), carried.result);
+        }
+    }
 }
 
 // ---------------------------------------------------------------- interrupted at every exchange
@@ -416,6 +577,7 @@ protected:
         text.lastOnline = row.at == 2 ? "" : IssuerText().lastOnline;
         const std::string answer = answerWith(arc, kScript);
         EXPECT_EQ(second(kNumberText, answer, goodState()), row.result);
+        expectTypeOfTheState();
         std::string lines = row.line;
         if (lines.find('$') != std::string::npos) {
             const bool silent = how == Interruption::DeadReader || how == Interruption::LostReply;
@@ -482,6 +644,7 @@ TEST_P(Interrupted, ForGoodAtTheLastOnlineCounter)
         expectAs(all[kOff], how);
         text.lastOnline = "";
         EXPECT_EQ(second(kNumberText, answerWith("3030", kScript), goodState()), -31);
+        expectTypeOfTheState();
         expectEnd(tcLine() + errorLine(5430, silent ? -11 : -9), answerWith("3030", kScript), goodState(),
                   "DF31051100000000", text.tc());
         EXPECT_TRUE(linkClosed());

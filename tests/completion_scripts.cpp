@@ -274,6 +274,15 @@ TEST_F(CompletionScript, TakesAWarningForAFailure)
     expectLines(tlv("72", commands(2)), errorLine(5430, 0x63C1));
 }
 
+TEST_F(CompletionScript, TakesTheStatusWord0000ForAFailure)
+{
+    expect(approved() + Exchanges{card.apdu(command(1), "0000"), card.powerOff()});
+    EXPECT_EQ(run(tlv("72", commands(2))), -31);
+    EXPECT_EQ(scriptResult, "DF31051100000000");
+    expectLines(tlv("72", commands(2)), errorLine(5430, -10));
+    expectClosed();
+}
+
 TEST_F(CompletionScript, CutByTheEndOfTheTextRunsWhatIsThere)
 {
     expect(approved());
@@ -351,6 +360,23 @@ TEST_F(CompletionScript, KeepsTheFourthByteOfItsIdentifier)
         EXPECT_EQ(run(tlv("72", identifier + commands(1))), 0);
         EXPECT_EQ(scriptResult, row.text);
     }
+}
+
+TEST_F(CompletionScript, ReadsAnIdentifierInTheLongLengthFormByTheTextsSecondByte)
+{
+    // Ten bytes of it when the text begins with the issuer's data, though its own length is one.
+    expect(approved());
+    expectCommands(1);
+    expect(card.powerOff());
+    EXPECT_EQ(run(tlv("72", commands(1)) + "9F188101" "A1B2C3D4"), 0);
+    EXPECT_EQ(scriptResult, "DF310520D4");
+
+    // Two bytes, so that the fourth is zero, though its own length is four.
+    expect(approved());
+    expectCommands(1);
+    expect(card.powerOff());
+    EXPECT_EQ(second(kNumberText, "8A023030" + answerOf(tlv("72", commands(1)) + "9F188104" "A1B2C3D4"), kState), 0);
+    EXPECT_EQ(scriptResult, "DF31052000");
 }
 
 TEST_F(CompletionScript, TakesAnIdentifierOutsideItsTemplate)

@@ -629,7 +629,8 @@ TEST(SimFault, OtherTextsAreRefused)
          {"", "statu=06", "status", "status=", "status=100", "status=-1", "status=0x6", "status=g", "Status=06",
           "silence=1", "noise", "noise=0", "noise=x", "noise=-5", "noise=5 ", " noise=5", "short", "short=0", "long=",
           "noend=1", "check=1", "delay", "delay=0", "delay=99999999999999999999", "pull@0", "pull@", "pull@x",
-          "pull@-1", "pull/", "pull/100", "pull/x", "pull/26@3", "status@3=06", "pull@1@2", "pull/1/2", "@3", "/26", "=06"})
+          "pull@-1", "pull/", "pull/100", "pull/x", "pull/26@3", "status@3=06", "pull@1@2", "pull/1/2", "@3", "/26",
+          "=06"})
         EXPECT_FALSE(parseFault(text)) << text;
 }
 

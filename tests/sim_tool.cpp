@@ -729,7 +729,8 @@ TEST_F(ToolTest, LogIsATableThatSaysWhatItCannotTell)
 {
     const Result result = run(scratch, {"log", "--sim", "debit"});
     EXPECT_EQ(result.code, kOk);
-    for (const char* const text : {"2026-09-18", "18:30:42", "青禾超市城北店", "50.00", "cash (01)", "not told", "authorised"})
+    for (const char* const text :
+         {"2026-09-18", "18:30:42", "青禾超市城北店", "50.00", "cash (01)", "not told", "authorised"})
         EXPECT_TRUE(result.says(text)) << text << result.output;
     EXPECT_FALSE(result.says("86.50"));
     const Json log = run(scratch, {"log", "--sim", "debit", "--json"}).json();

@@ -73,8 +73,8 @@ VORN_API unsigned char *vrdk_findtag(const unsigned char *tag, int tagLength, co
 
 /* Copies the value of the object found. Returns 0, or -1 when the tag is absent (nothing written).
  * A length in the 81 form is not the object's own: it is the buffer's second byte (hosts know the 129 bytes that
- * follow in a record 70 81 ..). value: max(255, bufferLength) bytes; 65535 without a bound. A value that runs past the buffer is cut; one
- * of the 81 form is filled up with zeros. */
+ * follow in a record 70 81 ..). value: max(255, bufferLength) bytes; 65535 without a bound. A
+ * value that runs past the buffer is cut; one of the 81 form is filled up with zeros. */
 VORN_API int vrdk_gettagvalue(const unsigned char *tag, int tagLength, const unsigned char *buffer, int bufferLength,
                               unsigned char *value, int *valueLength);
 
@@ -162,7 +162,8 @@ VORN_API int VR_selectapp(char *text);
 
 /* ------------------------------------------------------------------ transaction (EMV Book 3, 10.1 and 10.2) */
 
-/* GET PROCESSING OPTIONS with the PDOL (9F38) of the FCI filled from the terminal data. An FCI of length 0 is an empty one.
+/* GET PROCESSING OPTIONS with the PDOL (9F38) of the FCI filled from the terminal data. An FCI of length 0 is
+ * an empty one.
  * aip: 2 bytes; afl: VORN_RESPONSE_MAX bytes. Returns 0; -1: PDOL cannot be built, or the response is of neither
  * format; otherwise the command's failure. */
 VORN_API int vrdk_GetProcOptions(const unsigned char *fci, unsigned char fciLength, const unsigned char *terminalData,

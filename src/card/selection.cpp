@@ -44,8 +44,8 @@ struct DirectoryRecord {
     std::uint8_t bytes[VORN_RESPONSE_MAX + 1];
 };
 
-// The records of one directory, in order. All are searched for entries by the length of the one that was read last: hosts know
-// which entries that leaves out.
+// The records of one directory, in order. All are searched for entries by the length of the one that was read last:
+// hosts know which entries that leaves out.
 class DirectoryRecords {
 public:
     explicit DirectoryRecords(std::uint8_t shortFileId)

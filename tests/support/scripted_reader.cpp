@@ -39,7 +39,7 @@ bool decodeFrame(const Bytes& text, Bytes& content, std::string& reason)
         }
         bytes.push_back(static_cast<std::uint8_t>(((text[i] & 0x0F) << 4) | (text[i + 1] & 0x0F)));
     }
-    if (text.size() % 2 != 0 || bytes.size() < 3 || bytes.size() - 3 != static_cast<std::size_t>(bytes[0] * 256 + bytes[1])) {
+    if (text.size() % 2 != 0 || bytes.size() < 3 || bytes.size() - 3 != std::size_t{bytes[0]} * 256 + bytes[1]) {
         reason = "a wrong length";
         return false;
     }
