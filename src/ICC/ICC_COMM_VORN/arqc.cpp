@@ -215,9 +215,7 @@ extern "C" int IC_GenARQC(const char* nPortNo, const char* extendPort, int nBaud
                           const char* pszAIDlist, const char* pszTxData, int* pnARQCLen, char* pszARQC,
                           char* icc_tempappdata)
 {
-    traceCall("IC_GenARQC", nPortNo, extendPort, nBaudRate, nTimeout);
-    choosePort(nPortNo);
-    traceActualInput();
+    beginTracedCall("IC_GenARQC", nPortNo, extendPort, nBaudRate, nTimeout);
     const int icType = pnIcType == nullptr ? 0 : *pnIcType;
     logService("IC_GenARQC nPortNo:%s,extendPort:%s,nBaudRate:%d,nTimeout:%d,pnIcType:%d,pszAIDlist:%s,"
                "pszTxData:%s\r\n",

@@ -23,16 +23,13 @@ void choosePort(const char* nPortNo)
     }
 }
 
-void traceCall(const char* function, const char* nPortNo, const char* extendPort, int nBaudRate, int nTimeout)
+void beginTracedCall(const char* function, const char* nPortNo, const char* extendPort, int nBaudRate, int nTimeout)
 {
     log_write("----------------------------------------------");
     log_write(function);
     logTrace("nPortNo=%s extendPort=%s nBaudRate=%d nTimeout=%d", textOf(nPortNo), textOf(extendPort), nBaudRate,
              nTimeout);
-}
-
-void traceActualInput()
-{
+    choosePort(nPortNo);
     log_write("Actual input is:");
     log_write(vr_comportparam);
 }

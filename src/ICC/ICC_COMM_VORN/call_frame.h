@@ -13,9 +13,8 @@ namespace vorn {
 // Fills the link's globals from a call's port argument.
 void choosePort(const char* nPortNo);
 
-// The trace that the card data and transaction calls begin with.
-void traceCall(const char* function, const char* nPortNo, const char* extendPort, int nBaudRate, int nTimeout);
-void traceActualInput();
+// The same with the trace that the card data and transaction calls begin with.
+void beginTracedCall(const char* function, const char* nPortNo, const char* extendPort, int nBaudRate, int nTimeout);
 
 // ---------------------------------------------------------------- finding the card
 

@@ -174,9 +174,7 @@ int readRecords(const Application& application, const char* pszTaglist, Records&
 extern "C" int IC_GetInfo(const char* nPortNo, const char* extendPort, int nBaudRate, int nTimeout, int* pnIcType,
                           const char* pszAIDlist, const char* pszTaglist, int* pnUsrInfoLen, char* pszUsrInfo)
 {
-    traceCall("IC_GetInfo", nPortNo, extendPort, nBaudRate, nTimeout);
-    choosePort(nPortNo);
-    traceActualInput();
+    beginTracedCall("IC_GetInfo", nPortNo, extendPort, nBaudRate, nTimeout);
     storeText(pszUsrInfo, "");
     const int icType = pnIcType == nullptr ? 0 : *pnIcType;
     logService("begin func IC_GetInfo(nPortNo:%s,extendPort:%s,nBaudRate:%d,nTimeout:%d,pnIcType:%d,pszAIDlist:%s,"

@@ -293,9 +293,7 @@ extern "C" int IC_CtlScriptData(const char* nPortNo, const char* extendPort, int
                                 int* pnIcType, const char* pszTxData, const char* pszARPC, int* pnTCLen, char* pszTC,
                                 char* pszScriptResult, const char* icc_tempappdata)
 {
-    traceCall("IC_CtlScriptData", nPortNo, extendPort, nBaudRate, nTimeout);
-    choosePort(nPortNo);
-    traceActualInput();
+    beginTracedCall("IC_CtlScriptData", nPortNo, extendPort, nBaudRate, nTimeout);
     std::printf("vr_comportparam = %s,vr_comportmode=%d\n", vr_comportparam, vr_comportmode);
     logService("IC_CtlScriptData nPortNo:%s,extendPort:%s,nBaudRate:%d,nTimeout:%d,pnIcType:%d,pszTxData:%s,"
                "pszARPC:%s,icc_tempappdata:%s\r\n",

@@ -128,9 +128,7 @@ int readDetail(const char* pszAIDlist, int* pnTxDetailLen, char* pszTxDetail)
 extern "C" int IC_GetTranDeta(const char* nPortNo, const char* extendPort, int nBaudRate, int nTimeout,
                               int* pnIcType, const char* pszAIDlist, int* pnTxDetailLen, char* pszTxDetail)
 {
-    traceCall("IC_GetTranDeta", nPortNo, extendPort, nBaudRate, nTimeout);
-    choosePort(nPortNo);
-    traceActualInput();
+    beginTracedCall("IC_GetTranDeta", nPortNo, extendPort, nBaudRate, nTimeout);
     const int icType = pnIcType == nullptr ? 0 : *pnIcType;
     logService("IC_GetTranDeta nPortNo:%s,extendPort:%s,nBaudRate:%d,nTimeout:%d,pnIcType:%d,pszAIDlist:%s\r\n",
                textOf(nPortNo), textOf(extendPort), nBaudRate, nTimeout, icType, textOf(pszAIDlist));
