@@ -279,6 +279,14 @@ TEST_F(Memory, WholeCycle)
     EXPECT_EQ(IC_M1ReadCard(port(), "", 9600, 5, 0, before.data()), 0);
     EXPECT_EQ(IC_M1ReadCard(port(), "", 9600, 5, 0, block.data()), 0);
     EXPECT_EQ(before, block);
+
+    const unsigned char factoryKey[] = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
+    const std::array<unsigned char, ICC_M1_BLOCK_SIZE> written = {0x00, 0x02, 0x03, 0x1B, 0xFF, 0x80, 0x7F, 0x0A,
+                                                                  0x0D, 0x11, 0x13, 0x20, 0x30, 0x3F, 0xAA, 0x55};
+    ASSERT_EQ(IC_M1CheckCardPin(port(), "", 9600, 5, 20, "A", factoryKey), 0);
+    EXPECT_EQ(IC_M1WriteCard(port(), "", 9600, 5, 20, written.data()), 0);
+    EXPECT_EQ(IC_M1ReadCard(port(), "", 9600, 5, 20, block.data()), 0);
+    EXPECT_EQ(block, written);
     EXPECT_EQ(IC_M1PowerOff(port(), "", 9600, 5), 0);
 }
 
