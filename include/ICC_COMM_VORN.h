@@ -129,10 +129,10 @@ VORN_API int IC_GetTranDeta(const char *nPortNo, const char *extendPort, int nBa
  * IC_CtlScriptData; no other card call may come between.
  * pnIcType, pszAIDlist: as IC_GetInfo.
  * pszTxData: lettered text (see convertFlagtoTLV) with the transaction's data; widths in bytes and defaults:
- *     P 9F02 6 amount   Q 9F03 6 other amount   J 9F1A 2 country 0156   L 95 5 TVR 0000000800
+ *     P 9F02 6 amount 0   Q 9F03 6 other amount 0   J 9F1A 2 country 0156   L 95 5 TVR 0000000800
  *     R 5F2A 2 currency 0156   T 9C 1 type 01   S 9A 3 date (YYMMDD or YYYYMMDD)   U 9F21 3 time
  *     K 9F37 4 unpredictable number (random)   M 9F66 4 TTQ F4000000   N 9F7A 1 EC indicator 01
- *     O 9F7B 6 EC limit 000001000000   V 9F4E 20 merchant name
+ *     O 9F7B 6 EC limit 000001000000   V 9F4E 20 merchant name (a fixed bank name in an encoding of its own: give V)
  *   Values are right-aligned. Of a longer S the last three bytes count, of the other letters' the first bytes. Keep
  *   P, Q, J, L and R within their widths: longer ones are not cut but write over what stands before them in the data
  *   that the card is asked to sign. Without S or U there is no date or time.
@@ -211,7 +211,7 @@ VORN_API int IC_GetZzhHardWalletInfo(const char *nPortNo, const char *extendPort
  * serial become empty texts. Returns 0; -3; -11 no answer, over USB always. */
 VORN_API int GetDevInfo(const char *port, char *version, char *date, char *serial);
 
-/* Describes the reader in JSON. request: {"RequestPort": "3"} for the tty COM3; "0", a text that is no number, no
+/* Describes the reader in JSON. request: {"RequestPort": "3"} for the tty /dev/COM3; "0", a text that is no number, no
  * such text member, or no JSON at all: USB. reserved: not used. out: ICC_DEVICE_JSON_CAPACITY. *outLen: characters,
  * the NUL not counted.
  * The reply says "success" also when no reader answered: its "DeviceVersion" is empty then. Returns 0 always. */

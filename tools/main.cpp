@@ -6,6 +6,8 @@
 #include <CLI/CLI.hpp>
 
 #include <exception>
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace {
 
@@ -51,10 +53,22 @@ int run(int argc, char** argv)
     return static_cast<int>(action());
 }
 
+// A standard stream that is closed would give its number to the first file that is opened, and results would go there.
+void fillStandardStreams()
+{
+    int descriptor = 0;
+    do {
+        descriptor = ::open("/dev/null", O_RDWR);
+    } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
+    if (descriptor > STDERR_FILENO)
+        ::close(descriptor);
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
+    fillStandardStreams();
     keepStandardOutput();
     catchInterrupts();
     try {

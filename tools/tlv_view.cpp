@@ -248,17 +248,39 @@ std::string maskedHex(const Bytes& value)
     return maskMiddle(toHex(value), 6, 4);
 }
 
+namespace {
+
+// Data that are not whole objects may hold an account number anywhere: of every run of decimal digits as long as one
+// the middle is masked, and with it the track data behind a separator.
+std::string maskDigitRuns(std::string text)
+{
+    constexpr std::size_t kAccountNumberMin = 13;
+    static constexpr char kDigits[] = "0123456789";
+    for (std::size_t at = text.find_first_of(kDigits); at != std::string::npos; at = text.find_first_of(kDigits, at)) {
+        const std::size_t end = std::min(text.find_first_not_of(kDigits, at), text.size());
+        if (end - at >= kAccountNumberMin)
+            text.replace(at, end - at, maskMiddle(text.substr(at, end - at), 6, 4));
+        at = end;
+    }
+    return text;
+}
+
+} // namespace
+
 std::string hexText(const Bytes& bytes, bool show)
 {
     std::string text = toHex(bytes);
     if (show)
         return text;
-    for (const TlvNode& node : walkTlv(bytes).nodes) {
+    const TlvWalk walk = walkTlv(bytes);
+    bool known = false;
+    for (const TlvNode& node : walk.nodes) {
+        known = known || rowOf(node.tag) != nullptr;
         if (secretTag(node.tag))
             text.replace(2 * node.valueAt, 2 * node.value.size(),
                          node.tag == 0x5A ? maskPanHex(node.value) : maskTrackHex(node.value));
     }
-    return text;
+    return known && walk.problem.empty() ? text : maskDigitRuns(text);
 }
 
 std::string valueInWords(const TlvNode& node, bool show)
