@@ -2,9 +2,9 @@
 // How much time IC_GetInfo takes on a line that is paced like a real one at 38400 baud, against what that line itself
 // needs: the frames' bytes in both directions at ten bits each, and the delays of opening and closing the link.
 #include "ICC_COMM_VORN.h"
-#include "sim/profile.h"
-#include "sim/pty_port.h"
-#include "sim/reader.h"
+#include "sim/profiles/profile.h"
+#include "sim/reader/pty_port.h"
+#include "sim/reader/reader.h"
 
 #include <benchmark/benchmark.h>
 

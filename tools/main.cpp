@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/command.h"
-#include "tools/interrupt.h"
-#include "tools/output.h"
+#include "tools/commands/command.h"
+#include "tools/cli/interrupt.h"
+#include "tools/cli/output.h"
 
 #include <CLI/CLI.hpp>
 

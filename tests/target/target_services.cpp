@@ -2,8 +2,8 @@
 // The service calls through the kernel's own serial driver, or through its USB stack, in real time. Each test belongs
 // to a profile of the reader's cards: Debit, Memory, Wallet, Psam.
 #include "ICC_COMM_VORN.h"
-#include "sim/issuer.h"
-#include "sim/profile.h"
+#include "sim/issuer/issuer.h"
+#include "sim/profiles/profile.h"
 
 #include <gtest/gtest.h>
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // Every service call over USB, against the simulated reader behind the emulated device; and the same calls over a tty
 // against the same reader, which must give the same.
-#include "sim/issuer.h"
-#include "sim/profile.h"
-#include "sim/reader.h"
+#include "sim/issuer/issuer.h"
+#include "sim/profiles/profile.h"
+#include "sim/reader/reader.h"
 #include "support/service_call.h"
 #include "usb/usb_test.h"
 

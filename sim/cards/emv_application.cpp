@@ -1,0 +1,493 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "sim/cards/emv_application.h"
+
+#include "sim/data/card_values.h"
+
+#include <algorithm>
+
+namespace vorn::sim {
+namespace {
+
+constexpr std::uint8_t kAac = 0x00;
+constexpr std::uint8_t kTc = 0x40;
+constexpr std::uint8_t kArqc = 0x80;
+constexpr std::uint8_t kTypeMask = 0xC0;
+constexpr std::size_t kAccountLines = 1000;
+constexpr std::size_t kArpcSize = 8;
+
+constexpr tlv::Tag kAmount = 0x9F02;
+constexpr tlv::Tag kBalance = 0x9F79, kBalanceLimit = 0x9F77, kSingleLimit = 0x9F78;
+constexpr tlv::Tag kCounter = 0x9F36, kLastOnlineCounter = 0x9F13, kPinTries = 0x9F17;
+
+Bytes counter(std::uint16_t value)
+{
+    return {static_cast<std::uint8_t>(value >> 8), static_cast<std::uint8_t>(value & 0xFF)};
+}
+
+std::string typeName(std::uint8_t type)
+{
+    return type == kArqc ? "ARQC" : type == kTc ? "TC" : "AAC";
+}
+
+std::string money(std::uint64_t minor)
+{
+    const std::string cents = std::to_string(minor % 100);
+    return std::to_string(minor / 100) + "." + (cents.size() < 2 ? "0" : "") + cents;
+}
+
+// What a log record holds, with the width of each field.
+struct LogField {
+    tlv::Tag tag;
+    std::size_t size;
+};
+constexpr LogField kLogFields[] = {{0x9A, 3},   {0x9F21, 3}, {0x9F02, 6}, {0x9F03, 6}, {0x9F1A, 2},
+                                   {0x5F2A, 2}, {0x9F4E, 20}, {0x9C, 1}};
+
+} // namespace
+
+void Account::add(std::string line)
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (lines_.size() == kAccountLines) {
+        lines_.erase(lines_.begin());
+    }
+    lines_.push_back(std::move(line));
+}
+
+std::vector<std::string> Account::lines() const
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return lines_;
+}
+
+void Account::clear()
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    lines_.clear();
+}
+
+// ---------------------------------------------------------------- the transaction
+
+Answer EmvApplication::getProcessingOptions(const Command& command)
+{
+    if (command.p12() != 0) {
+        return refusal(0x6A86);
+    }
+    if (transaction_.processing || a_.refuseProcessing || a_.state.atc == 0xFFFF) {
+        account_.add("GET PROCESSING OPTIONS refused: conditions of use not satisfied");
+        return refusal(0x6985);
+    }
+    const std::size_t expected = tlv::dataLength(a_.pdol);
+    if (command.data.size() < 2 || command.data[0] != 0x83) {
+        return refusal(0x6A80);
+    }
+    tlv::Cursor cursor(command.data, 1);
+    const auto length = cursor.length();
+    const auto values = length ? cursor.take(*length) : std::nullopt;
+    if (!values || !cursor.atEnd() || values->size() != expected) {
+        account_.add("GET PROCESSING OPTIONS refused: the data are not what the PDOL asks for");
+        return refusal(0x6700);
+    }
+    ++a_.state.atc;
+    last_ = current_;
+    transaction_.processing = true;
+    transaction_.terminal = tlv::split(a_.pdol, *values);
+    account_.add("transaction " + std::to_string(a_.state.atc) + " begins");
+
+    if (a_.processingFormat == 1) {
+        Bytes both = a_.aip;
+        tlv::append(both, a_.afl);
+        return {tlv::encode(0x80, both)};
+    }
+    Bytes objects = tlv::encode(0x82, a_.aip);
+    tlv::append(objects, tlv::encode(0x94, a_.afl));
+    return {tlv::encode(0x77, objects)};
+}
+
+std::uint64_t EmvApplication::amount() const
+{
+    const auto found = transaction_.terminal.find(kAmount);
+    return found == transaction_.terminal.end() ? 0 : amountFromBcd(found->second);
+}
+
+bool EmvApplication::coveredOffline() const
+{
+    const bool below = a_.risk.offlineBelow && amount() <= *a_.risk.offlineBelow;
+    const bool paid = !a_.state.electronicCash || (amount() <= a_.state.balance && amount() <= a_.state.singleLimit);
+    return below && paid;
+}
+
+EmvApplication::Decision EmvApplication::decideFirst(std::uint8_t asked) const
+{
+    if (a_.risk.forceFirst) {
+        return {*a_.risk.forceFirst, "the profile says so"};
+    }
+    if (a_.state.blocked) {
+        return {kAac, "the application is blocked"};
+    }
+    if (asked == kAac) {
+        return {kAac, "asked for"};
+    }
+    if (a_.risk.declineAbove && amount() > *a_.risk.declineAbove) {
+        return {kAac, "the amount is above the card's limit of " + money(*a_.risk.declineAbove)};
+    }
+    if (asked == kTc && coveredOffline()) {
+        return {kTc, "within the card's offline limit"};
+    }
+    if (a_.risk.refuseOnline) {
+        return {kAac, "the card does not go online"};
+    }
+    return {kArqc, asked == kTc ? "the card wants its issuer asked" : "asked for"};
+}
+
+EmvApplication::Decision EmvApplication::decideSecond(std::uint8_t asked) const
+{
+    if (a_.risk.forceSecond) {
+        return {*a_.risk.forceSecond, "the profile says so"};
+    }
+    if (a_.state.blocked) {
+        return {kAac, "the application is blocked"};
+    }
+    if (asked == kAac) {
+        return {kAac, "asked for"};
+    }
+    if (!transaction_.issuerAuthentic.value_or(false) && (a_.risk.requireIssuerAuth || asked == kTypeMask)) {
+        return {kAac, transaction_.issuerAuthentic ? "TC refused, issuer authentication failed"
+                                                   : "TC refused, no issuer authentication"};
+    }
+    if (a_.risk.declineAbove && amount() > *a_.risk.declineAbove) {
+        return {kAac, "the amount is above the card's limit of " + money(*a_.risk.declineAbove)};
+    }
+    return {kTc, asked == kTc ? "asked for" : "the card's own choice after a referral"};
+}
+
+// Length, then: what the two cryptograms were and what happened in this transaction; what the card remembers of
+// earlier ones; the script commands after the last one.
+Bytes EmvApplication::verificationResults() const
+{
+    const auto code = [](const std::optional<std::uint8_t>& type) {
+        return static_cast<unsigned>(type.value_or(kArqc)) >> 6; // 10: ARQC, or not yet asked for
+    };
+    const unsigned now = code(transaction_.second) << 6 | code(transaction_.first) << 4
+                         | (transaction_.issuerAuthentic && !*transaction_.issuerAuthentic ? 0x08U : 0U)
+                         | (transaction_.pinVerified ? 0x04U : 0U) | (transaction_.pinFailed ? 0x02U : 0U);
+    const unsigned before = (last_.notCompleted ? 0x80U : 0U)
+                            | (!a_.state.pin.empty() && a_.state.pinTries == 0 ? 0x40U : 0U)
+                            | (a_.state.lastOnlineAtc == 0 ? 0x10U : 0U) | (last_.issuerAuthFailed ? 0x08U : 0U)
+                            | (last_.issuerAuthMissing ? 0x04U : 0U);
+    const unsigned scripts = std::min(last_.scripts, 15U) << 4 | (last_.scriptFailed ? 0x08U : 0U);
+    return {0x03, static_cast<std::uint8_t>(now), static_cast<std::uint8_t>(before),
+            static_cast<std::uint8_t>(scripts)};
+}
+
+// Seven bytes behind their length: key index, cryptogram version, verification results, algorithm. With electronic
+// cash ten more: which kind, the balance's last ten digits and a MAC over balance and ATC.
+Bytes EmvApplication::issuerApplicationData() const
+{
+    Bytes data = {0x07, a_.keyIndex, 0x01};
+    tlv::append(data, verificationResults());
+    data.push_back(0x01);
+    if (a_.state.electronicCash) {
+        const Bytes digits = bcdAmount(a_.state.balance);
+        const Bytes balance(digits.begin() + 1, digits.end());
+        Bytes input = balance;
+        tlv::append(input, counter(a_.state.atc));
+        const crypto::Block mac = crypto::retailMac(transaction_.keys.mac, input);
+        tlv::append(data, {0x0A, 0x01});
+        tlv::append(data, balance);
+        tlv::append(data, {mac[0], mac[1], mac[2], mac[3]});
+    }
+    return data;
+}
+
+Answer EmvApplication::generateCryptogram(const Command& command)
+{
+    const auto asked = static_cast<std::uint8_t>(command.p1 & kTypeMask);
+    const bool second = transaction_.first.has_value();
+    if (!transaction_.processing || !a_.keys || transaction_.second || (second && *transaction_.first != kArqc)) {
+        return refusal(0x6985);
+    }
+    if (command.p1 != asked || command.p2 != 0 || asked == (second ? kArqc : kTypeMask)) {
+        return refusal(0x6A86);
+    }
+    const tlv::Dol dol = (second ? a_.cdol2 : a_.cdol1).value_or(tlv::Dol());
+    if (command.data.size() != tlv::dataLength(dol)) {
+        account_.add("GENERATE AC refused: " + std::to_string(command.data.size()) + " bytes where the CDOL asks for "
+                     + std::to_string(tlv::dataLength(dol)));
+        return refusal(0x6700);
+    }
+    const auto sent = tlv::split(dol, command.data);
+    for (const auto& [tag, value] : sent) {
+        transaction_.terminal[tag] = value;
+    }
+    const Decision decision = second ? decideSecond(asked) : decideFirst(asked);
+    (second ? transaction_.second : transaction_.first) = decision.type;
+    transaction_.keys = crypto::sessionKeys(*a_.keys, a_.state.atc);
+    account_.add(std::string(second ? "second" : "first") + " cryptogram: " + typeName(decision.type) + " over "
+                 + money(amount()) + " (" + decision.why + ")");
+    return answerCryptogram(sent);
+}
+
+// Only what this very command carried goes into the cryptogram: an issuer verifies it from the terminal's words.
+Answer EmvApplication::answerCryptogram(const std::map<tlv::Tag, Bytes>& cdol)
+{
+    const std::uint8_t type = transaction_.second.value_or(transaction_.first.value_or(kAac));
+    auto objects = cdol;
+    objects[0x82] = a_.aip;
+    objects[kCounter] = counter(a_.state.atc);
+    const crypto::Block cryptogram =
+        crypto::applicationCryptogram(transaction_.keys.ac, objects, verificationResults());
+    const Bytes data = issuerApplicationData();
+    const Bytes cryptogramBytes(cryptogram.begin(), cryptogram.end());
+    if (transaction_.second) {
+        completeSecond();
+    } else {
+        transaction_.firstCryptogram = cryptogram;
+        completeFirst();
+    }
+    if (a_.cryptogramFormat == 1) {
+        Bytes value = {type};
+        tlv::append(value, objects[kCounter]);
+        tlv::append(value, cryptogramBytes);
+        tlv::append(value, data);
+        return {tlv::encode(0x80, value)};
+    }
+    Bytes value = tlv::encode(0x9F27, {type});
+    tlv::append(value, tlv::encode(kCounter, objects[kCounter]));
+    tlv::append(value, tlv::encode(0x9F26, cryptogramBytes));
+    tlv::append(value, tlv::encode(0x9F10, data));
+    return {tlv::encode(0x77, value)};
+}
+
+void EmvApplication::completeFirst()
+{
+    if (*transaction_.first == kArqc) {
+        current_ = {};
+        current_.notCompleted = true; // until the second cryptogram
+        return;
+    }
+    if (*transaction_.first == kTc) {
+        if (a_.state.electronicCash) {
+            a_.state.balance -= std::min(amount(), a_.state.balance);
+            account_.add("electronic cash paid, " + money(a_.state.balance) + " left");
+        }
+        writeLog();
+    }
+}
+
+void EmvApplication::completeSecond()
+{
+    current_.notCompleted = false;
+    current_.issuerAuthFailed = transaction_.issuerAuthentic && !*transaction_.issuerAuthentic;
+    current_.issuerAuthMissing = !transaction_.issuerAuthentic;
+    if (transaction_.issuerAuthentic.value_or(false)) {
+        a_.state.lastOnlineAtc = a_.state.atc;
+    }
+    if (*transaction_.second == kTc) {
+        writeLog();
+    }
+}
+
+void EmvApplication::writeLog()
+{
+    if (!a_.log) {
+        return;
+    }
+    Bytes record;
+    for (const LogField& field : kLogFields) {
+        const auto found = transaction_.terminal.find(field.tag);
+        Bytes value = found == transaction_.terminal.end() ? Bytes() : found->second;
+        value.resize(field.size);
+        tlv::append(record, value);
+    }
+    tlv::append(record, counter(a_.state.atc));
+    auto& records = a_.file.records[a_.log->sfi];
+    records.insert(records.begin(), record);
+    records.resize(std::min(records.size(), a_.log->capacity));
+}
+
+Answer EmvApplication::externalAuthenticate(const Command& command)
+{
+    if (command.p12() != 0) {
+        return refusal(0x6A86);
+    }
+    const bool awaited = transaction_.first == kArqc && !transaction_.second && !transaction_.issuerAuthentic;
+    if (!awaited) {
+        account_.add("EXTERNAL AUTHENTICATE refused: only one after the ARQC");
+        return refusal(0x6985);
+    }
+    if (command.data.size() < kArpcSize + 2 || command.data.size() > 16) {
+        return refusal(0x6700);
+    }
+    const crypto::Block expected = crypto::arpc(transaction_.keys.ac, transaction_.firstCryptogram,
+                                                {command.data[kArpcSize], command.data[kArpcSize + 1]});
+    const bool authentic = std::equal(expected.begin(), expected.end(), command.data.begin());
+    transaction_.issuerAuthentic = authentic;
+    account_.add(authentic ? "ARPC right: issuer authenticated" : "ARPC wrong: issuer authentication failed");
+    return refusal(authentic ? 0x9000 : 0x6300);
+}
+
+// ---------------------------------------------------------------- data and PIN
+
+Answer EmvApplication::getData(const Command& command) const
+{
+    const tlv::Tag tag = command.p1 == 0 ? command.p2 : command.p12();
+    if (const auto raw = a_.rawAnswers.find(tag); raw != a_.rawAnswers.end()) {
+        const Bytes& all = raw->second;
+        return {Bytes(all.begin(), all.end() - 2), all[all.size() - 2] * 256U + all[all.size() - 1]};
+    }
+    std::map<tlv::Tag, Bytes> live = {{kCounter, counter(a_.state.atc)},
+                                      {kLastOnlineCounter, counter(a_.state.lastOnlineAtc)}};
+    if (!a_.state.pin.empty()) {
+        live[kPinTries] = {static_cast<std::uint8_t>(a_.state.pinTries)};
+    }
+    if (a_.state.electronicCash) {
+        live[kBalance] = bcdAmount(a_.state.balance);
+        live[kBalanceLimit] = bcdAmount(a_.state.balanceLimit);
+        live[kSingleLimit] = bcdAmount(a_.state.singleLimit);
+    }
+    for (const auto* source : {&a_.data, &std::as_const(live)}) {
+        if (const auto found = source->find(tag); found != source->end()) {
+            return {tlv::encode(tag, found->second)};
+        }
+    }
+    return refusal(0x6A88);
+}
+
+Answer EmvApplication::verify(const Command& command)
+{
+    if (command.p1 != 0 || (command.p2 != 0x80 && command.p2 != 0x00)) {
+        return refusal(0x6A86);
+    }
+    if (a_.state.pin.empty()) {
+        return refusal(0x6A88);
+    }
+    if (command.data.size() != kArpcSize) {
+        return refusal(0x6700);
+    }
+    if (a_.state.pinTries == 0) {
+        account_.add("VERIFY refused: the PIN is blocked");
+        return refusal(0x6983);
+    }
+    const bool right = crypto::pinDigits(command.data) == a_.state.pin;
+    a_.state.pinTries = right ? a_.pinTryLimit : a_.state.pinTries - 1;
+    transaction_.pinVerified = right;
+    transaction_.pinFailed = !right;
+    account_.add(right ? "PIN right" : "PIN wrong, " + std::to_string(a_.state.pinTries) + " tries left");
+    return refusal(right ? 0x9000 : 0x63C0 + a_.state.pinTries);
+}
+
+// ---------------------------------------------------------------- issuer scripts
+
+Bytes EmvApplication::scriptData(const Command& command) const
+{
+    return {command.data.begin(), command.data.end() - crypto::kScriptMacSize};
+}
+
+Answer EmvApplication::refuseScriptData(const char* name, const std::string& why, unsigned status)
+{
+    current_.scriptFailed = true;
+    account_.add(std::string("script command ") + name + " refused: " + why);
+    return refusal(status);
+}
+
+std::optional<Answer> EmvApplication::refuseScript(const Command& command, const char* name)
+{
+    ++current_.scripts;
+    if (!transaction_.first) {
+        return refuseScriptData(name, "no transaction under way", 0x6985);
+    }
+    if (command.data.size() < crypto::kScriptMacSize) {
+        return refuseScriptData(name, "no MAC", 0x6987);
+    }
+    const Bytes header = {command.cla, command.ins, command.p1, command.p2,
+                          static_cast<std::uint8_t>(command.data.size())};
+    const Bytes mac = crypto::scriptMac(transaction_.keys.mac, header, a_.state.atc, transaction_.firstCryptogram,
+                                        scriptData(command));
+    if (!std::equal(mac.rbegin(), mac.rend(), command.data.rbegin())) {
+        return refuseScriptData(name, "wrong MAC", 0x6988);
+    }
+    return std::nullopt;
+}
+
+Answer EmvApplication::putData(const Command& command)
+{
+    constexpr char kName[] = "PUT DATA";
+    if (const auto refused = refuseScript(command, kName)) {
+        return *refused;
+    }
+    struct Target {
+        tlv::Tag tag;
+        const char* name;
+        std::uint64_t& value;
+    };
+    const Target targets[] = {{kBalance, "balance", a_.state.balance},
+                              {kBalanceLimit, "balance limit", a_.state.balanceLimit},
+                              {kSingleLimit, "single transaction limit", a_.state.singleLimit}};
+    const auto target = std::find_if(std::begin(targets), std::end(targets),
+                                     [&command](const Target& t) { return t.tag == command.p12(); });
+    if (target == std::end(targets) || !a_.state.electronicCash) {
+        return refuseScriptData(kName, "no such object", 0x6A88);
+    }
+    const Bytes value = scriptData(command);
+    const bool decimal = toHex(value).find_first_not_of("0123456789") == std::string::npos;
+    if (value.size() != 6 || !decimal) {
+        return refuseScriptData(kName, "no amount of twelve digits", 0x6A80);
+    }
+    target->value = amountFromBcd(value);
+    account_.add(std::string("script: electronic cash ") + target->name + " is now " + money(target->value));
+    return {};
+}
+
+Answer EmvApplication::block(const Command& command)
+{
+    if (const auto refused = refuseScript(command, "APPLICATION BLOCK")) {
+        return *refused;
+    }
+    a_.state.blocked = true;
+    account_.add("script: application blocked");
+    return {};
+}
+
+Answer EmvApplication::unblock(const Command& command)
+{
+    if (const auto refused = refuseScript(command, "APPLICATION UNBLOCK")) {
+        return *refused;
+    }
+    a_.state.blocked = false;
+    account_.add("script: application unblocked");
+    return {};
+}
+
+Answer EmvApplication::blockCard(const Command& command, bool& cardBlocked)
+{
+    if (const auto refused = refuseScript(command, "CARD BLOCK")) {
+        return *refused;
+    }
+    cardBlocked = true;
+    account_.add("script: card blocked");
+    return {};
+}
+
+// P2 00 gives the tries back, P2 02 carries a new PIN as well.
+Answer EmvApplication::changePin(const Command& command)
+{
+    constexpr char kName[] = "PIN CHANGE/UNBLOCK";
+    if (const auto refused = refuseScript(command, kName)) {
+        return *refused;
+    }
+    if (command.p1 != 0 || (command.p2 != 0x00 && command.p2 != 0x02) || a_.state.pin.empty()) {
+        return refuseScriptData(kName, "not of this form, or no PIN on the card", 0x6A86);
+    }
+    const Bytes data = scriptData(command);
+    const std::string digits = command.p2 == 0x02 ? crypto::decipherPin(transaction_.keys.enc, data) : a_.state.pin;
+    if (digits.empty() || (command.p2 == 0x00 && !data.empty())) {
+        return refuseScriptData(kName, "the data hold no PIN", 0x6A80);
+    }
+    a_.state.pin = digits;
+    a_.state.pinTries = a_.pinTryLimit;
+    account_.add(command.p2 == 0x02 ? "script: PIN changed" : "script: PIN unblocked");
+    return {};
+}
+
+} // namespace vorn::sim

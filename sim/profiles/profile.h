@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: Apache-2.0
+// Card profiles: JSON files that say which cards lie in which slot (docs/profiles.md).
+#pragma once
+
+#include "sim/reader/reader.h"
+
+#include <stdexcept>
+#include <string>
+
+namespace vorn::sim {
+
+struct ProfileError : std::runtime_error {
+    using std::runtime_error::runtime_error; // says the file and the place in it
+};
+
+struct Profile {
+    std::string name;        // for people
+    std::string path;        // where it came from
+    std::string json;        // its text
+};
+
+// Finds a profile: a path to a file, or the name of a shipped one ("debit", "credit", "multi", ...). Shipped ones
+// are looked for in $VORN_PROFILES, beside the executable's installation, and in the source tree.
+Profile findProfile(const std::string& nameOrPath);
+std::vector<std::string> shippedProfiles();
+
+// Puts the profile's cards, version text and faults into a reader.
+void load(const Profile& profile, Reader& reader);
+
+} // namespace vorn::sim

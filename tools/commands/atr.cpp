@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: Apache-2.0
+// vorn atr: powers a card, shows its answer to reset, powers it off.
+#include "ICC_COMM_VORN.h"
+#include "tools/explain/atr_view.h"
+#include "tools/commands/command.h"
+#include "tools/explain/hex.h"
+#include "tools/cli/output.h"
+#include "tools/explain/present.h"
+#include "tools/session/session.h"
+
+#include <CLI/CLI.hpp>
+
+#include <array>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+namespace vorn::tool {
+
+namespace {
+
+struct Options {
+    LinkOptions link;
+    InterfaceOptions cardInterface;
+    int psam = 0;
+    bool json = false;
+};
+
+// A PSAM does not come and go: it is asked for once, through the service call.
+Bytes samAtr(const Session& session, int slot)
+{
+    constexpr int samCard = 2;
+    std::array<char, ICC_ATR_CAPACITY> text{};
+    session.check(IC_PowerOn(session.port(), "", 9600, session.timeout(), samCard, slot, text.data()));
+    IC_PowerOff(session.port(), "", 9600, session.timeout(), samCard, slot);
+    return fromHex(text.data()).value_or(Bytes());
+}
+
+Bytes userAtr(const Session& session, int mode)
+{
+    const OpenLink link(session);
+    Bytes atr = session.powerUserCard(mode);
+    vr_closeicc();
+    return atr;
+}
+
+void printParts(const std::string& where, const Bytes& atr)
+{
+    printLine("Card  " + where);
+    printLine("ATR   " + toHex(atr));
+    Table table;
+    for (const AtrPart& part : decodeAtr(atr))
+        table.row({"  " + part.name, part.hex, part.meaning});
+    print(table.text());
+}
+
+void printDocument(const std::string& where, const Bytes& atr)
+{
+    Json document;
+    document["card"] = where;
+    document["atr"] = toHex(atr);
+    document["parts"] = Json::array();
+    for (const AtrPart& part : decodeAtr(atr))
+        document["parts"].push_back({{"name", part.name}, {"hex", part.hex}, {"meaning", part.meaning}});
+    printJson(document);
+}
+
+Exit run(const Options& options)
+{
+    const Session session(options.link);
+    const Bytes atr = options.psam > 0 ? samAtr(session, options.psam) : userAtr(session, options.cardInterface.mode());
+    const std::string where = options.psam > 0 ? "psam" + std::to_string(options.psam) : interfaceName(m_VrICType);
+    (options.json ? printDocument : printParts)(where, atr);
+    return Exit::Ok;
+}
+
+} // namespace
+
+void addAtr(CLI::App& root, Action& action)
+{
+    const auto options = std::make_shared<Options>();
+    CLI::App* const command = root.add_subcommand("atr", "Power a card and show its answer to reset");
+    command->add_option("--psam", options->psam, "The PSAM in this slot instead of the user's card")
+        ->check(CLI::Range(1, 4));
+    addInterfaceOptions(*command, options->cardInterface);
+    command->add_flag("--json", options->json, "Print JSON");
+    addLinkOptions(*command, options->link);
+    command->callback([options, &action] { action = [options] { return run(*options); }; });
+}
+
+} // namespace vorn::tool

@@ -1,0 +1,172 @@
+// SPDX-License-Identifier: Apache-2.0
+// vorn info: the customer's data of a debit/credit card.
+#include "ICC_COMM_VORN.h"
+#include "tools/cli/arguments.h"
+#include "tools/commands/command.h"
+#include "tools/explain/hex.h"
+#include "tools/explain/lettered.h"
+#include "tools/cli/output.h"
+#include "tools/explain/present.h"
+#include "tools/session/session.h"
+
+#include <array>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+namespace vorn::tool {
+
+namespace {
+
+const char* const kAllLetters = "ABCDEFGHIJKL";
+
+struct Options {
+    LinkOptions link;
+    InterfaceOptions cardInterface;
+    std::string aid;
+    std::string tags = kAllLetters;
+    bool json = false;
+    bool raw = false;
+    bool show = false;
+};
+
+enum class Form { Pan, Track2, Amount, Date, Hex, Counter, DocumentType, Document, Name };
+
+struct Row {
+    char letter;
+    const char* key; // in JSON
+    const char* heading;
+    Form form;
+};
+
+constexpr std::array<Row, 12> kRows = {{{'A', "pan", "Account number", Form::Pan},
+                                        {'B', "track2", "Track 2", Form::Track2},
+                                        {'C', "ecBalance", "Electronic cash balance", Form::Amount},
+                                        {'D', "ecBalanceLimit", "  balance limit", Form::Amount},
+                                        {'F', "ecSingleLimit", "  single transaction limit", Form::Amount},
+                                        {'E', "expiry", "Expires", Form::Date},
+                                        {'G', "panSequence", "Card sequence number", Form::Hex},
+                                        {'H', "atc", "Transaction counter", Form::Counter},
+                                        {'I', "documentType", "Document type", Form::DocumentType},
+                                        {'J', "documentNumber", "Document number", Form::Document},
+                                        {'K', "name", "Name", Form::Name},
+                                        {'L', "nameExtended", "Name extended", Form::Name}}};
+
+constexpr std::array<const char*, 6> kDocumentTypes = {"identity card", "officer's card", "passport",
+                                                       "entry permit",  "temporary identity card", "other"};
+
+std::string documentType(const std::string& hex)
+{
+    if (hex.size() == 2 && hex[0] == '0' && hex[1] >= '0' && hex[1] < '0' + static_cast<int>(kDocumentTypes.size()))
+        return std::string(kDocumentTypes[static_cast<std::size_t>(hex[1] - '0')]) + " (" + hex + ")";
+    return hex;
+}
+
+std::string textOfHex(const std::string& hex)
+{
+    const auto bytes = fromHex(hex);
+    return bytes ? textOfGbk(*bytes) : printable(hex);
+}
+
+std::string counter(const std::string& hex)
+{
+    const auto bytes = fromHex(hex);
+    if (!bytes || bytes->empty() || bytes->size() > 4)
+        return printable(hex);
+    return std::to_string(bigEndian(*bytes));
+}
+
+std::string present(Form form, const std::string& text, bool show)
+{
+    switch (form) {
+    case Form::Pan: return printable(show ? text : maskPan(text));
+    case Form::Track2: return printable(show ? text : maskTrack2(text));
+    case Form::Amount: return amountText(text);
+    case Form::Date: return dateText(text);
+    case Form::Hex: return printable(text);
+    case Form::Counter: return counter(text);
+    case Form::DocumentType: return documentType(text);
+    case Form::Document: return show ? textOfHex(text) : maskMiddle(textOfHex(text), 3, 2);
+    case Form::Name: return textOfHex(text);
+    }
+    return {};
+}
+
+void printTable(const CardRecord& record, int cardInterface, bool show)
+{
+    Table table;
+    table.row({"Read through", interfaceName(cardInterface)});
+    for (const Row& row : kRows) {
+        const auto text = record.field(row.letter);
+        const std::string value = !text        ? "(the card answered with something else)"
+                                  : text->empty() ? "-"
+                                                  : present(row.form, *text, show);
+        table.row({row.heading, value});
+    }
+    print(table.text());
+}
+
+// null: not on the card, or not asked for; a member that is missing: the card answered with something else.
+void printDocument(const CardRecord& record, int cardInterface, bool show)
+{
+    Json document;
+    document["interface"] = interfaceName(cardInterface);
+    document["masked"] = !show;
+    for (const Row& row : kRows) {
+        const auto text = record.field(row.letter);
+        if (text && text->empty())
+            document[row.key] = nullptr;
+        else if (text)
+            document[row.key] = present(row.form, *text, show);
+    }
+    printJson(document);
+}
+
+Exit run(const Options& options)
+{
+    Session session(options.link);
+    session.awaitCard(options.cardInterface.mode());
+    int cardInterface = options.cardInterface.mode();
+    int length = 0;
+    std::array<char, ICC_USER_INFO_CAPACITY> text{};
+    session.check(IC_GetInfo(session.port(), "", 9600, session.timeout(), &cardInterface, options.aid.c_str(),
+                             options.tags.c_str(), &length, text.data()));
+    if (options.raw) {
+        printLine(text.data());
+        return Exit::Ok;
+    }
+    const CardRecord record = parseCardRecord(text.data());
+    if (options.json)
+        printDocument(record, cardInterface, options.show);
+    else
+        printTable(record, cardInterface, options.show);
+    if (!record.problem.empty())
+        note("the record could not be read to its end: " + record.problem);
+    return Exit::Ok;
+}
+
+std::string checkLetters(const std::string& letters)
+{
+    return letters.find_first_not_of(kAllLetters) == std::string::npos ? ""
+                                                                       : "only the letters A to L name data objects";
+}
+
+} // namespace
+
+void addInfo(CLI::App& root, Action& action)
+{
+    const auto options = std::make_shared<Options>();
+    CLI::App* const command = root.add_subcommand("info", "Show a debit/credit card's data");
+    command->add_option("--aid", options->aid, "Application identifier, or the beginning of one, in hex")
+        ->check(hexArgument(127));
+    command->add_option("--tags", options->tags, "Letters A to L of the data wanted")
+        ->check(CLI::Validator(checkLetters, "LETTERS"))
+        ->capture_default_str();
+    addInterfaceOptions(*command, options->cardInterface);
+    CLI::Option* const json = command->add_flag("--json", options->json, "Print JSON");
+    command->add_flag("--raw", options->raw, "Print the lettered record as it stands, nothing masked")->excludes(json);
+    command->add_flag("--show", options->show, "Do not mask account and document numbers");
+    addLinkOptions(*command, options->link);
+    command->callback([options, &action] { action = [options] { return run(*options); }; });
+}
+
+} // namespace vorn::tool

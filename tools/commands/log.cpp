@@ -1,0 +1,120 @@
+// SPDX-License-Identifier: Apache-2.0
+// vorn log: the transactions that the card remembers.
+#include "ICC_COMM_VORN.h"
+#include "tools/cli/arguments.h"
+#include "tools/commands/command.h"
+#include "tools/explain/hex.h"
+#include "tools/explain/lettered.h"
+#include "tools/cli/output.h"
+#include "tools/explain/present.h"
+#include "tools/session/session.h"
+
+#include <memory>
+#include <nlohmann/json.hpp>
+
+namespace vorn::tool {
+
+namespace {
+
+struct Options {
+    LinkOptions link;
+    InterfaceOptions cardInterface;
+    std::string aid;
+    bool json = false;
+    bool raw = false;
+};
+
+// Said with every list: who reads it must not take it for more than it is.
+const char* const kLimits[] = {
+    "The amounts that were authorised are not in the library's text; \"other amount\" is the cash part.",
+    "The list ends at the first record that the card does not give, without saying so.",
+    "The log's layout is taken to be the usual one; the card is not asked for it.",
+};
+
+std::string counterText(const std::string& hex)
+{
+    const auto bytes = fromHex(hex);
+    return bytes ? std::to_string(bigEndian(*bytes)) : hex;
+}
+
+std::string merchantText(const std::string& utf8)
+{
+    const std::string text = printable(utf8);
+    return text.substr(0, text.find_last_not_of(' ') + 1);
+}
+
+void printTable(const TransactionList& list)
+{
+    Table table({"Date", "Time", "Type", "Amount", "Other amount", "Currency", "Country", "Merchant", "ATC"});
+    table.alignRight(4);
+    table.alignRight(8);
+    for (const LoggedTransaction& one : list.transactions)
+        table.row({dateText(one.date), timeText(one.time), transactionTypeText(one.type), "not told",
+                   amountText(one.otherAmount, one.currency), currencyText(one.currency), one.country,
+                   merchantText(one.merchant), counterText(one.counter)});
+    if (list.transactions.empty())
+        printLine("The log is empty.");
+    else
+        print(table.text());
+    printLine();
+    for (const char* const limit : kLimits)
+        printLine(limit);
+}
+
+void printDocument(const TransactionList& list)
+{
+    Json document;
+    document["transactions"] = Json::array();
+    for (const LoggedTransaction& one : list.transactions)
+        document["transactions"].push_back({{"date", dateText(one.date)},
+                                            {"time", timeText(one.time)},
+                                            {"type", one.type},
+                                            {"amount", nullptr},
+                                            {"otherAmount", amountText(one.otherAmount, one.currency)},
+                                            {"currency", one.currency},
+                                            {"country", one.country},
+                                            {"merchant", merchantText(one.merchant)},
+                                            {"merchantBytesOnCard", one.merchantBytes},
+                                            {"atc", counterText(one.counter)}});
+    document["notTold"] = Json::array();
+    for (const char* const limit : kLimits)
+        document["notTold"].push_back(limit);
+    printJson(document);
+}
+
+Exit run(const Options& options)
+{
+    const Session session(options.link);
+    session.awaitCard(options.cardInterface.mode());
+    int cardInterface = options.cardInterface.mode();
+    int length = 0;
+    std::vector<char> text(ICC_TX_DETAIL_CAPACITY);
+    session.check(IC_GetTranDeta(session.port(), "", 9600, session.timeout(), &cardInterface, options.aid.c_str(),
+                                 &length, text.data()));
+    if (options.raw) {
+        printLine(text.data());
+        return Exit::Ok;
+    }
+    const TransactionList list = parseTransactions(text.data());
+    (options.json ? printDocument : printTable)(list);
+    if (!list.problem.empty())
+        note("the text could not be read to its end: " + list.problem);
+    return Exit::Ok;
+}
+
+} // namespace
+
+void addLog(CLI::App& root, Action& action)
+{
+    const auto options = std::make_shared<Options>();
+    CLI::App* const command = root.add_subcommand("log", "Show the transactions that a card remembers");
+    command->add_option("--aid", options->aid, "Application identifier, or the beginning of one, in hex")
+        ->check(hexArgument(127));
+    addInterfaceOptions(*command, options->cardInterface);
+    CLI::Option* const json = command->add_flag("--json", options->json, "Print JSON");
+    command->add_flag("--raw", options->raw, "Print the library's text as it stands")->excludes(json);
+    addLinkOptions(*command, options->link);
+    command->callback([options, &action] { action = [options] { return run(*options); }; });
+}
+
+} // namespace vorn::tool

@@ -1,0 +1,143 @@
+// SPDX-License-Identifier: Apache-2.0
+// vorn sim: a reader with a profile's cards, on a pseudo-terminal, for any host.
+#include "tools/commands/command.h"
+#include "tools/explain/hex.h"
+#include "tools/cli/interrupt.h"
+#include "tools/cli/output.h"
+#include "tools/session/session.h"
+
+#ifdef VORN_USB_REDIRECTION
+#include "sim/reader/usb_redir_port.h"
+#endif
+
+#include <CLI/CLI.hpp>
+
+#include <memory>
+#include <nlohmann/json.hpp>
+
+namespace vorn::tool {
+
+namespace {
+
+constexpr int kLookAgain = 50; // milliseconds
+
+struct Options {
+    std::string profile;
+    bool list = false;
+    bool paced = false;
+    bool checkSpeed = false;
+    std::vector<std::string> faults;
+    std::string link;
+    std::string usbSocket;
+    bool json = false;
+    bool verbose = false;
+};
+
+std::string exchangeText(const sim::Reader::Exchange& exchange)
+{
+    return "> " + toHex(exchange.command) + "\n< " +
+           (exchange.answered ? toHex({exchange.status}) + " " + toHex(exchange.payload) : std::string("(silence)"));
+}
+
+// History is taken away as it is shown: a reader may run for weeks.
+void showHistory(SimulatedReader& simulated, sim::PtyPort& port, bool show)
+{
+    std::vector<std::string> lines;
+    port.locked([&] {
+        if (show) {
+            lines = simulated.reader.events();
+            for (const auto& exchange : simulated.reader.exchanges())
+                lines.push_back(exchangeText(exchange));
+        }
+        simulated.reader.clearHistory();
+    });
+    for (const std::string& line : lines)
+        note(line);
+}
+
+Exit listProfiles(bool json)
+{
+    if (json) {
+        printJson(Json(sim::shippedProfiles()));
+        return Exit::Ok;
+    }
+    for (const std::string& name : sim::shippedProfiles())
+        printLine(name);
+    return Exit::Ok;
+}
+
+// The same cards once more, in a reader that is plugged into a virtual machine. It has cards of its own: the two
+// readers may work at the same time.
+class UsbReader {
+public:
+    explicit UsbReader([[maybe_unused]] const Options& options)
+    {
+        if (options.usbSocket.empty())
+            return;
+#ifdef VORN_USB_REDIRECTION
+        reader_ = std::make_unique<SimulatedReader>(options.profile, options.faults);
+        port_ = std::make_unique<sim::UsbRedirPort>(reader_->reader, options.usbSocket);
+        note("A second reader is a USB device for a virtual machine, on the socket " + options.usbSocket + ".");
+#else
+        throw Failure(Exit::Usage, "this vorn was built without USB redirection",
+                      "install libusbredirparser-dev and build it again");
+#endif
+    }
+
+private:
+#ifdef VORN_USB_REDIRECTION
+    std::unique_ptr<SimulatedReader> reader_;
+    std::unique_ptr<sim::UsbRedirPort> port_;
+#endif
+};
+
+Exit run(const Options& options)
+{
+    if (options.list)
+        return listProfiles(options.json);
+    if (options.profile.empty())
+        throw Failure(Exit::Usage, "no profile named", "'vorn sim --list' names those that come with the tool");
+    SimulatedReader simulated(options.profile, options.faults);
+    simulated.reader.checkLineSpeed(options.checkSpeed);
+    sim::PtyPort::Options portOptions;
+    portOptions.paced = options.paced;
+    portOptions.link = options.link;
+    sim::PtyPort port(simulated.reader, portOptions);
+    const UsbReader usb(options);
+
+    if (options.json)
+        printJsonLine({{"port", port.name()}, {"profile", simulated.profile.name}});
+    else
+        printLine(port.name());
+    note("A reader with the cards of '" + simulated.profile.name + "' answers on /dev/" + port.name() + ". Try:");
+    note("  vorn info --port " + port.name());
+    note("Ctrl-C ends it.");
+    while (!interrupted()) {
+        showHistory(simulated, port, options.verbose);
+        pause(kLookAgain);
+    }
+    showHistory(simulated, port, options.verbose);
+    return Exit::Ok;
+}
+
+} // namespace
+
+void addSim(CLI::App& root, Action& action)
+{
+    const auto options = std::make_shared<Options>();
+    CLI::App* const command = root.add_subcommand("sim", "Serve a simulated reader until Ctrl-C");
+    command->add_option("profile", options->profile, "Name of a profile, or the path of a file");
+    command->add_flag("--list", options->list, "Name the profiles that there are");
+    command->add_flag("--paced", options->paced, "Take the time that a real line takes");
+    command->add_flag("--check-speed", options->checkSpeed, "What comes at another speed than the reader's is garbage");
+    command->add_option("--fault", options->faults, "Something that goes wrong, such as status=06@3 (repeatable)");
+    command->add_option("--link", options->link, "Also make this symbolic link to the terminal");
+    command->add_option("--usb-socket", options->usbSocket,
+                        "Also be a USB device for a virtual machine, by USB redirection on this unix socket");
+    command->add_flag("--json", options->json, "Name the port in JSON");
+    command->add_flag("-v,--verbose", options->verbose,
+                      "Show what the reader is asked and answers (card data in clear)");
+    command->callback([options, &action] { action = [options] { return run(*options); }; });
+}
+
+} // namespace vorn::tool

@@ -1,0 +1,283 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/explain/present.h"
+
+#include "tools/explain/hex.h"
+#include "vorn/convert.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <optional>
+
+namespace vorn::tool {
+
+namespace {
+
+bool digitsOnly(const std::string& text)
+{
+    return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+}
+
+struct Currency {
+    const char* code;
+    const char* letters;
+    std::size_t decimals;
+};
+
+const Currency kCurrencies[] = {
+    {"0156", "CNY", 2}, {"0840", "USD", 2}, {"0978", "EUR", 2}, {"0344", "HKD", 2}, {"0446", "MOP", 2},
+    {"0901", "TWD", 2}, {"0392", "JPY", 0}, {"0410", "KRW", 0}, {"0702", "SGD", 2}, {"0826", "GBP", 2},
+    {"0643", "RUB", 2}, {"0764", "THB", 2}, {"0036", "AUD", 2}, {"0124", "CAD", 2}, {"0756", "CHF", 2},
+};
+
+const Currency* currencyOf(const std::string& code)
+{
+    const auto* const row = std::find_if(std::begin(kCurrencies), std::end(kCurrencies),
+                                         [&code](const Currency& c) { return code == c.code; });
+    return row == std::end(kCurrencies) ? nullptr : row;
+}
+
+struct Named {
+    const char* code;
+    const char* name;
+};
+
+template <std::size_t N> std::string named(const Named (&rows)[N], const std::string& code)
+{
+    for (const Named& row : rows) {
+        if (code == row.code)
+            return std::string(row.name) + " (" + code + ")";
+    }
+    return code;
+}
+
+const Named kCountries[] = {{"0156", "China"},          {"0344", "Hong Kong"}, {"0446", "Macao"},
+                            {"0158", "Taiwan"},         {"0840", "USA"},       {"0392", "Japan"},
+                            {"0410", "Korea"},          {"0702", "Singapore"}, {"0826", "United Kingdom"},
+                            {"0276", "Germany"},        {"0250", "France"},    {"0643", "Russia"}};
+
+const Named kTypes[] = {{"00", "purchase"}, {"01", "cash"},    {"09", "purchase with cashback"}, {"20", "refund"},
+                        {"21", "deposit"},  {"30", "inquiry"}, {"31", "balance inquiry"},        {"40", "transfer"},
+                        {"60", "load"},     {"61", "load"},    {"62", "load, unlinked account"}, {"63", "cash load"}};
+
+struct Character {
+    std::uint32_t code;
+    std::size_t size; // in bytes
+};
+
+// One character of UTF-8; nothing when the bytes are none.
+std::optional<Character> characterAt(const std::string& text, std::size_t at)
+{
+    const auto first = static_cast<unsigned char>(text[at]);
+    const std::size_t size = first < 0x80 ? 1 : (first & 0xE0) == 0xC0 ? 2 : (first & 0xF0) == 0xE0 ? 3
+                             : (first & 0xF8) == 0xF0 ? 4 : 0;
+    if (size == 0 || at + size > text.size())
+        return std::nullopt;
+    std::uint32_t code = size == 1 ? first : first & (0xFFU >> (size + 1));
+    for (std::size_t i = 1; i < size; ++i) {
+        const auto next = static_cast<unsigned char>(text[at + i]);
+        if ((next & 0xC0) != 0x80)
+            return std::nullopt;
+        code = code << 6 | (next & 0x3FU);
+    }
+    return Character{code, size};
+}
+
+bool wide(std::uint32_t code)
+{
+    return (code >= 0x1100 && code <= 0x115F) || (code >= 0x2E80 && code <= 0xA4CF) ||
+           (code >= 0xAC00 && code <= 0xD7A3) || (code >= 0xF900 && code <= 0xFAFF) ||
+           (code >= 0xFE30 && code <= 0xFE6F) || (code >= 0xFF00 && code <= 0xFF60) ||
+           (code >= 0xFFE0 && code <= 0xFFE6) || (code >= 0x20000 && code <= 0x3FFFD);
+}
+
+} // namespace
+
+// ---------------------------------------------------------------- masking
+
+std::string maskMiddle(const std::string& text, std::size_t first, std::size_t last)
+{
+    // A short text would be told by its ends: nothing of it remains then but a third.
+    if (text.size() < first + last + 2) {
+        first = 0;
+        last = text.size() / 3;
+    }
+    std::string masked = text;
+    std::fill(masked.begin() + static_cast<std::ptrdiff_t>(first), masked.end() - static_cast<std::ptrdiff_t>(last),
+              '*');
+    return masked;
+}
+
+std::string maskPan(const std::string& digits)
+{
+    return maskMiddle(digits, 6, 4);
+}
+
+std::string maskTrack2(const std::string& track)
+{
+    const std::size_t separator = std::min(track.find('='), track.size());
+    std::string masked = track;
+    masked.replace(0, separator, maskPan(track.substr(0, separator)));
+    for (std::size_t i = separator + 1; i < masked.size(); ++i)
+        masked[i] = '*';
+    return masked;
+}
+
+std::string maskPanHex(const Bytes& value)
+{
+    const std::string hex = toHex(value);
+    const std::size_t padding = std::min(hex.find('F'), hex.size());
+    return maskPan(hex.substr(0, padding)) + hex.substr(padding);
+}
+
+std::string maskTrackHex(const Bytes& value)
+{
+    return maskMiddle(toHex(value), 6, 0);
+}
+
+// ---------------------------------------------------------------- values
+
+std::string printable(const std::string& utf8)
+{
+    std::string text;
+    for (std::size_t at = 0; at < utf8.size();) {
+        const auto character = characterAt(utf8, at);
+        const bool control =
+            character && (character->code < 0x20 || (character->code >= 0x7F && character->code < 0xA0));
+        const std::size_t size = character ? character->size : 1;
+        text += !character || control ? "?" : utf8.substr(at, size);
+        at += size;
+    }
+    return text;
+}
+
+std::string textOfGbk(const Bytes& bytes)
+{
+    std::string text(bytes.begin(), bytes.end());
+    text.erase(std::min(text.find('\0'), text.size()));
+    text.erase(text.find_last_not_of(' ') + 1);
+    std::vector<char> converted(3 * text.size() + 8);
+    if (GbkToUtf8(text.data(), text.size(), converted.data(), converted.size()) != 0)
+        return toHex(bytes) + " (no GBK text)";
+    return printable(converted.data());
+}
+
+std::string amountText(const std::string& bcd, const std::string& currency)
+{
+    if (!digitsOnly(bcd))
+        return bcd;
+    const std::size_t decimals = currencyDecimals(currency);
+    std::string digits = bcd.substr(std::min(bcd.find_first_not_of('0'), bcd.size()));
+    if (digits.size() <= decimals)
+        digits = std::string(decimals + 1 - digits.size(), '0') + digits;
+    if (decimals > 0)
+        digits.insert(digits.size() - decimals, ".");
+    return digits;
+}
+
+std::string dateText(const std::string& yymmdd)
+{
+    if (yymmdd.size() != 6 || !digitsOnly(yymmdd))
+        return yymmdd;
+    const std::string month = yymmdd.substr(2, 2);
+    const std::string day = yymmdd.substr(4, 2);
+    if (month < "01" || month > "12" || day > "31")
+        return yymmdd;
+    return "20" + yymmdd.substr(0, 2) + "-" + month + "-" + day;
+}
+
+std::string timeText(const std::string& hhmmss)
+{
+    if (hhmmss.size() != 6 || !digitsOnly(hhmmss))
+        return hhmmss;
+    return hhmmss.substr(0, 2) + ":" + hhmmss.substr(2, 2) + ":" + hhmmss.substr(4, 2);
+}
+
+std::string currencyText(const std::string& code)
+{
+    const Currency* const row = currencyOf(code);
+    return row == nullptr ? code : std::string(row->letters) + " (" + code + ")";
+}
+
+std::string currencyCode(const std::string& text)
+{
+    for (const Currency& row : kCurrencies) {
+        if (text == row.letters)
+            return row.code;
+    }
+    return text;
+}
+
+std::size_t currencyDecimals(const std::string& code)
+{
+    const Currency* const row = currencyOf(code);
+    return row == nullptr ? 2 : row->decimals;
+}
+
+// Currencies and countries share many codes; a tag of either kind is told by both.
+std::string countryText(const std::string& code)
+{
+    const std::string country = named(kCountries, code);
+    const Currency* const currency = currencyOf(code);
+    if (currency == nullptr)
+        return country;
+    return country == code ? currencyText(code) : country.substr(0, country.find(" (")) + " / " + currencyText(code);
+}
+
+std::string transactionTypeText(const std::string& type)
+{
+    return named(kTypes, type);
+}
+
+std::string cryptogramName(unsigned informationData)
+{
+    switch (informationData & 0xC0U) {
+    case 0x00: return "AAC";
+    case 0x40: return "TC";
+    case 0x80: return "ARQC";
+    default: return "no cryptogram";
+    }
+}
+
+// ---------------------------------------------------------------- tables
+
+std::size_t columns(const std::string& utf8)
+{
+    std::size_t count = 0;
+    for (std::size_t at = 0; at < utf8.size();) {
+        const auto character = characterAt(utf8, at);
+        count += character && wide(character->code) ? 2U : 1U;
+        at += character ? character->size : 1;
+    }
+    return count;
+}
+
+std::string Table::line(const std::vector<std::string>& cells, const std::vector<std::size_t>& widths) const
+{
+    std::string text;
+    for (std::size_t i = 0; i < cells.size(); ++i) {
+        const std::string blanks(widths[i] - columns(cells[i]), ' ');
+        const bool right = std::find(right_.begin(), right_.end(), i) != right_.end();
+        text += (i > 0 ? "  " : "") + (right ? blanks + cells[i] : cells[i] + blanks);
+    }
+    return text.substr(0, text.find_last_not_of(' ') + 1) + "\n";
+}
+
+std::string Table::text() const
+{
+    std::vector<std::size_t> widths;
+    const auto measure = [&widths](const std::vector<std::string>& cells) {
+        widths.resize(std::max(widths.size(), cells.size()));
+        for (std::size_t i = 0; i < cells.size(); ++i)
+            widths[i] = std::max(widths[i], columns(cells[i]));
+    };
+    measure(headings_);
+    for (const auto& row : rows_)
+        measure(row);
+    std::string text = headings_.empty() ? "" : line(headings_, widths);
+    for (const auto& row : rows_)
+        text += line(row, widths);
+    return text;
+}
+
+} // namespace vorn::tool

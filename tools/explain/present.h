@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: Apache-2.0
+// Values as people read them, and how much of them everybody may see.
+#pragma once
+
+#include "sim/data/bytes.h"
+
+#include <string>
+#include <vector>
+
+namespace vorn::tool {
+
+using sim::Bytes;
+
+// ------------------------------------------------------------ masking
+
+std::string maskMiddle(const std::string& text, std::size_t first, std::size_t last);
+std::string maskPan(const std::string& digits);   // 622588******1234
+std::string maskTrack2(const std::string& track); // the PAN as above, nothing behind '='
+std::string maskPanHex(const Bytes& value);       // hex of a PAN with its padding
+std::string maskTrackHex(const Bytes& value);     // hex of track data: six digits remain
+
+// ------------------------------------------------------------ values
+
+// Control characters could drive the terminal, and cards come from strangers.
+std::string printable(const std::string& utf8);
+std::string textOfGbk(const Bytes& bytes); // UTF-8; hex when it is no GBK
+
+// BCD text; what is no number, date or time comes back as it is.
+std::string amountText(const std::string& bcd, const std::string& currency = "0156");
+std::string dateText(const std::string& yymmdd);
+std::string timeText(const std::string& hhmmss);
+std::string currencyText(const std::string& code); // "CNY (0156)"
+std::string currencyCode(const std::string& text); // "0156" of "CNY"; what is not known as it is
+std::size_t currencyDecimals(const std::string& code);
+std::string countryText(const std::string& code);  // letters where they are known
+std::string transactionTypeText(const std::string& type);
+std::string cryptogramName(unsigned informationData); // "TC", "ARQC", "AAC"
+
+// ------------------------------------------------------------ tables
+
+std::size_t columns(const std::string& utf8); // on a terminal; Chinese characters take two
+
+class Table {
+public:
+    explicit Table(std::vector<std::string> headings = {}) : headings_(std::move(headings)) {}
+    void alignRight(std::size_t column) { right_.push_back(column); }
+    void row(std::vector<std::string> cells) { rows_.push_back(std::move(cells)); }
+    std::string text() const;
+
+private:
+    std::string line(const std::vector<std::string>& cells, const std::vector<std::size_t>& widths) const;
+    std::vector<std::string> headings_;
+    std::vector<std::vector<std::string>> rows_;
+    std::vector<std::size_t> right_;
+};
+
+} // namespace vorn::tool

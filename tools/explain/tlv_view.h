@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: Apache-2.0
+// BER-TLV objects as people look at them: names, places in the bytes, and which of them are secret.
+#pragma once
+
+#include "sim/data/tlv.h"
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace vorn::tool {
+
+using sim::Bytes;
+using sim::tlv::Tag;
+
+struct TlvNode {
+    Tag tag = 0;
+    std::size_t depth = 0;
+    std::size_t valueAt = 0; // in the bytes that were walked
+    Bytes value;
+    bool constructed = false;
+};
+
+// As far as the bytes can be read: a problem says where they cannot.
+struct TlvWalk {
+    std::vector<TlvNode> nodes;
+    std::string problem;
+};
+
+TlvWalk walkTlv(const Bytes& bytes);
+
+std::string tagName(Tag tag); // "Application PAN", or empty
+bool secretTag(Tag tag);      // its value identifies the card or its holder
+
+// Hex text of the bytes; unless all may be shown, with stars in the values of the secret objects found in them.
+std::string hexText(const Bytes& bytes, bool show);
+// Hex text of a secret value: its beginning and end remain.
+std::string maskedHex(const Bytes& value);
+
+// The value in words, where there is something to say: text, an amount, a date, a list of tags. May be empty.
+std::string valueInWords(const TlvNode& node, bool show);
+
+} // namespace vorn::tool
