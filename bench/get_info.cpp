@@ -1,18 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
 // How much time IC_GetInfo takes on a line that is paced like a real one at 38400 baud, against what that line itself
 // needs: the frames' bytes in both directions at ten bits each, and the delays of opening and closing the link.
-#include "ICC_COMM_VORN.h"
 #include "sim/profiles/profile.h"
 #include "sim/reader/pty_port.h"
 #include "sim/reader/reader.h"
 
+#include "ICC_COMM_VORN.h"
+
 #include <benchmark/benchmark.h>
+
+#include <unistd.h>
 
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -40,8 +42,8 @@ Run readCard(const char* profile)
     int length = 0;
     std::vector<char> record(ICC_USER_INFO_CAPACITY);
     const auto begin = std::chrono::steady_clock::now();
-    const int result = IC_GetInfo(port.name().c_str(), "", 9600, 10, &cardType, nullptr, "ABCDEFGHIJKL", &length,
-                                  record.data());
+    const int result =
+        IC_GetInfo(port.name().c_str(), "", 9600, 10, &cardType, nullptr, "ABCDEFGHIJKL", &length, record.data());
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
     if (result != VORN_OK) {
         std::fprintf(stderr, "IC_GetInfo returned %d\n", result);

@@ -57,19 +57,19 @@ VORN_BEGIN_C
 /* ------------------------------------------------------------------ raw card access */
 
 /* Return 0 and do nothing: every other call opens and closes the link itself. */
-VORN_API int IC_OpenPort(const char *nPortNo, const char *extendPort, int nBaudRate, int nTimeout);
-VORN_API int IC_ClosePort(const char *nPortNo, const char *extendPort, int nBaudRate, int nTimeout);
+VORN_API int IC_OpenPort(const char* nPortNo, const char* extendPort, int nBaudRate, int nTimeout);
+VORN_API int IC_ClosePort(const char* nPortNo, const char* extendPort, int nBaudRate, int nTimeout);
 
 /* Powers a card on and leaves it powered.
  * nCardType 1: the user's card, contact first, then contactless. 2: the PSAM in slot nPSAMCardNo, 1 to 4.
  * pszATR: the answer to reset as hex text (ISO/IEC 7816-3, 8), ICC_ATR_CAPACITY; emptied first.
  * Returns 0; -1 card type or slot; -2 no card within nTimeout seconds (a card that answered just then included);
  * -3; -11; -25 power-on refused; for a PSAM also -9. */
-VORN_API int IC_PowerOn(const char *nPortNo, const char *extendPort, int nBaudRate, int nTimeout, int nCardType,
-                        int nPSAMCardNo, char *pszATR);
+VORN_API int IC_PowerOn(const char* nPortNo, const char* extendPort, int nBaudRate, int nTimeout, int nCardType,
+                        int nPSAMCardNo, char* pszATR);
 
 /* Powers a card off; arguments as IC_PowerOn. Returns 0 whatever the reader answered; -1 card type or slot; -3. */
-VORN_API int IC_PowerOff(const char *nPortNo, const char *extendPort, int nBaudRate, int nTimeout, int nCardType,
+VORN_API int IC_PowerOff(const char* nPortNo, const char* extendPort, int nBaudRate, int nTimeout, int nCardType,
                          int nPSAMCardNo);
 
 /* Sends one command APDU to a card that IC_PowerOn powered, following 61xx, 62xx and 6Cxx.
@@ -77,8 +77,8 @@ VORN_API int IC_PowerOff(const char *nPortNo, const char *extendPort, int nBaudR
  * pszResp: the response with its status word as hex text, ICC_RESPONSE_CAPACITY. For another status word than 9000
  * it is empty with the user's card, and holds the reply's first two bytes with a PSAM. Untouched when below 0.
  * Returns 0 for every status word; -1 card type, slot or command too long; -3; -9, -10, -11. */
-VORN_API int IC_SendAPDU(const char *nPortNo, const char *extendPort, int nBaudRate, int nTimeout, int nCardType,
-                         int nPSAMCardNo, const char *pszAPDU, char *pszResp);
+VORN_API int IC_SendAPDU(const char* nPortNo, const char* extendPort, int nBaudRate, int nTimeout, int nCardType,
+                         int nPSAMCardNo, const char* pszAPDU, char* pszResp);
 
 /* ------------------------------------------------------------------ card data */
 
@@ -98,18 +98,18 @@ VORN_API int IC_SendAPDU(const char *nPortNo, const char *extendPort, int nBaudR
  * Returns 0; -1 another card type; -2; -3; -11, -25 activation failed; -26 no application; -27 final SELECT
  * failed; -28 GET PROCESSING OPTIONS failed. pszUsrInfo is then empty and *pnUsrInfoLen as it was; the card is
  * powered off but after -2 and -3. */
-VORN_API int IC_GetInfo(const char *nPortNo, const char *extendPort, int nBaudRate, int nTimeout, int *pnIcType,
-                        const char *pszAIDlist, const char *pszTaglist, int *pnUsrInfoLen, char *pszUsrInfo);
+VORN_API int IC_GetInfo(const char* nPortNo, const char* extendPort, int nBaudRate, int nTimeout, int* pnIcType,
+                        const char* pszAIDlist, const char* pszTaglist, int* pnUsrInfoLen, char* pszUsrInfo);
 
 /* Converts letters A to L into the tags of IC_GetInfo's list; other characters are skipped. E becomes 9F24 and only
  * its first byte counts, so the next letter writes over the second.
  * tags: 2 * count bytes. Returns the number of tag bytes. */
-VORN_API int ConvertFlag(const char *letters, int count, unsigned char *tags);
+VORN_API int ConvertFlag(const char* letters, int count, unsigned char* tags);
 
 /* Converts lettered text (letter, three decimal digits giving N, N hex characters) into items of letter, length
  * byte, value. An odd N is read behind a '0'; characters that the text lacks read as zero; a negative N as 0.
  * items: strlen(text) + 502 bytes. The length is not returned. */
-VORN_API void convertFlagtoTLV(const char *text, unsigned char *items);
+VORN_API void convertFlagtoTLV(const char* text, unsigned char* items);
 
 /* Reads the transaction log of a PBOC debit/credit card; powers the card off.
  * pnIcType, pszAIDlist: as IC_GetInfo. pnTxDetailLen: characters in pszTxDetail, the NUL not counted.
@@ -120,8 +120,8 @@ VORN_API void convertFlagtoTLV(const char *text, unsigned char *items);
  * Returns 0, also when a record could not be read and the text ends there; -1 another card type; -2; -3; -11, -25
  * activation failed (card not powered off); -26; -27; -32 no log entry (9F4D) of two bytes on the card, pszTxDetail
  * empty. On the other failures the outputs are as they were. */
-VORN_API int IC_GetTranDeta(const char *nPortNo, const char *extendPort, int nBaudRate, int nTimeout, int *pnIcType,
-                            const char *pszAIDlist, int *pnTxDetailLen, char *pszTxDetail);
+VORN_API int IC_GetTranDeta(const char* nPortNo, const char* extendPort, int nBaudRate, int nTimeout, int* pnIcType,
+                            const char* pszAIDlist, int* pnTxDetailLen, char* pszTxDetail);
 
 /* ------------------------------------------------------------------ online transaction */
 
@@ -143,9 +143,9 @@ VORN_API int IC_GetTranDeta(const char *nPortNo, const char *extendPort, int nBa
  * be built, or no memory for pszTxData (link not touched); -11, -25 activation failed; -26; -27; -28; -29 GENERATE AC
  * failed. Powered off on: activation failed, -26, -27, -28, -29. Both texts are emptied first and keep what was written
  * before a failure. */
-VORN_API int IC_GenARQC(const char *nPortNo, const char *extendPort, int nBaudRate, int nTimeout, int *pnIcType,
-                        const char *pszAIDlist, const char *pszTxData, int *pnARQCLen, char *pszARQC,
-                        char *icc_tempappdata);
+VORN_API int IC_GenARQC(const char* nPortNo, const char* extendPort, int nBaudRate, int nTimeout, int* pnIcType,
+                        const char* pszAIDlist, const char* pszTxData, int* pnARQCLen, char* pszARQC,
+                        char* icc_tempappdata);
 
 /* Second half: EXTERNAL AUTHENTICATE, second GENERATE AC, issuer script (EMV Book 3, 10.9 to 10.11), on the card
  * as IC_GenARQC left it. The card is powered off only after a script; otherwise it stays powered.
@@ -163,9 +163,9 @@ VORN_API int IC_GenARQC(const char *nPortNo, const char *extendPort, int nBaudRa
  * empty or of odd length, or the card gave no TC (the link stays open then, until the next call);
  * -3 link not opened, or tag 80 missing; -4 no 91 or less than 10 bytes of it; -30 TC refused or GENERATE AC
  * failed; -31 script failed. */
-VORN_API int IC_CtlScriptData(const char *nPortNo, const char *extendPort, int nBaudRate, int nTimeout, int *pnIcType,
-                              const char *pszTxData, const char *pszARPC, int *pnTCLen, char *pszTC,
-                              char *pszScriptResult, const char *icc_tempappdata);
+VORN_API int IC_CtlScriptData(const char* nPortNo, const char* extendPort, int nBaudRate, int nTimeout, int* pnIcType,
+                              const char* pszTxData, const char* pszARPC, int* pnTCLen, char* pszTC,
+                              char* pszScriptResult, const char* icc_tempappdata);
 
 /* ------------------------------------------------------------------ contactless memory cards
  *
@@ -175,24 +175,24 @@ VORN_API int IC_CtlScriptData(const char *nPortNo, const char *extendPort, int n
  */
 
 /* pFlag: set to 1. pszUID: the card's identification as hex text, ICC_ATR_CAPACITY. Untouched on failure. */
-VORN_API int IC_M1ActiveCard(const char *nPortNo, const char *extendPort, int nBaudRate, int nTimeout,
-                             unsigned char *pFlag, char *pszUID);
+VORN_API int IC_M1ActiveCard(const char* nPortNo, const char* extendPort, int nBaudRate, int nTimeout,
+                             unsigned char* pFlag, char* pszUID);
 
 /* Authenticates a block (only the low byte of nBlockNo counts). pKeyMode: its first byte goes to the reader, which
  * knows which key it means. pKey: ICC_M1_KEY_SIZE raw bytes. */
-VORN_API int IC_M1CheckCardPin(const char *nPortNo, const char *extendPort, int nBaudRate, int nTimeout, int nBlockNo,
-                               const char *pKeyMode, const unsigned char *pKey);
+VORN_API int IC_M1CheckCardPin(const char* nPortNo, const char* extendPort, int nBaudRate, int nTimeout, int nBlockNo,
+                               const char* pKeyMode, const unsigned char* pKey);
 
 /* Reads a block. pData: ICC_M1_BLOCK_SIZE raw bytes; what a reader sends beyond is dropped. */
-VORN_API int IC_M1ReadCard(const char *nPortNo, const char *extendPort, int nBaudRate, int nTimeout, int nBlockNo,
-                           unsigned char *pData);
+VORN_API int IC_M1ReadCard(const char* nPortNo, const char* extendPort, int nBaudRate, int nTimeout, int nBlockNo,
+                           unsigned char* pData);
 
 /* Writes a block. pData: ICC_M1_BLOCK_SIZE raw bytes. */
-VORN_API int IC_M1WriteCard(const char *nPortNo, const char *extendPort, int nBaudRate, int nTimeout, int nBlockNo,
-                            const unsigned char *pData);
+VORN_API int IC_M1WriteCard(const char* nPortNo, const char* extendPort, int nBaudRate, int nTimeout, int nBlockNo,
+                            const unsigned char* pData);
 
 /* Switches the card off and closes the link. Returns 0 whatever the reader answered; -3. */
-VORN_API int IC_M1PowerOff(const char *nPortNo, const char *extendPort, int nBaudRate, int nTimeout);
+VORN_API int IC_M1PowerOff(const char* nPortNo, const char* extendPort, int nBaudRate, int nTimeout);
 
 /* ------------------------------------------------------------------ hard wallet */
 
@@ -202,20 +202,20 @@ VORN_API int IC_M1PowerOff(const char *nPortNo, const char *extendPort, int nBau
  * Returns 0; -2; -3; -11, -25 activation failed (card not powered off): outputs as they were. -26 no wallet
  * application; -27 the information command failed; -32 84 or 5F58 missing or shorter than two bytes: outputs empty.
  */
-VORN_API int IC_GetZzhHardWalletInfo(const char *nPortNo, const char *extendPort, int nBaudRate, int nTimeout,
-                                     char *pszContextId, char *pszTransModeInfo, char *pszAID);
+VORN_API int IC_GetZzhHardWalletInfo(const char* nPortNo, const char* extendPort, int nBaudRate, int nTimeout,
+                                     char* pszContextId, char* pszTransModeInfo, char* pszAID);
 
 /* ------------------------------------------------------------------ the reader itself */
 
 /* Asks the reader for its version at 9600 baud. port: as nPortNo. version: ICC_DEVICE_TEXT_CAPACITY. date and
  * serial become empty texts. Returns 0; -3; -11 no answer, over USB always. */
-VORN_API int GetDevInfo(const char *port, char *version, char *date, char *serial);
+VORN_API int GetDevInfo(const char* port, char* version, char* date, char* serial);
 
 /* Describes the reader in JSON. request: {"RequestPort": "3"} for the tty /dev/COM3; "0", a text that is no number, no
  * such text member, or no JSON at all: USB. reserved: not used. out: ICC_DEVICE_JSON_CAPACITY. *outLen: characters,
  * the NUL not counted.
  * The reply says "success" also when no reader answered: its "DeviceVersion" is empty then. Returns 0 always. */
-VORN_API int DEV_CommCall(const char *request, void *reserved, char *out, int *outLen);
+VORN_API int DEV_CommCall(const char* request, void* reserved, char* out, int* outLen);
 
 VORN_END_C
 

@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/commands/command.h"
 #include "tools/cli/interrupt.h"
 #include "tools/cli/output.h"
+#include "tools/commands/command.h"
 
 #include <CLI/CLI.hpp>
 
-#include <exception>
 #include <fcntl.h>
 #include <unistd.h>
+
+#include <exception>
 
 namespace {
 
@@ -16,10 +17,12 @@ using namespace vorn::tool;
 int report(const Failure& failure)
 {
     const std::string message = failure.what();
-    if (!message.empty())
+    if (!message.empty()) {
         note("vorn: " + message);
-    if (!failure.hint().empty())
+    }
+    if (!failure.hint().empty()) {
         note("      " + failure.hint());
+    }
     return static_cast<int>(failure.exitCode());
 }
 
@@ -43,8 +46,9 @@ int run(int argc, char** argv)
     app.set_help_all_flag("--help-all", "Help for all subcommands");
     app.footer("Exit codes are listed in the manual (docs/vorn.md).");
     Action action;
-    for (const auto add : {addInfo, addAtr, addApdu, addSale, addLog, addM1, addWallet, addDevice, addDecode, addSim})
+    for (const auto add : {addInfo, addAtr, addApdu, addSale, addLog, addM1, addWallet, addDevice, addDecode, addSim}) {
         add(app, action);
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
@@ -60,8 +64,9 @@ void fillStandardStreams()
     do {
         descriptor = ::open("/dev/null", O_RDWR);
     } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
-    if (descriptor > STDERR_FILENO)
+    if (descriptor > STDERR_FILENO) {
         ::close(descriptor);
+    }
 }
 
 } // namespace

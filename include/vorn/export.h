@@ -7,7 +7,7 @@
 
 #ifdef __cplusplus
 #define VORN_BEGIN_C extern "C" {
-#define VORN_END_C }
+#define VORN_END_C   }
 #else
 #define VORN_BEGIN_C
 #define VORN_END_C

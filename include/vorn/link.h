@@ -17,10 +17,10 @@
 #include "vorn/result.h"
 
 enum vorn_link_value {
-    VORN_USB_HANDLE = 168,         /* what OpenDev returns for an open USB link */
-    VORN_BYTE_TIMEOUT = -1001,     /* comm_read_adata: no byte in time */
-    VORN_READSTR_CAPACITY = 4096,  /* room for _VRDK_Readstr; it stops there */
-    VORN_ID2_CAPACITY = 65543      /* room for _VRDK_ID2_Readstr: 7 bytes, 65535 more, one more over USB */
+    VORN_USB_HANDLE = 168,        /* what OpenDev returns for an open USB link */
+    VORN_BYTE_TIMEOUT = -1001,    /* comm_read_adata: no byte in time */
+    VORN_READSTR_CAPACITY = 4096, /* room for _VRDK_Readstr; it stops there */
+    VORN_ID2_CAPACITY = 65543     /* room for _VRDK_ID2_Readstr: 7 bytes, 65535 more, one more over USB */
 };
 
 /* Which interface the user's card was last powered through: the values of m_VrICType. */
@@ -53,7 +53,7 @@ extern VORN_API unsigned char m_VrICType;  /* a vorn_card_interface; lives as lo
  * Returns the tty's descriptor, VORN_USB_HANDLE, or -1: parameter not of that form, open or settings failed, speed
  * not in the list, no such USB device, interface not claimed. When the settings cannot be read or the speed is not
  * in the list, the descriptor stays open until the next opening. */
-VORN_API int OpenDev(int mode, char *param);
+VORN_API int OpenDev(int mode, char* param);
 
 /* Changes the tty's speed (bits per second, one of OpenDev's). Returns 0, or -1: unknown speed (nothing changed),
  * or the settings were refused (the descriptor is closed then). */
@@ -63,7 +63,7 @@ VORN_API int Set_baud(int fd, int speed);
 VORN_API void closeDev(int handle);
 
 /* Writes n bytes: USB in one bulk transfer, a tty in pieces of 128. Errors are not reported. Returns n. */
-VORN_API int WriteBytes(int handle, const void *buf, int n);
+VORN_API int WriteBytes(int handle, const void* buf, int n);
 
 /* Reads one byte, asking every millisecond. Returns 0 to 255, or VORN_BYTE_TIMEOUT after timeoutMs. */
 VORN_API int comm_read_adata(int fd, int timeoutMs);
@@ -72,20 +72,20 @@ VORN_API int comm_read_adata(int fd, int timeoutMs);
  * buf: max + 1 bytes. timeoutS: seconds, per byte on a tty; over USB for the first packet (each further: 100 ms).
  * Returns the number of bytes. On a tty -1: time-out, or more than max bytes without `end`. Over USB -5: first
  * read failed, -2: a read failed before `start`, -4: a read failed after it, -3: more than max bytes. */
-VORN_API int ReadBytes_Ex(int handle, unsigned char *buf, int max, unsigned char start, unsigned char end,
+VORN_API int ReadBytes_Ex(int handle, unsigned char* buf, int max, unsigned char start, unsigned char end,
                           int timeoutS);
 
 /* Reads until the line is silent for 50 ms, the first byte within timeoutS seconds.
  * buf: VORN_READSTR_CAPACITY bytes; reading ends when it is full. Returns the count, or -1: no byte came.
  * Over USB it returns -1 always; hosts know the empty device version that follows from it. */
-VORN_API int _VRDK_Readstr(int handle, unsigned char *buf, int timeoutS);
+VORN_API int _VRDK_Readstr(int handle, unsigned char* buf, int timeoutS);
 
 /* Reads one frame AA AA AA 96 69, a two-byte length (high byte first) and that many bytes (over USB one more; on a
  * tty a length of 0 takes one byte). A tty is waited for without an end once its first byte came within timeoutS
  * seconds, and 200 ms of silence in place of a length byte count as a byte 17h; over USB the first packet has
  * timeoutS seconds and each further one second. buf: VORN_ID2_CAPACITY bytes.
  * Returns the count, or -1: no first byte, or a USB read failed. */
-VORN_API int _VRDK_ID2_Readstr(int handle, unsigned char *buf, int timeoutS);
+VORN_API int _VRDK_ID2_Readstr(int handle, unsigned char* buf, int timeoutS);
 
 /* ------------------------------------------------------------------ the reader */
 
@@ -102,13 +102,13 @@ VORN_API int cldev(void);
  * VORN_BAD_ARGUMENT when n is negative or too large (nothing is sent).
  * The reply's check byte and its real length are not compared: an announced payload that did not come in full
  * reads as zero in the rest; an announced length below 2 is an empty payload. */
-VORN_API int trans_icc_cmd(const unsigned char *cmd, int n, unsigned char *out, int *outLen);
+VORN_API int trans_icc_cmd(const unsigned char* cmd, int n, unsigned char* out, int* outLen);
 
 /* Power on the card in a slot; activate a card in the contactless field. atr: VORN_PAYLOAD_MAX bytes, the answer
  * to reset (ISO/IEC 7816-3, 8) or what the contactless card answered. Return as trans_icc_cmd, but
  * VORN_POWER_ON_REFUSED in place of VORN_READER_REFUSED. */
-VORN_API int icc_poweron(int slot, unsigned char *atr, int *atrLen);
-VORN_API int picc_Active(unsigned char *atr, int *atrLen);
+VORN_API int icc_poweron(int slot, unsigned char* atr, int* atrLen);
+VORN_API int picc_Active(unsigned char* atr, int* atrLen);
 
 /* Power off the card in a slot; deactivate the contactless card. Return as trans_icc_cmd. */
 VORN_API int icc_poweroff(unsigned char slot);
@@ -117,13 +117,13 @@ VORN_API int picc_Deactive(void);
 /* Pass one APDU to the user's card (contact when m_VrICType is 1, else contactless) or to a PSAM slot (10h to
  * 13h). n: at most VORN_COMMAND_MAX - 3. resp: VORN_PAYLOAD_MAX bytes, the response with its status word.
  * Return as trans_icc_cmd; the status word is not looked at. */
-VORN_API int icc_sendcommand(const unsigned char *apdu, int n, unsigned char *resp, int *respLen);
-VORN_API int samicc_sendcommand(int slot, const unsigned char *apdu, int n, unsigned char *resp, int *respLen);
+VORN_API int icc_sendcommand(const unsigned char* apdu, int n, unsigned char* resp, int* respLen);
+VORN_API int samicc_sendcommand(int slot, const unsigned char* apdu, int n, unsigned char* resp, int* respLen);
 
 /* Power on the user's card: mode is a vorn_open_mode. Sets m_VrICType to 1 or 2 in modes 1 and 2 before it tries;
  * in mode 3 to 1 when the contact card answers, to 2 when the slot is empty (-9) and the field is tried, else not.
  * Returns as icc_poweron and picc_Active; VORN_BAD_ARGUMENT for another mode. */
-VORN_API int vr_openicc(int mode, unsigned char *atr, int *atrLen);
+VORN_API int vr_openicc(int mode, unsigned char* atr, int* atrLen);
 
 /* Power off the user's card: contact when m_VrICType is 1, else contactless. Returns as icc_poweroff. */
 VORN_API int vr_closeicc(void);
@@ -137,8 +137,8 @@ VORN_API int vr_closeicc(void);
  * cards do not give, is 0 too, with *respLen as for another status word.) Above 0: another status
  * word SW1 * 256 + SW2; the reply is in resp, *respLen untouched (SamIcc_EXApdu sets it to 2). Below 0: as
  * icc_sendcommand, and VORN_READER_REFUSED for a reply without a status word. */
-VORN_API int Icc_EXApdu(unsigned char *apdu, int len, unsigned char *resp, int *respLen);
-VORN_API int SamIcc_EXApdu(int slot, unsigned char *apdu, int len, unsigned char *resp, int *respLen);
+VORN_API int Icc_EXApdu(unsigned char* apdu, int len, unsigned char* resp, int* respLen);
+VORN_API int SamIcc_EXApdu(int slot, unsigned char* apdu, int len, unsigned char* resp, int* respLen);
 
 VORN_END_C
 

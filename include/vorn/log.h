@@ -18,8 +18,8 @@
 
 #include "vorn/export.h"
 
-#define VORN_TRACE_FILE "vr_log.txt"
-#define VORN_SERVICE_FILE "ICC_COMM_VORN.log"
+#define VORN_TRACE_FILE       "vr_log.txt"
+#define VORN_SERVICE_FILE     "ICC_COMM_VORN.log"
 #define VORN_HOST_LOG_LIBRARY "/home/zlb/applications/KTP/Localconfig/so/libzlblog.so"
 
 VORN_BEGIN_C
@@ -28,12 +28,12 @@ VORN_BEGIN_C
 extern VORN_API char DbgString[512];
 
 /* To vr_log.txt: the text (NULL as an empty text) and "\r\n"; a number without a line end; a hex dump. */
-VORN_API void log_write(const char *text);
+VORN_API void log_write(const char* text);
 VORN_API void log_num(int n);
-VORN_API void log_write_bcd(const unsigned char *data, int n);
+VORN_API void log_write_bcd(const unsigned char* data, int n);
 
 /* To ICC_COMM_VORN.log: a hex dump of n bytes. */
-VORN_API void messLog_write_bcd(const unsigned char *data, int n);
+VORN_API void messLog_write_bcd(const unsigned char* data, int n);
 
 /* Loads VORN_HOST_LOG_LIBRARY and looks up its LogInfo, LogWarn and LogError; one loaded before is unloaded first.
  * Returns 1 when all three are there.
@@ -47,13 +47,13 @@ VORN_API void log_close(void);
 /* Hands five arguments on to the host's log library: level 1 to LogInfo, 2 to LogWarn, 3 to LogError, with
  * (a1, a2, a3, a4, a6). Any other level, or a library that is not loaded whole: nothing is called. Returns 0
  * always. */
-VORN_API int messLog(void *a1, void *a2, void *a3, int a4, int level, void *a6);
+VORN_API int messLog(void* a1, void* a2, void* a3, int a4, int level, void* a6);
 
 VORN_END_C
 
 #ifdef __cplusplus
 /* To ICC_COMM_VORN.log: the text exactly as given (NULL as an empty text). A C++ symbol beside the C one. */
-VORN_API void messLog(char *text);
+VORN_API void messLog(char* text);
 #endif
 
 #endif

@@ -11,22 +11,22 @@
 
 enum vorn_result {
     VORN_OK = 0,
-    VORN_BAD_ARGUMENT = -1,       /* bad argument, card type, slot or mode; a list or object that cannot be used */
-    VORN_NO_CARD_IN_TIME = -2,    /* no card within the wait; in the transaction calls also some card data faults */
-    VORN_OPEN_FAILED = -3,        /* the link could not be opened; in the transaction calls also: tag 80 missing */
-    VORN_NO_ISSUER_AUTH = -4,     /* issuer authentication data (91) missing or shorter than 10 bytes */
-    VORN_READER_NO_CARD = -9,     /* the reader answered with status 02 or 06 */
-    VORN_READER_REFUSED = -10,    /* the reader answered with another status that is not 00 */
-    VORN_NO_REPLY = -11,          /* no complete reply frame came from the reader */
-    VORN_STATE_MISSING = -24,     /* the buffer for the transaction's state text is missing */
-    VORN_POWER_ON_REFUSED = -25,  /* the reader refused to power or activate the card */
-    VORN_NO_APPLICATION = -26,    /* no application could be found on the card */
-    VORN_SELECT_FAILED = -27,     /* the final SELECT failed; for the wallet: its information command failed */
-    VORN_GPO_FAILED = -28,        /* GET PROCESSING OPTIONS failed */
-    VORN_FIRST_AC_FAILED = -29,   /* the first GENERATE AC failed */
-    VORN_SECOND_AC_FAILED = -30,  /* the second GENERATE AC failed, or a TC was asked for and refused */
-    VORN_SCRIPT_FAILED = -31,     /* a command of the issuer script failed */
-    VORN_OBJECT_MISSING = -32     /* a data object that the call needs is missing or too short */
+    VORN_BAD_ARGUMENT = -1,      /* bad argument, card type, slot or mode; a list or object that cannot be used */
+    VORN_NO_CARD_IN_TIME = -2,   /* no card within the wait; in the transaction calls also some card data faults */
+    VORN_OPEN_FAILED = -3,       /* the link could not be opened; in the transaction calls also: tag 80 missing */
+    VORN_NO_ISSUER_AUTH = -4,    /* issuer authentication data (91) missing or shorter than 10 bytes */
+    VORN_READER_NO_CARD = -9,    /* the reader answered with status 02 or 06 */
+    VORN_READER_REFUSED = -10,   /* the reader answered with another status that is not 00 */
+    VORN_NO_REPLY = -11,         /* no complete reply frame came from the reader */
+    VORN_STATE_MISSING = -24,    /* the buffer for the transaction's state text is missing */
+    VORN_POWER_ON_REFUSED = -25, /* the reader refused to power or activate the card */
+    VORN_NO_APPLICATION = -26,   /* no application could be found on the card */
+    VORN_SELECT_FAILED = -27,    /* the final SELECT failed; for the wallet: its information command failed */
+    VORN_GPO_FAILED = -28,       /* GET PROCESSING OPTIONS failed */
+    VORN_FIRST_AC_FAILED = -29,  /* the first GENERATE AC failed */
+    VORN_SECOND_AC_FAILED = -30, /* the second GENERATE AC failed, or a TC was asked for and refused */
+    VORN_SCRIPT_FAILED = -31,    /* a command of the issuer script failed */
+    VORN_OBJECT_MISSING = -32    /* a data object that the call needs is missing or too short */
 };
 
 enum vorn_limit {

@@ -23,10 +23,10 @@ Bytes ecb(const Key& key, const Bytes& blocks, int enciphering)
                                                                                   &EVP_CIPHER_CTX_free);
     Bytes out(blocks.size() + kBlock);
     int written = 0;
-    if (!context
-        || EVP_CipherInit_ex(context.get(), EVP_des_ede_ecb(), nullptr, key.data(), nullptr, enciphering) != 1
-        || EVP_CIPHER_CTX_set_padding(context.get(), 0) != 1
-        || EVP_CipherUpdate(context.get(), out.data(), &written, blocks.data(), static_cast<int>(blocks.size())) != 1) {
+    if (!context ||
+        EVP_CipherInit_ex(context.get(), EVP_des_ede_ecb(), nullptr, key.data(), nullptr, enciphering) != 1 ||
+        EVP_CIPHER_CTX_set_padding(context.get(), 0) != 1 ||
+        EVP_CipherUpdate(context.get(), out.data(), &written, blocks.data(), static_cast<int>(blocks.size())) != 1) {
         throw std::runtime_error("libcrypto refuses triple DES");
     }
     out.resize(static_cast<std::size_t>(written));
@@ -40,10 +40,7 @@ Block toBlock(const Bytes& bytes, std::size_t offset = 0)
     return block;
 }
 
-Bytes toBytes(const Block& block)
-{
-    return {block.begin(), block.end()};
-}
+Bytes toBytes(const Block& block) { return {block.begin(), block.end()}; }
 
 Key join(const Block& left, const Block& right)
 {
@@ -82,28 +79,16 @@ Key sessionKey(const Key& key, std::uint16_t atc, SessionKeys method)
 
 } // namespace
 
-const std::array<tlv::Tag, 10> kCryptogramObjects = {0x9F02, 0x9F03, 0x9F1A, 0x95,   0x5F2A,
-                                                     0x9A,   0x9C,   0x9F37, 0x82,   0x9F36};
+const std::array<tlv::Tag, 10> kCryptogramObjects = {0x9F02, 0x9F03, 0x9F1A, 0x95, 0x5F2A,
+                                                     0x9A,   0x9C,   0x9F37, 0x82, 0x9F36};
 
-Bytes encrypt(const Key& key, const Bytes& blocks)
-{
-    return ecb(key, blocks, 1);
-}
+Bytes encrypt(const Key& key, const Bytes& blocks) { return ecb(key, blocks, 1); }
 
-Bytes decrypt(const Key& key, const Bytes& blocks)
-{
-    return ecb(key, blocks, 0);
-}
+Bytes decrypt(const Key& key, const Bytes& blocks) { return ecb(key, blocks, 0); }
 
-Block encrypt(const Key& key, const Block& block)
-{
-    return toBlock(encrypt(key, toBytes(block)));
-}
+Block encrypt(const Key& key, const Block& block) { return toBlock(encrypt(key, toBytes(block))); }
 
-Block decrypt(const Key& key, const Block& block)
-{
-    return toBlock(decrypt(key, toBytes(block)));
-}
+Block decrypt(const Key& key, const Block& block) { return toBlock(decrypt(key, toBytes(block))); }
 
 Bytes padded(Bytes data)
 {
@@ -200,8 +185,8 @@ Bytes scriptMac(const Key& sessionKey, const Bytes& header, std::uint16_t atc, c
 Bytes pinBlock(const std::string& digits)
 {
     constexpr char kLengths[] = "0123456789ABC";
-    const bool isPin = digits.size() >= 4 && digits.size() <= 12
-                       && std::all_of(digits.begin(), digits.end(), [](char c) { return c >= '0' && c <= '9'; });
+    const bool isPin = digits.size() >= 4 && digits.size() <= 12 &&
+                       std::all_of(digits.begin(), digits.end(), [](char c) { return c >= '0' && c <= '9'; });
     if (!isPin) {
         throw std::invalid_argument("a PIN has 4 to 12 digits");
     }
@@ -218,8 +203,8 @@ std::string pinDigits(const Bytes& block)
     }
     const std::size_t count = block[0] & 0x0FU;
     const std::string digits = text.substr(2, std::min<std::size_t>(count, 12));
-    const bool isPin = count >= 4 && count <= 12 && digits.find_first_not_of("0123456789") == std::string::npos
-                       && text.find_first_not_of('F', 2 + count) == std::string::npos;
+    const bool isPin = count >= 4 && count <= 12 && digits.find_first_not_of("0123456789") == std::string::npos &&
+                       text.find_first_not_of('F', 2 + count) == std::string::npos;
     return isPin ? digits : std::string();
 }
 

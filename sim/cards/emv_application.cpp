@@ -24,10 +24,7 @@ Bytes counter(std::uint16_t value)
     return {static_cast<std::uint8_t>(value >> 8), static_cast<std::uint8_t>(value & 0xFF)};
 }
 
-std::string typeName(std::uint8_t type)
-{
-    return type == kArqc ? "ARQC" : type == kTc ? "TC" : "AAC";
-}
+std::string typeName(std::uint8_t type) { return type == kArqc ? "ARQC" : type == kTc ? "TC" : "AAC"; }
 
 std::string money(std::uint64_t minor)
 {
@@ -40,8 +37,8 @@ struct LogField {
     tlv::Tag tag;
     std::size_t size;
 };
-constexpr LogField kLogFields[] = {{0x9A, 3},   {0x9F21, 3}, {0x9F02, 6}, {0x9F03, 6}, {0x9F1A, 2},
-                                   {0x5F2A, 2}, {0x9F4E, 20}, {0x9C, 1}};
+constexpr LogField kLogFields[] = {{0x9A, 3},   {0x9F21, 3}, {0x9F02, 6},  {0x9F03, 6},
+                                   {0x9F1A, 2}, {0x5F2A, 2}, {0x9F4E, 20}, {0x9C, 1}};
 
 } // namespace
 
@@ -168,13 +165,13 @@ Bytes EmvApplication::verificationResults() const
     const auto code = [](const std::optional<std::uint8_t>& type) {
         return static_cast<unsigned>(type.value_or(kArqc)) >> 6; // 10: ARQC, or not yet asked for
     };
-    const unsigned now = code(transaction_.second) << 6 | code(transaction_.first) << 4
-                         | (transaction_.issuerAuthentic && !*transaction_.issuerAuthentic ? 0x08U : 0U)
-                         | (transaction_.pinVerified ? 0x04U : 0U) | (transaction_.pinFailed ? 0x02U : 0U);
-    const unsigned before = (last_.notCompleted ? 0x80U : 0U)
-                            | (!a_.state.pin.empty() && a_.state.pinTries == 0 ? 0x40U : 0U)
-                            | (a_.state.lastOnlineAtc == 0 ? 0x10U : 0U) | (last_.issuerAuthFailed ? 0x08U : 0U)
-                            | (last_.issuerAuthMissing ? 0x04U : 0U);
+    const unsigned now = code(transaction_.second) << 6 | code(transaction_.first) << 4 |
+                         (transaction_.issuerAuthentic && !*transaction_.issuerAuthentic ? 0x08U : 0U) |
+                         (transaction_.pinVerified ? 0x04U : 0U) | (transaction_.pinFailed ? 0x02U : 0U);
+    const unsigned before = (last_.notCompleted ? 0x80U : 0U) |
+                            (!a_.state.pin.empty() && a_.state.pinTries == 0 ? 0x40U : 0U) |
+                            (a_.state.lastOnlineAtc == 0 ? 0x10U : 0U) | (last_.issuerAuthFailed ? 0x08U : 0U) |
+                            (last_.issuerAuthMissing ? 0x04U : 0U);
     const unsigned scripts = std::min(last_.scripts, 15U) << 4 | (last_.scriptFailed ? 0x08U : 0U);
     return {0x03, static_cast<std::uint8_t>(now), static_cast<std::uint8_t>(before),
             static_cast<std::uint8_t>(scripts)};
@@ -212,8 +209,8 @@ Answer EmvApplication::generateCryptogram(const Command& command)
     }
     const tlv::Dol dol = (second ? a_.cdol2 : a_.cdol1).value_or(tlv::Dol());
     if (command.data.size() != tlv::dataLength(dol)) {
-        account_.add("GENERATE AC refused: " + std::to_string(command.data.size()) + " bytes where the CDOL asks for "
-                     + std::to_string(tlv::dataLength(dol)));
+        account_.add("GENERATE AC refused: " + std::to_string(command.data.size()) + " bytes where the CDOL asks for " +
+                     std::to_string(tlv::dataLength(dol)));
         return refusal(0x6700);
     }
     const auto sent = tlv::split(dol, command.data);
@@ -223,8 +220,8 @@ Answer EmvApplication::generateCryptogram(const Command& command)
     const Decision decision = second ? decideSecond(asked) : decideFirst(asked);
     (second ? transaction_.second : transaction_.first) = decision.type;
     transaction_.keys = crypto::sessionKeys(*a_.keys, a_.state.atc);
-    account_.add(std::string(second ? "second" : "first") + " cryptogram: " + typeName(decision.type) + " over "
-                 + money(amount()) + " (" + decision.why + ")");
+    account_.add(std::string(second ? "second" : "first") + " cryptogram: " + typeName(decision.type) + " over " +
+                 money(amount()) + " (" + decision.why + ")");
     return answerCryptogram(sent);
 }
 

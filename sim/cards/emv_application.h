@@ -40,10 +40,7 @@ struct Answer {
     unsigned status = 0x9000;
 };
 
-inline Answer refusal(unsigned status)
-{
-    return {{}, status};
-}
+inline Answer refusal(unsigned status) { return {{}, status}; }
 
 class EmvApplication {
 public:
@@ -71,7 +68,7 @@ public:
 
 private:
     struct Transaction {
-        bool processing = false; // GET PROCESSING OPTIONS was answered
+        bool processing = false;            // GET PROCESSING OPTIONS was answered
         std::map<tlv::Tag, Bytes> terminal; // everything the terminal has said so far
         crypto::KeySet keys;
         std::optional<std::uint8_t> first;

@@ -223,8 +223,8 @@ Answer EmvCard::select(const Command& command)
     EmvApplication* const current = application();
     if (current != nullptr) {
         current->reset();
-        account_.add("selected " + toHex(current->file().name)
-                     + (current->state().blocked ? ", which is blocked" : ""));
+        account_.add("selected " + toHex(current->file().name) +
+                     (current->state().blocked ? ", which is blocked" : ""));
     }
     const bool blocked = current != nullptr && current->state().blocked;
     return {fileAt(selected_).fci, blocked ? 0x6283U : 0x9000U};

@@ -48,7 +48,7 @@ private:
     std::vector<EmvApplication> applications_;
     std::size_t selected_ = kNone; // position among the directories, then the applications
     bool blocked_ = false;
-    Bytes held_;                   // for GET RESPONSE
+    Bytes held_;                                             // for GET RESPONSE
     std::map<const std::vector<Bytes>*, std::size_t> given_; // how often each list of stated answers was used
 };
 

@@ -21,10 +21,7 @@ constexpr tlv::Tag kLanguage = 0x5F2D, kPreferredName = 0x9F12, kLogEntry = 0x9F
 // merchant, type and counter, 45 bytes in all.
 const char* const kLogFormat = "9A039F21039F02069F03069F1A025F2A029F4E149C019F3602";
 
-Bytes number(unsigned value)
-{
-    return {static_cast<std::uint8_t>(value)};
-}
+Bytes number(unsigned value) { return {static_cast<std::uint8_t>(value)}; }
 
 Answers readAnswers(const JsonNode& commands)
 {
@@ -323,8 +320,8 @@ std::optional<crypto::KeySet> readCardKeys(const JsonNode& node, const Records& 
     }
     const auto pan = node.find("pan");
     const auto psn = node.find("psn");
-    const auto panValue = pan ? fromHex(pan->text().size() % 2 ? pan->text() + "F" : pan->text())
-                              : findInRecords(records, 0x5A);
+    const auto panValue =
+        pan ? fromHex(pan->text().size() % 2 ? pan->text() + "F" : pan->text()) : findInRecords(records, 0x5A);
     const Bytes psnValue = psn ? bytesOf(*psn, 1, 1) : findInRecords(records, 0x5F34).value_or(Bytes{0});
     if (!panValue) {
         keys->expected("an account number (5A in the records, or a member \"pan\") to derive the card's keys from");
@@ -462,10 +459,36 @@ unsigned formatOf(const JsonNode& node, const char* name)
 
 Application readApplication(const JsonNode& node)
 {
-    node.allow({"aid", "label", "priority", "preferred_name", "language", "listed", "fci", "fci_raw", "aip", "afl",
-                "gpo_format", "ac_format", "refuse_gpo", "records", "binaries", "get_data", "get_data_raw", "log",
-                "keys", "key_index", "pan", "psn", "atc", "last_online_atc", "blocked", "pin", "electronic_cash",
-                "risk", "commands", "comment"});
+    node.allow({"aid",
+                "label",
+                "priority",
+                "preferred_name",
+                "language",
+                "listed",
+                "fci",
+                "fci_raw",
+                "aip",
+                "afl",
+                "gpo_format",
+                "ac_format",
+                "refuse_gpo",
+                "records",
+                "binaries",
+                "get_data",
+                "get_data_raw",
+                "log",
+                "keys",
+                "key_index",
+                "pan",
+                "psn",
+                "atc",
+                "last_online_atc",
+                "blocked",
+                "pin",
+                "electronic_cash",
+                "risk",
+                "commands",
+                "comment"});
     Application application;
     application.file.name = bytesOf(node.at("aid"), 1, 16);
     const auto records = node.find("records");
@@ -476,8 +499,8 @@ Application readApplication(const JsonNode& node)
         application.data.emplace(0x9F4F, fromHex(kLogFormat).value_or(Bytes()));
     }
     application.rawAnswers = readData(node.find("get_data_raw"), 2);
-    application.file.fci = readFci(node, application.file.name, application.log,
-                                   application.log ? application.log->capacity : 0);
+    application.file.fci =
+        readFci(node, application.file.name, application.log, application.log ? application.log->capacity : 0);
     application.binaries = readBinaries(node.find("binaries"));
 
     const Records& files = application.file.records;
@@ -520,10 +543,7 @@ std::vector<DedicatedFile> readDirectories(const JsonNode& card)
 
 } // namespace
 
-crypto::KeySet readIssuerKeys(const JsonNode& keys)
-{
-    return readKeySet(keys, {"mk_ac", "mk_mac", "mk_enc"});
-}
+crypto::KeySet readIssuerKeys(const JsonNode& keys) { return readKeySet(keys, {"mk_ac", "mk_mac", "mk_enc"}); }
 
 EmvProfile readEmvProfile(const JsonNode& card)
 {

@@ -23,8 +23,9 @@ constexpr unsigned kFirstLarge = kSmallSectors * kSmallSectorBlocks;
 
 unsigned sectorOf(unsigned block)
 {
-    if (block < kFirstLarge)
+    if (block < kFirstLarge) {
         return block / kSmallSectorBlocks;
+    }
     return kSmallSectors + (block - kFirstLarge) / kLargeSectorBlocks;
 }
 
@@ -50,7 +51,9 @@ const Bytes kTransportTrailer = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x07,
 enum Who : std::uint8_t { None = 0, A = 1, B = 2, AB = 3 };
 
 // Rows by C1 C2 C3 read as a binary number.
-struct DataRow { Who read, write, increment, decrement; };
+struct DataRow {
+    Who read, write, increment, decrement;
+};
 constexpr DataRow kData[8] = {
     /* 000 */ {AB, AB, AB, AB},
     /* 001 */ {AB, None, None, AB},
@@ -63,7 +66,9 @@ constexpr DataRow kData[8] = {
 };
 
 // Key A is never read.
-struct TrailerRow { Who writeA, readAccess, writeAccess, readB, writeB; };
+struct TrailerRow {
+    Who writeA, readAccess, writeAccess, readB, writeB;
+};
 constexpr TrailerRow kTrailer[8] = {
     /* 000 */ {A, A, None, A, A},
     /* 001 */ {A, A, A, A, A},
@@ -75,10 +80,7 @@ constexpr TrailerRow kTrailer[8] = {
     /* 111 */ {None, AB, None, None, None},
 };
 
-bool includes(Who who, MemoryCard::Key key)
-{
-    return (who & (key == MemoryCard::Key::A ? A : B)) != 0;
-}
+bool includes(Who who, MemoryCard::Key key) { return (who & (key == MemoryCard::Key::A ? A : B)) != 0; }
 
 // C1 C2 C3 of one group as a number, from access bits whose inverted copies agree; nothing when they do not.
 std::optional<unsigned> conditionsOf(const Bytes& trailer, unsigned group)
@@ -89,8 +91,9 @@ std::optional<unsigned> conditionsOf(const Bytes& trailer, unsigned group)
     const unsigned c1 = b7 >> 4;
     const unsigned c2 = b8 & 0x0F;
     const unsigned c3 = b8 >> 4;
-    if ((b6 & 0x0F) != (~c1 & 0x0F) || b6 >> 4 != (~c2 & 0x0F) || (b7 & 0x0F) != (~c3 & 0x0F))
+    if ((b6 & 0x0F) != (~c1 & 0x0F) || b6 >> 4 != (~c2 & 0x0F) || (b7 & 0x0F) != (~c3 & 0x0F)) {
         return std::nullopt;
+    }
     return (c1 >> group & 1) << 2 | (c2 >> group & 1) << 1 | (c3 >> group & 1);
 }
 
@@ -102,9 +105,11 @@ Bytes ValueBlock::encode() const
 {
     Bytes block;
     const auto bits = static_cast<std::uint32_t>(value);
-    for (const std::uint32_t copy : {bits, ~bits, bits})
-        for (unsigned shift = 0; shift < 32; shift += 8)
+    for (const std::uint32_t copy : {bits, ~bits, bits}) {
+        for (unsigned shift = 0; shift < 32; shift += 8) {
             block.push_back(static_cast<std::uint8_t>(copy >> shift & 0xFF));
+        }
+    }
     const auto inverted = static_cast<std::uint8_t>(~address & 0xFF);
     block.insert(block.end(), {address, inverted, address, inverted});
     return block;
@@ -112,14 +117,17 @@ Bytes ValueBlock::encode() const
 
 std::optional<ValueBlock> ValueBlock::decode(const Bytes& block)
 {
-    if (block.size() != MemoryCard::kBlockSize)
+    if (block.size() != MemoryCard::kBlockSize) {
         return std::nullopt;
+    }
     std::uint32_t bits = 0;
-    for (unsigned i = 0; i < 4; ++i)
+    for (unsigned i = 0; i < 4; ++i) {
         bits |= std::uint32_t{block[i]} << (8 * i);
+    }
     ValueBlock result{static_cast<std::int32_t>(bits), block[12]};
-    if (result.encode() != block)
+    if (result.encode() != block) {
         return std::nullopt;
+    }
     return result;
 }
 
@@ -127,22 +135,22 @@ std::optional<ValueBlock> ValueBlock::decode(const Bytes& block)
 
 SectorCard::SectorCard(const Bytes& identification, std::size_t blocks) : blocks_(blocks, Bytes(kBlockSize, 0))
 {
-    for (unsigned block = 0; block < blocks_.size(); ++block)
-        if (trailerOf(block) == block)
+    for (unsigned block = 0; block < blocks_.size(); ++block) {
+        if (trailerOf(block) == block) {
             blocks_[block] = kTransportTrailer;
+        }
+    }
     // Behind a short identification stands its check byte.
     std::copy(identification.begin(), identification.end(), blocks_[0].begin());
-    if (identification.size() == 4)
+    if (identification.size() == 4) {
         blocks_[0][4] = std::accumulate(identification.begin(), identification.end(), std::uint8_t{0},
                                         std::bit_xor<std::uint8_t>());
+    }
 }
 
 SectorCard::SectorCard(std::vector<Bytes> blocks) : blocks_(std::move(blocks)) {}
 
-void SectorCard::setBlock(unsigned block, const Bytes& data)
-{
-    blocks_.at(block) = data;
-}
+void SectorCard::setBlock(unsigned block, const Bytes& data) { blocks_.at(block) = data; }
 
 // Block 0 tells a short identification by the check byte behind it.
 Bytes SectorCard::activate()
@@ -171,14 +179,16 @@ bool SectorCard::authenticate(unsigned block, Key which, const Bytes& key)
 {
     session_.reset();
     register_.reset();
-    if (!active_ || !exists(block))
+    if (!active_ || !exists(block)) {
         return false;
+    }
     const unsigned last = trailerOf(block);
     const auto rules = conditions(last);
     const auto keyAt = blocks_[last].begin() + (which == Key::A ? 0 : static_cast<std::ptrdiff_t>(kKeyBAt));
     // Access bits that contradict themselves have closed the sector for good.
-    if (!rules || !std::equal(key.begin(), key.end(), keyAt, keyAt + kKeySize))
+    if (!rules || !std::equal(key.begin(), key.end(), keyAt, keyAt + kKeySize)) {
         return false;
+    }
     session_ = Session{sectorOf(block), which, which == Key::B && kTrailer[*rules].readB != None};
     return true;
 }
@@ -190,10 +200,12 @@ bool SectorCard::opened(unsigned block) const
 
 bool SectorCard::allowed(unsigned block, Right right) const
 {
-    if (!opened(block) || trailerOf(block) == block)
+    if (!opened(block) || trailerOf(block) == block) {
         return false;
-    if (block == 0 && right != Right::Read)
+    }
+    if (block == 0 && right != Right::Read) {
         return false; // the maker's block
+    }
     const DataRow& row = kData[*conditions(block)];
     const Who who[] = {row.read, row.write, row.increment, row.decrement};
     return includes(who[static_cast<std::size_t>(right)], session_->key);
@@ -201,21 +213,26 @@ bool SectorCard::allowed(unsigned block, Right right) const
 
 std::optional<Bytes> SectorCard::read(unsigned block)
 {
-    if (!opened(block))
+    if (!opened(block)) {
         return std::nullopt;
-    if (trailerOf(block) == block)
+    }
+    if (trailerOf(block) == block) {
         return readTrailer(block);
-    if (!allowed(block, Right::Read))
+    }
+    if (!allowed(block, Right::Read)) {
         return std::nullopt;
+    }
     return blocks_[block];
 }
 
 bool SectorCard::write(unsigned block, const Bytes& data)
 {
-    if (!opened(block) || data.size() != kBlockSize)
+    if (!opened(block) || data.size() != kBlockSize) {
         return false;
-    if (trailerOf(block) == block)
+    }
+    if (trailerOf(block) == block) {
         return writeTrailer(block, data);
+    }
     return allowed(block, Right::Write) && store(block, data);
 }
 
@@ -225,10 +242,11 @@ Bytes SectorCard::readTrailer(unsigned block) const
     const TrailerRow& row = kTrailer[*conditions(block)];
     Bytes shown(kBlockSize, 0);
     const auto show = [&](Who who, std::size_t from, std::size_t to) {
-        if (includes(who, session_->key))
+        if (includes(who, session_->key)) {
             std::copy(blocks_[block].begin() + static_cast<std::ptrdiff_t>(from),
                       blocks_[block].begin() + static_cast<std::ptrdiff_t>(to),
                       shown.begin() + static_cast<std::ptrdiff_t>(from));
+        }
     };
     show(row.readAccess, kAccessAt, kKeyBAt);
     show(row.readB, kKeyBAt, kBlockSize);
@@ -243,8 +261,9 @@ bool SectorCard::writeTrailer(unsigned block, const Bytes& data)
     Bytes result = blocks_[block];
     bool any = false;
     const auto change = [&](Who who, std::size_t from, std::size_t to) {
-        if (!includes(who, session_->key))
+        if (!includes(who, session_->key)) {
             return;
+        }
         any = true;
         std::copy(data.begin() + static_cast<std::ptrdiff_t>(from), data.begin() + static_cast<std::ptrdiff_t>(to),
                   result.begin() + static_cast<std::ptrdiff_t>(from));
@@ -259,8 +278,9 @@ bool SectorCard::writeTrailer(unsigned block, const Bytes& data)
 bool SectorCard::store(unsigned block, const Bytes& data)
 {
     const Bytes before = std::exchange(blocks_[block], data);
-    if (path_.empty())
+    if (path_.empty()) {
         return true;
+    }
     try {
         saveImage(path_, blocks_);
         return true;
@@ -273,11 +293,13 @@ bool SectorCard::store(unsigned block, const Bytes& data)
 bool SectorCard::loadRegister(unsigned block, Right right, std::int64_t change)
 {
     const auto current = allowed(block, right) ? ValueBlock::decode(blocks_[block]) : std::nullopt;
-    if (!current)
+    if (!current) {
         return false;
+    }
     const std::int64_t value = current->value + change;
-    if (value < INT32_MIN || value > INT32_MAX)
+    if (value < INT32_MIN || value > INT32_MAX) {
         return false;
+    }
     register_ = ValueBlock{static_cast<std::int32_t>(value), current->address};
     return true;
 }
@@ -292,10 +314,7 @@ bool SectorCard::decrement(unsigned block, std::uint32_t amount)
     return loadRegister(block, Right::Decrement, -std::int64_t{amount});
 }
 
-bool SectorCard::restore(unsigned block)
-{
-    return loadRegister(block, Right::Decrement, 0);
-}
+bool SectorCard::restore(unsigned block) { return loadRegister(block, Right::Decrement, 0); }
 
 bool SectorCard::transfer(unsigned block)
 {
@@ -307,23 +326,28 @@ bool SectorCard::transfer(unsigned block)
 std::vector<Bytes> loadImage(const std::string& path)
 {
     std::ifstream file(path);
-    if (!file)
+    if (!file) {
         throw std::runtime_error(path + ": cannot be read");
+    }
     std::vector<Bytes> blocks;
     std::string line;
     for (int number = 1; std::getline(file, line); ++number) {
         line.resize(std::min(line.find('#'), line.size()));
-        while (!line.empty() && (line.back() == '\r' || line.back() == ' '))
+        while (!line.empty() && (line.back() == '\r' || line.back() == ' ')) {
             line.pop_back();
+        }
         const auto block = fromHex(line);
-        if (block && block->empty())
+        if (block && block->empty()) {
             continue;
-        if (!block || block->size() != MemoryCard::kBlockSize)
+        }
+        if (!block || block->size() != MemoryCard::kBlockSize) {
             throw std::runtime_error(path + ":" + std::to_string(number) + ": expected a block of 32 hex digits");
+        }
         blocks.push_back(*block);
     }
-    if (blocks.size() != SectorCard::kSmall && blocks.size() != SectorCard::kLarge)
+    if (blocks.size() != SectorCard::kSmall && blocks.size() != SectorCard::kLarge) {
         throw std::runtime_error(path + ": expected 64 or 256 blocks, found " + std::to_string(blocks.size()));
+    }
     return blocks;
 }
 
@@ -333,8 +357,9 @@ void saveImage(const std::string& path, const std::vector<Bytes>& blocks)
     {
         std::ofstream file(temporary, std::ios::trunc);
         for (unsigned block = 0; block < blocks.size(); ++block) {
-            if (block == 0 || trailerOf(block - 1) == block - 1)
+            if (block == 0 || trailerOf(block - 1) == block - 1) {
                 file << "# sector " << sectorOf(block) << "\n";
+            }
             file << toHex(blocks[block]) << "\n";
         }
         file.flush();

@@ -22,7 +22,7 @@ struct ValueBlock {
 
 class SectorCard : public MemoryCard {
 public:
-    static constexpr std::size_t kSmall = 64;  // blocks
+    static constexpr std::size_t kSmall = 64; // blocks
     static constexpr std::size_t kLarge = 256;
     static constexpr std::size_t kKeySize = 6;
 

@@ -14,7 +14,7 @@ public:
     // Bytes, any of which may be left open, and an end that may be.
     struct Pattern {
         std::vector<std::optional<std::uint8_t>> bytes; // none: any byte
-        bool openEnd = false;                            // more may follow
+        bool openEnd = false;                           // more may follow
 
         bool matches(const Bytes& command) const;
     };

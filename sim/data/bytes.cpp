@@ -22,13 +22,16 @@ std::optional<Bytes> fromHex(const std::string& text)
     int half = -1;
     for (const char c : text) {
         const auto u = static_cast<unsigned char>(c);
-        if (std::isspace(u) != 0)
+        if (std::isspace(u) != 0) {
             continue;
-        if (std::isxdigit(u) == 0)
+        }
+        if (std::isxdigit(u) == 0) {
             return std::nullopt;
+        }
         const int value = std::isdigit(u) != 0 ? c - '0' : std::toupper(u) - 'A' + 10;
-        if (half >= 0)
+        if (half >= 0) {
             bytes.push_back(static_cast<std::uint8_t>(half << 4 | value));
+        }
         half = half >= 0 ? -1 : value;
     }
     return half >= 0 ? std::nullopt : std::optional(bytes);
@@ -37,8 +40,9 @@ std::optional<Bytes> fromHex(const std::string& text)
 unsigned long bigEndian(const Bytes& bytes)
 {
     unsigned long value = 0;
-    for (const std::uint8_t byte : bytes)
+    for (const std::uint8_t byte : bytes) {
         value = value << 8 | byte;
+    }
     return value;
 }
 

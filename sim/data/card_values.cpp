@@ -16,10 +16,7 @@ constexpr std::uint64_t kAmountLimit = 1000000000000; // twelve digits
 const std::string kGbk = "gbk:";
 const std::string kText = "text:";
 
-bool startsWith(const std::string& text, const std::string& start)
-{
-    return text.compare(0, start.size(), start) == 0;
-}
+bool startsWith(const std::string& text, const std::string& start) { return text.compare(0, start.size(), start) == 0; }
 
 } // namespace
 
@@ -61,8 +58,8 @@ Bytes bytesOf(const JsonNode& node, std::size_t least, std::size_t most)
 {
     Bytes all = bytesOf(node);
     if (all.size() < least || all.size() > most) {
-        node.expected(std::to_string(least) + (least == most ? std::string() : " to " + std::to_string(most))
-                      + " bytes");
+        node.expected(std::to_string(least) + (least == most ? std::string() : " to " + std::to_string(most)) +
+                      " bytes");
     }
     return all;
 }

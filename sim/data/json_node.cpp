@@ -16,8 +16,9 @@ std::string found(const nlohmann::json& value)
 {
     constexpr std::size_t enough = 60;
     std::string text = value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
-    if (text.size() > enough)
+    if (text.size() > enough) {
         text = text.substr(0, enough) + "...";
+    }
     return text;
 }
 
@@ -36,93 +37,109 @@ bool JsonNode::isObject() const { return value_->is_object(); }
 
 std::string JsonNode::text() const
 {
-    if (!value_->is_string())
+    if (!value_->is_string()) {
         expected("a text");
+    }
     return value_->get<std::string>();
 }
 
 bool JsonNode::flag() const
 {
-    if (!value_->is_boolean())
+    if (!value_->is_boolean()) {
         expected("true or false");
+    }
     return value_->get<bool>();
 }
 
 int JsonNode::number(int least, int most) const
 {
     const std::string range = "a number from " + std::to_string(least) + " to " + std::to_string(most);
-    if (!value_->is_number_integer())
+    if (!value_->is_number_integer()) {
         expected(range);
-    if (value_->is_number_unsigned() && value_->get<std::uint64_t>() > static_cast<std::uint64_t>(INT64_MAX))
+    }
+    if (value_->is_number_unsigned() && value_->get<std::uint64_t>() > static_cast<std::uint64_t>(INT64_MAX)) {
         expected(range);
+    }
     const auto number = value_->get<std::int64_t>();
-    if (number < least || number > most)
+    if (number < least || number > most) {
         expected(range);
+    }
     return static_cast<int>(number);
 }
 
 Bytes JsonNode::hex() const
 {
     const auto bytes = value_->is_string() ? fromHex(value_->get<std::string>()) : std::nullopt;
-    if (!bytes)
+    if (!bytes) {
         expected("hex text, two digits a byte");
+    }
     return *bytes;
 }
 
 Bytes JsonNode::hex(std::size_t size) const
 {
     const Bytes bytes = hex();
-    if (bytes.size() != size)
+    if (bytes.size() != size) {
         expected(std::to_string(size) + " bytes of hex text");
+    }
     return bytes;
 }
 
 std::vector<JsonNode> JsonNode::items() const
 {
-    if (!value_->is_array())
+    if (!value_->is_array()) {
         expected("a list");
+    }
     std::vector<JsonNode> nodes;
-    for (std::size_t i = 0; i < value_->size(); ++i)
+    for (std::size_t i = 0; i < value_->size(); ++i) {
         nodes.emplace_back((*value_)[i], where_ + "[" + std::to_string(i) + "]");
+    }
     return nodes;
 }
 
 std::vector<std::pair<std::string, JsonNode>> JsonNode::members() const
 {
-    if (!value_->is_object())
+    if (!value_->is_object()) {
         expected("an object");
+    }
     std::vector<std::pair<std::string, JsonNode>> nodes;
-    for (const auto& [key, member] : value_->items())
+    for (const auto& [key, member] : value_->items()) {
         nodes.emplace_back(key, JsonNode(member, where_ + "." + key));
+    }
     return nodes;
 }
 
 JsonNode JsonNode::at(const char* key) const
 {
     const auto node = find(key);
-    if (!node)
+    if (!node) {
         throw ProfileError(where_ + ": \"" + key + "\" is missing");
+    }
     return *node;
 }
 
 std::optional<JsonNode> JsonNode::find(const char* key) const
 {
-    if (!value_->is_object())
+    if (!value_->is_object()) {
         expected("an object");
+    }
     const auto member = value_->find(key);
-    if (member == value_->end())
+    if (member == value_->end()) {
         return std::nullopt;
+    }
     return JsonNode(*member, where_ + "." + key);
 }
 
 void JsonNode::allow(std::initializer_list<const char*> keys) const
 {
     for (const auto& [key, node] : members()) {
-        if (std::find(keys.begin(), keys.end(), key) != keys.end())
+        if (std::find(keys.begin(), keys.end(), key) != keys.end()) {
             continue;
+        }
         std::string known;
-        for (const char* name : keys)
+        for (const char* name : keys) {
             known += (known.empty() ? "" : ", ") + std::string(name);
+        }
         throw ProfileError(node.where() + ": unknown here; known are " + known);
     }
 }

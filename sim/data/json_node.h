@@ -25,12 +25,12 @@ public:
     std::string text() const;
     bool flag() const;
     int number(int least, int most) const;
-    Bytes hex() const;                  // blanks are skipped
-    Bytes hex(std::size_t size) const;  // of just that size
+    Bytes hex() const;                 // blanks are skipped
+    Bytes hex(std::size_t size) const; // of just that size
     std::vector<JsonNode> items() const;
     std::vector<std::pair<std::string, JsonNode>> members() const;
 
-    JsonNode at(const char* key) const;                 // must be there
+    JsonNode at(const char* key) const; // must be there
     std::optional<JsonNode> find(const char* key) const;
     void allow(std::initializer_list<const char*> keys) const; // complains of any other member
 

@@ -17,15 +17,9 @@ std::uint8_t leadingByte(Tag tag)
 
 } // namespace
 
-std::string toHex(Tag tag)
-{
-    return sim::toHex(tagBytes(tag));
-}
+std::string toHex(Tag tag) { return sim::toHex(tagBytes(tag)); }
 
-std::optional<std::uint8_t> Cursor::byte()
-{
-    return atEnd() ? std::nullopt : std::optional(bytes_[position_++]);
-}
+std::optional<std::uint8_t> Cursor::byte() { return atEnd() ? std::nullopt : std::optional(bytes_[position_++]); }
 
 std::optional<Bytes> Cursor::take(std::size_t count)
 {
@@ -92,10 +86,7 @@ std::optional<Tag> tagFromHex(const std::string& text)
     return cursor.atEnd() ? tag : std::nullopt;
 }
 
-bool constructed(Tag tag)
-{
-    return (leadingByte(tag) & 0x20) != 0;
-}
+bool constructed(Tag tag) { return (leadingByte(tag) & 0x20) != 0; }
 
 Bytes tagBytes(Tag tag)
 {
@@ -109,10 +100,7 @@ Bytes tagBytes(Tag tag)
     return bytes;
 }
 
-void append(Bytes& to, const Bytes& more)
-{
-    to.insert(to.end(), more.begin(), more.end());
-}
+void append(Bytes& to, const Bytes& more) { to.insert(to.end(), more.begin(), more.end()); }
 
 Bytes encode(Tag tag, const Bytes& value)
 {

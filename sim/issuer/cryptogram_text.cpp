@@ -20,29 +20,29 @@ struct ItemRow {
 };
 
 constexpr ItemRow kItems[] = {
-    {0x9F26, 8, true, false},    // application cryptogram
-    {0x9F27, 1, true, false},    // cryptogram information data
+    {0x9F26, 8, true, false},     // application cryptogram
+    {0x9F27, 1, true, false},     // cryptogram information data
     {0x9F10, kAny, false, false}, // issuer application data
-    {0x9F37, 4, true, false},    // unpredictable number
-    {0x9F36, 2, true, false},    // application transaction counter
-    {0x95, 5, true, false},      // terminal verification results
+    {0x9F37, 4, true, false},     // unpredictable number
+    {0x9F36, 2, true, false},     // application transaction counter
+    {0x95, 5, true, false},       // terminal verification results
     {0x9F13, kAny, false, false}, // last online counter
-    {kDate, 3, true, false},     // date
-    {kType, 1, true, false},     // type
-    {0x9F02, 6, true, true},     // amount
-    {0x5F2A, 2, true, true},     // currency
-    {0x5A, kAny, false, false},  // account number
+    {kDate, 3, true, false},      // date
+    {kType, 1, true, false},      // type
+    {0x9F02, 6, true, true},      // amount
+    {0x5F2A, 2, true, true},      // currency
+    {0x5A, kAny, false, false},   // account number
     {0x5F34, kAny, false, false}, // its sequence number
-    {0x82, 2, false, false},     // application interchange profile
-    {0x9F1A, 2, true, true},     // country
-    {0x9F03, 6, true, true},     // other amount
-    {0x9F33, 3, true, false},    // terminal capabilities
+    {0x82, 2, false, false},      // application interchange profile
+    {0x9F1A, 2, true, true},      // country
+    {0x9F03, 6, true, true},      // other amount
+    {0x9F33, 3, true, false},     // terminal capabilities
 };
 
 std::optional<Bytes> valueBehind(const Bytes& text, std::size_t& position, const Bytes& tag, std::size_t length)
 {
-    const bool fits = text.size() - position >= tag.size()
-                      && std::equal(tag.begin(), tag.end(), text.begin() + static_cast<std::ptrdiff_t>(position));
+    const bool fits = text.size() - position >= tag.size() &&
+                      std::equal(tag.begin(), tag.end(), text.begin() + static_cast<std::ptrdiff_t>(position));
     if (!fits) {
         return std::nullopt;
     }

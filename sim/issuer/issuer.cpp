@@ -104,8 +104,8 @@ Verification Issuer::verify(CryptogramText kind, const std::string& text, Crypto
         objects[tag] = items.values.at(tag);
     }
     const crypto::KeySet session = crypto::sessionKeys(cardKeysOf(rules_.keys, items), result.atc);
-    result.verified = crypto::applicationCryptogram(session.ac, objects, cardVerificationResults(items))
-                      == blockOf(valueOf(items, 0x9F26));
+    result.verified = crypto::applicationCryptogram(session.ac, objects, cardVerificationResults(items)) ==
+                      blockOf(valueOf(items, 0x9F26));
     result.why = name + (result.verified ? " verified" : " wrong: not made with this issuer's key over these data");
     return result;
 }

@@ -22,12 +22,12 @@ const char* nameOf(Decision decision); // "approve", "refer", "decline"
 
 // One command of an issuer script, before it is tied to a transaction.
 struct ScriptCommand {
-    std::string text;        // for people
+    std::string text; // for people
     std::uint8_t ins = 0;
     std::uint8_t p1 = 0;
     std::uint8_t p2 = 0;
     Bytes data;
-    std::string newPin;      // enciphered into the data
+    std::string newPin; // enciphered into the data
     bool wrongMac = false;
     std::optional<Bytes> raw; // sent as it stands
 };
@@ -50,19 +50,19 @@ struct IssuerRules {
     std::vector<AmountRule> rules;  // the first that holds decides; none holds: decline
     std::vector<tlv::Tag> objects;  // what its cards compute over, of the usual ones
     std::vector<ScriptTemplate> scripts;
-    bool scriptsAlways = false;     // with declined ones too
-    bool trustUnverified = false;   // go on with a cryptogram that is wrong, as a host without a key would
+    bool scriptsAlways = false;   // with declined ones too
+    bool trustUnverified = false; // go on with a cryptogram that is wrong, as a host without a key would
 };
 
 // What the issuer found in a cryptogram's text.
 struct Verification {
     bool understood = false; // the text had the items
     bool verified = false;
-    std::string why;         // for people
-    std::string account;     // digits of the account number; whole, so mind where it is shown
+    std::string why;     // for people
+    std::string account; // digits of the account number; whole, so mind where it is shown
     std::uint64_t amount = 0;
     std::uint16_t atc = 0;
-    std::uint8_t type = 0;   // 00 AAC, 40 TC, 80 ARQC
+    std::uint8_t type = 0; // 00 AAC, 40 TC, 80 ARQC
 };
 
 struct Authorisation {

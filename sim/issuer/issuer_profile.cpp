@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Reads an issuer from a profile.
-#include "sim/data/card_values.h"
 #include "sim/cards/emv_profile.h"
+#include "sim/data/card_values.h"
 #include "sim/issuer/issuer.h"
 #include "sim/profiles/profile.h"
 
@@ -21,10 +21,14 @@ struct CommandRow {
 };
 
 constexpr CommandRow kCommands[] = {
-    {"set_balance", CommandRow::Amount, 0xDA, 0x9F, 0x79}, {"set_limit", CommandRow::Amount, 0xDA, 0x9F, 0x77},
-    {"set_single_limit", CommandRow::Amount, 0xDA, 0x9F, 0x78}, {"block", CommandRow::Switch, 0x1E, 0x00, 0x00},
-    {"unblock", CommandRow::Switch, 0x18, 0x00, 0x00}, {"block_card", CommandRow::Switch, 0x16, 0x00, 0x00},
-    {"pin", CommandRow::Pin, 0x24, 0x00, 0x02}, {"unblock_pin", CommandRow::Switch, 0x24, 0x00, 0x00},
+    {"set_balance", CommandRow::Amount, 0xDA, 0x9F, 0x79},
+    {"set_limit", CommandRow::Amount, 0xDA, 0x9F, 0x77},
+    {"set_single_limit", CommandRow::Amount, 0xDA, 0x9F, 0x78},
+    {"block", CommandRow::Switch, 0x1E, 0x00, 0x00},
+    {"unblock", CommandRow::Switch, 0x18, 0x00, 0x00},
+    {"block_card", CommandRow::Switch, 0x16, 0x00, 0x00},
+    {"pin", CommandRow::Pin, 0x24, 0x00, 0x02},
+    {"unblock_pin", CommandRow::Switch, 0x24, 0x00, 0x00},
 };
 
 std::string pinOf(const JsonNode& node)

@@ -14,9 +14,9 @@ struct ProfileError : std::runtime_error {
 };
 
 struct Profile {
-    std::string name;        // for people
-    std::string path;        // where it came from
-    std::string json;        // its text
+    std::string name; // for people
+    std::string path; // where it came from
+    std::string json; // its text
 };
 
 // Finds a profile: a path to a file, or the name of a shipped one ("debit", "credit", "multi", ...). Shipped ones

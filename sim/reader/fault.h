@@ -25,7 +25,7 @@ struct Fault {
     };
     Kind kind{};
     int value = 0;
-    int command = 0;                      // 0: every command
+    int command = 0;                       // 0: every command
     std::optional<std::uint8_t> operation; // none: every operation
 };
 

@@ -24,27 +24,29 @@ std::uint8_t checkOf(const Bytes& content)
     return std::accumulate(content.begin(), content.end(), std::uint8_t{0}, std::bit_xor<std::uint8_t>());
 }
 
-LineItem badFrame(const char* problem)
-{
-    return {LineItem::Kind::BadFrame, {}, problem};
-}
+LineItem badFrame(const char* problem) { return {LineItem::Kind::BadFrame, {}, problem}; }
 
 // A frame's characters, without STX and ETX.
 LineItem decodeFrame(const Bytes& characters)
 {
-    if (std::any_of(characters.begin(), characters.end(), [](unsigned c) { return c < 0x30 || c > 0x3F; }))
+    if (std::any_of(characters.begin(), characters.end(), [](unsigned c) { return c < 0x30 || c > 0x3F; })) {
         return badFrame("characters");
-    if (characters.size() < kOverhead || characters.size() % 2 != 0)
+    }
+    if (characters.size() < kOverhead || characters.size() % 2 != 0) {
         return badFrame("length");
+    }
     Bytes decoded;
-    for (std::size_t i = 0; i < characters.size(); i += 2)
+    for (std::size_t i = 0; i < characters.size(); i += 2) {
         decoded.push_back(static_cast<std::uint8_t>((characters[i] & 0x0F) << 4 | (characters[i + 1] & 0x0F)));
+    }
     const std::size_t announced = decoded.at(0) * 256U + decoded.at(1);
-    if (announced * 2 + kOverhead != characters.size())
+    if (announced * 2 + kOverhead != characters.size()) {
         return badFrame("length");
+    }
     Bytes content(decoded.begin() + 2, decoded.end() - 1);
-    if (checkOf(content) != decoded.back())
+    if (checkOf(content) != decoded.back()) {
         return badFrame("check");
+    }
     return {LineItem::Kind::Command, std::move(content), {}};
 }
 
@@ -55,8 +57,9 @@ Bytes encodeFrame(const Bytes& content)
     Bytes frame{kStx};
     appendCharacters(frame, static_cast<unsigned>(content.size() >> 8 & 0xFF));
     appendCharacters(frame, static_cast<unsigned>(content.size() & 0xFF));
-    for (const std::uint8_t byte : content)
+    for (const std::uint8_t byte : content) {
         appendCharacters(frame, byte);
+    }
     appendCharacters(frame, checkOf(content));
     frame.push_back(kEtx);
     return frame;
@@ -67,9 +70,15 @@ LineDecoder::LineDecoder(std::vector<std::string> sequences) : sequences_(std::m
 void LineDecoder::decode(std::uint8_t byte, std::vector<LineItem>& items)
 {
     switch (state_) {
-    case State::Idle: idle(byte, items); break;
-    case State::Frame: inFrame(byte, items); break;
-    case State::Escape: inEscape(byte, items); break;
+    case State::Idle:
+        idle(byte, items);
+        break;
+    case State::Frame:
+        inFrame(byte, items);
+        break;
+    case State::Escape:
+        inEscape(byte, items);
+        break;
     }
 }
 
@@ -77,12 +86,13 @@ void LineDecoder::idle(std::uint8_t byte, std::vector<LineItem>& items)
 {
     pending_.clear();
     tooLong_ = false;
-    if (byte == kStx)
+    if (byte == kStx) {
         state_ = State::Frame;
-    else if (byte == kEsc)
+    } else if (byte == kEsc) {
         state_ = State::Escape;
-    else
+    } else {
         items.push_back({LineItem::Kind::Noise, {byte}, {}});
+    }
 }
 
 // STX and ESC never stand inside a frame: a host that gave a command up half way gets through with the next one.
@@ -112,8 +122,9 @@ void LineDecoder::inEscape(std::uint8_t byte, std::vector<LineItem>& items)
         const bool restart = byte == kStx || byte == kEsc;
         items.push_back({LineItem::Kind::UnknownEscape, restart ? pending_ : longer, {}});
         state_ = State::Idle;
-        if (restart)
+        if (restart) {
             idle(byte, items);
+        }
     } else if (found->size() == text.size()) {
         items.push_back({LineItem::Kind::Escape, std::move(longer), {}});
         state_ = State::Idle;

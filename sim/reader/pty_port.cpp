@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim/reader/pty_port.h"
 
+#include <climits>
+
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -13,7 +15,6 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <climits>
 #include <cstdlib>
 #include <deque>
 #include <mutex>
@@ -29,22 +30,20 @@ namespace {
 using Steady = std::chrono::steady_clock; // CLOCK_MONOTONIC, which the timer descriptor counts in too
 using Time = Steady::time_point;
 
-constexpr int kBitsPerByte = 10;         // 8N1
-constexpr int kPiecesPerSecond = 1000;   // a paced answer is handed over about a millisecond's worth at a time
+constexpr int kBitsPerByte = 10;       // 8N1
+constexpr int kPiecesPerSecond = 1000; // a paced answer is handed over about a millisecond's worth at a time
 constexpr std::size_t kReadSize = 4096;
 
-[[noreturn]] void fail(const std::string& what)
-{
-    throw std::system_error(errno, std::generic_category(), what);
-}
+[[noreturn]] void fail(const std::string& what) { throw std::system_error(errno, std::generic_category(), what); }
 
 class Descriptor {
 public:
     Descriptor() = default;
     Descriptor(int fd, const std::string& what) : fd_(fd)
     {
-        if (fd < 0)
+        if (fd < 0) {
             fail(what);
+        }
     }
     Descriptor(Descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
     Descriptor& operator=(Descriptor&& other) noexcept
@@ -54,8 +53,9 @@ public:
     }
     ~Descriptor()
     {
-        if (fd_ >= 0)
+        if (fd_ >= 0) {
             ::close(fd_);
+        }
     }
     int get() const { return fd_; }
 
@@ -63,20 +63,23 @@ private:
     int fd_ = -1;
 };
 
-struct SpeedRow { speed_t code; int speed; };
-constexpr SpeedRow kSpeeds[] = {{B1200, 1200},   {B2400, 2400},   {B4800, 4800},     {B9600, 9600},
-                                {B19200, 19200}, {B38400, 38400}, {B57600, 57600},   {B115200, 115200}};
+struct SpeedRow {
+    speed_t code;
+    int speed;
+};
+constexpr SpeedRow kSpeeds[] = {{B1200, 1200},   {B2400, 2400},   {B4800, 4800},   {B9600, 9600},
+                                {B19200, 19200}, {B38400, 38400}, {B57600, 57600}, {B115200, 115200}};
 
 // The speed that the host has set: the master sees its own tty's settings. -1: one that no reader listens at.
 int hostSpeed(int master)
 {
     termios settings{};
-    if (::tcgetattr(master, &settings) != 0)
+    if (::tcgetattr(master, &settings) != 0) {
         return -1;
+    }
     const speed_t code = ::cfgetospeed(&settings);
-    const auto* const row = std::find_if(std::begin(kSpeeds), std::end(kSpeeds), [code](const SpeedRow& r) {
-        return r.code == code;
-    });
+    const auto* const row =
+        std::find_if(std::begin(kSpeeds), std::end(kSpeeds), [code](const SpeedRow& r) { return r.code == code; });
     return row == std::end(kSpeeds) ? -1 : row->speed;
 }
 
@@ -140,29 +143,34 @@ struct PtyPort::State {
 void PtyPort::State::open()
 {
     master = Descriptor(::posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC), "cannot open a pseudo-terminal");
-    if (::grantpt(master.get()) != 0 || ::unlockpt(master.get()) != 0)
+    if (::grantpt(master.get()) != 0 || ::unlockpt(master.get()) != 0) {
         fail("cannot unlock the pseudo-terminal");
+    }
     std::array<char, 64> text{};
-    if (const int error = ::ptsname_r(master.get(), text.data(), text.size()); error != 0)
+    if (const int error = ::ptsname_r(master.get(), text.data(), text.size()); error != 0) {
         throw std::system_error(error, std::generic_category(), "cannot find the pseudo-terminal's name");
+    }
     path = text.data();
     name = path.substr(std::string("/dev/").size());
 
     // While no one has the tty open the master only fails with EIO, and its settings are forgotten: hold it open.
     keeper = Descriptor(::open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC), "cannot open " + path);
     termios settings{};
-    if (::tcgetattr(keeper.get(), &settings) != 0)
+    if (::tcgetattr(keeper.get(), &settings) != 0) {
         fail("cannot read the settings of " + path);
+    }
     ::cfmakeraw(&settings);
     ::cfsetspeed(&settings, B9600);
-    if (::tcsetattr(keeper.get(), TCSANOW, &settings) != 0)
+    if (::tcsetattr(keeper.get(), TCSANOW, &settings) != 0) {
         fail("cannot set " + path + " to raw bytes");
+    }
 
     // Packet mode: the master is told when the host changes settings with a flush, so it knows at which speed the
     // bytes before and after were sent.
     int on = 1;
-    if (::ioctl(master.get(), TIOCPKT, &on) != 0)
+    if (::ioctl(master.get(), TIOCPKT, &on) != 0) {
         fail("cannot watch the settings of " + path);
+    }
     stop = Descriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "cannot make an event descriptor");
     timer = Descriptor(::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK), "cannot make a timer");
     makeLink();
@@ -172,13 +180,15 @@ void PtyPort::State::open()
 void PtyPort::State::makeLink()
 {
     const char* const link = options.link.c_str();
-    if (options.link.empty() || ::symlink(path.c_str(), link) == 0)
+    if (options.link.empty() || ::symlink(path.c_str(), link) == 0) {
         return;
+    }
     std::array<char, 1> first{};
     const int error = errno;
     if (error == EEXIST && ::readlink(link, first.data(), first.size()) > 0) {
-        if (::unlink(link) != 0 || ::symlink(path.c_str(), link) != 0)
+        if (::unlink(link) != 0 || ::symlink(path.c_str(), link) != 0) {
             fail("cannot replace the link " + options.link);
+        }
         return;
     }
     throw std::system_error(error, std::generic_category(), "cannot make the link " + options.link);
@@ -188,8 +198,9 @@ void PtyPort::State::removeLink() const
 {
     std::array<char, PATH_MAX> target{};
     if (!options.link.empty() && ::readlink(options.link.c_str(), target.data(), target.size() - 1) > 0 &&
-        path == target.data())
+        path == target.data()) {
         ::unlink(options.link.c_str());
+    }
 }
 
 // ---------------------------------------------------------------- the thread
@@ -207,14 +218,17 @@ void PtyPort::State::serve()
 bool PtyPort::State::waitForWork()
 {
     std::array<pollfd, 3> waiting{{{master.get(), POLLIN, 0}, {stop.get(), POLLIN, 0}, {timer.get(), POLLIN, 0}}};
-    if (::poll(waiting.data(), waiting.size(), -1) < 0)
+    if (::poll(waiting.data(), waiting.size(), -1) < 0) {
         return errno == EINTR;
-    if (waiting[1].revents != 0)
+    }
+    if (waiting[1].revents != 0) {
         return false;
+    }
     if (waiting[2].revents != 0) {
         std::uint64_t expirations = 0;
-        if (::read(timer.get(), &expirations, sizeof expirations) < 0 && errno != EAGAIN)
+        if (::read(timer.get(), &expirations, sizeof expirations) < 0 && errno != EAGAIN) {
             return false;
+        }
     }
     return waiting[0].revents == 0 || readMaster();
 }
@@ -223,10 +237,12 @@ bool PtyPort::State::waitForWork()
 void PtyPort::State::setTimer() const
 {
     std::optional<Time> next;
-    if (!arrivals.empty())
+    if (!arrivals.empty()) {
         next = arrivals.front().complete;
-    if (!pieces.empty() && (!next || pieces.front().due < *next))
+    }
+    if (!pieces.empty() && (!next || pieces.front().due < *next)) {
         next = pieces.front().due;
+    }
     itimerspec when{};
     if (next) {
         const auto ns = std::chrono::duration_cast<std::chrono::nanoseconds>(next->time_since_epoch()).count();
@@ -245,12 +261,14 @@ bool PtyPort::State::readMaster()
             speedUnsure = false; // whatever comes now was sent after the change
             return errno == EAGAIN || errno == EINTR;
         }
-        if (count == 0)
+        if (count == 0) {
             return false;
-        if (buffer[0] != TIOCPKT_DATA)
+        }
+        if (buffer[0] != TIOCPKT_DATA) {
             noteSpeedChange();
-        else if (count > 1)
+        } else if (count > 1) {
             addArrival(buffer.data() + 1, static_cast<std::size_t>(count - 1));
+        }
     }
 }
 
@@ -259,8 +277,9 @@ bool PtyPort::State::readMaster()
 void PtyPort::State::noteSpeedChange()
 {
     const int speed = hostSpeed(master.get());
-    if (speed == knownSpeed)
+    if (speed == knownSpeed) {
         return;
+    }
     knownSpeed = speed;
     pollfd data{master.get(), POLLIN, 0};
     speedUnsure = ::poll(&data, 1, 0) == 1 && (data.revents & POLLIN) != 0;
@@ -284,8 +303,9 @@ void PtyPort::State::deliverArrivals()
             const auto onLine = options.paced ? timeOnLine(head.bytes.size(), readerSpeed) : Steady::duration::zero();
             head.complete = std::max(head.at, receiverFree) + onLine;
         }
-        if (*head.complete > Steady::now())
+        if (*head.complete > Steady::now()) {
             return;
+        }
         std::vector<Reader::Output> outputs;
         {
             const std::lock_guard<std::mutex> guard(mutex);
@@ -293,8 +313,9 @@ void PtyPort::State::deliverArrivals()
             readerSpeed = reader.listeningSpeed();
         }
         receiverFree = *head.complete;
-        for (const Reader::Output& output : outputs)
+        for (const Reader::Output& output : outputs) {
             queue(output, receiverFree);
+        }
         arrivals.pop_front();
     }
 }
@@ -341,30 +362,19 @@ PtyPort::PtyPort(Reader& reader, Options options) : state_(std::make_unique<Stat
 PtyPort::~PtyPort()
 {
     const std::uint64_t one = 1;
-    if (::write(state_->stop.get(), &one, sizeof one) != static_cast<ssize_t>(sizeof one))
+    if (::write(state_->stop.get(), &one, sizeof one) != static_cast<ssize_t>(sizeof one)) {
         std::abort(); // the thread would be waited for without end
+    }
     state_->thread.join();
     state_->removeLink();
 }
 
-const std::string& PtyPort::name() const
-{
-    return state_->name;
-}
+const std::string& PtyPort::name() const { return state_->name; }
 
-PtyPort::Traffic PtyPort::traffic() const
-{
-    return {state_->toReader, state_->fromReader};
-}
+PtyPort::Traffic PtyPort::traffic() const { return {state_->toReader, state_->fromReader}; }
 
-void PtyPort::lock()
-{
-    state_->mutex.lock();
-}
+void PtyPort::lock() { state_->mutex.lock(); }
 
-void PtyPort::unlock()
-{
-    state_->mutex.unlock();
-}
+void PtyPort::unlock() { state_->mutex.unlock(); }
 
 } // namespace vorn::sim

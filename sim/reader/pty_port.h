@@ -12,8 +12,8 @@ namespace vorn::sim {
 class PtyPort {
 public:
     struct Options {
-        bool paced = false;      // both directions take the time that the reader's line speed needs
-        std::string link;        // also make this symbolic link to the tty (for a fixed name below /dev)
+        bool paced = false; // both directions take the time that the reader's line speed needs
+        std::string link;   // also make this symbolic link to the tty (for a fixed name below /dev)
     };
 
     // Opens the pty and serves the reader from a thread of its own until destroyed. Throws std::system_error.
@@ -26,11 +26,14 @@ public:
     const std::string& name() const; // as nPortNo takes it: "pts/3"
 
     // Bytes on the line so far, both directions, for measuring.
-    struct Traffic { unsigned long toReader = 0, fromReader = 0; };
+    struct Traffic {
+        unsigned long toReader = 0, fromReader = 0;
+    };
     Traffic traffic() const;
 
     // Runs f while the reader is not being served (the reader itself is not locked).
-    template <class F> void locked(F f)
+    template <class F>
+    void locked(F f)
     {
         lock();
         struct Unlock {

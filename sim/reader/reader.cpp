@@ -38,10 +38,7 @@ std::string hex(const Bytes& bytes)
 }
 
 // What a receiver makes of a byte at another speed: never a character of a frame, STX, ETX or ESC.
-std::uint8_t garbled(std::uint8_t byte)
-{
-    return static_cast<std::uint8_t>((byte * 0x9DU ^ 0x5AU) | 0x80U);
-}
+std::uint8_t garbled(std::uint8_t byte) { return static_cast<std::uint8_t>((byte * 0x9DU ^ 0x5AU) | 0x80U); }
 
 // Bytes that a disturbed line puts before an answer. ETX and frame characters are among them, STX is not: a host finds
 // the frame behind them.
@@ -60,9 +57,16 @@ Bytes noise(std::size_t count)
 std::optional<MemoryCard::Key> keyOfMode(std::uint8_t mode)
 {
     switch (mode) {
-    case 0x60: case 'A': case 0x00: return MemoryCard::Key::A;
-    case 0x61: case 'B': case 0x01: return MemoryCard::Key::B;
-    default: return std::nullopt;
+    case 0x60:
+    case 'A':
+    case 0x00:
+        return MemoryCard::Key::A;
+    case 0x61:
+    case 'B':
+    case 0x01:
+        return MemoryCard::Key::B;
+    default:
+        return std::nullopt;
     }
 }
 
@@ -72,7 +76,8 @@ struct Reply {
 };
 
 // A card of either kind in its place: when it can be seen, and whether it has power.
-template <class C> struct Place {
+template <class C>
+struct Place {
     std::shared_ptr<C> card;
     milliseconds from{0};
     bool powered = false;
@@ -82,14 +87,16 @@ template <class C> struct Place {
 
 void cutPower(Place<Card>& place)
 {
-    if (std::exchange(place.powered, false))
+    if (std::exchange(place.powered, false)) {
         place.card->powerOff();
+    }
 }
 
 void cutPower(Place<MemoryCard>& place)
 {
-    if (std::exchange(place.powered, false))
+    if (std::exchange(place.powered, false)) {
         place.card->deactivate();
+    }
 }
 
 bool matches(const Fault& fault, int number, const Bytes& command)
@@ -190,14 +197,21 @@ void Reader::State::pullUserCard()
 std::vector<Reader::Output> Reader::State::handle(const LineItem& item)
 {
     switch (item.kind) {
-    case LineItem::Kind::Command: return command(item.bytes);
-    case LineItem::Kind::Escape: return escape({item.bytes.begin(), item.bytes.end()});
+    case LineItem::Kind::Command:
+        return command(item.bytes);
+    case LineItem::Kind::Escape:
+        return escape({item.bytes.begin(), item.bytes.end()});
     case LineItem::Kind::BadFrame:
         event("bad frame: " + item.problem);
         return {{encodeFrame({kCommandClass, static_cast<std::uint8_t>(ReaderStatus::BadFrame)}), milliseconds(0)}};
-    case LineItem::Kind::Unfinished: event("bad frame: unfinished"); break;
-    case LineItem::Kind::UnknownEscape: event("unknown escape " + hex(item.bytes)); break;
-    case LineItem::Kind::Noise: break;
+    case LineItem::Kind::Unfinished:
+        event("bad frame: unfinished");
+        break;
+    case LineItem::Kind::UnknownEscape:
+        event("unknown escape " + hex(item.bytes));
+        break;
+    case LineItem::Kind::Noise:
+        break;
     }
     return {};
 }
@@ -217,8 +231,9 @@ std::vector<Reader::Output> Reader::State::escape(const std::string& sequence)
         event("version ignored at 38400");
     } else {
         event("version");
-        if (!version.empty())
+        if (!version.empty()) {
             return {{Bytes(version.begin(), version.end()), milliseconds(0)}};
+        }
     }
     return {};
 }
@@ -238,25 +253,29 @@ std::vector<Reader::Output> Reader::State::command(const Bytes& command)
         return fault != nullptr ? static_cast<std::size_t>(std::max(fault->value, 0)) : 0;
     };
 
-    if (find(Fault::Kind::Pull) != nullptr)
+    if (find(Fault::Kind::Pull) != nullptr) {
         pullUserCard();
+    }
     const Fault* const forced = find(Fault::Kind::Status);
     const Reply reply = forced != nullptr ? Reply{static_cast<ReaderStatus>(forced->value)} : carryOut(command);
     const bool answered = find(Fault::Kind::Silence) == nullptr;
     exchanges.push_back({command, static_cast<std::uint8_t>(reply.status), reply.payload, answered});
-    if (!answered)
+    if (!answered) {
         return {};
+    }
 
     Bytes content{kCommandClass, static_cast<std::uint8_t>(reply.status)};
     content.insert(content.end(), reply.payload.begin(), reply.payload.end());
     Bytes frame = encodeFrame(content);
     frame.pop_back(); // ETX comes back at the end
-    if (find(Fault::Kind::WrongCheck) != nullptr)
+    if (find(Fault::Kind::WrongCheck) != nullptr) {
         frame.back() ^= 0x01;
+    }
     frame.resize(frame.size() - std::min(count(Fault::Kind::Short), frame.size() - 1));
     frame.insert(frame.end(), count(Fault::Kind::Long), 0x3F);
-    if (find(Fault::Kind::NoEnd) == nullptr)
+    if (find(Fault::Kind::NoEnd) == nullptr) {
         frame.push_back(kEtx);
+    }
     const Bytes before = noise(count(Fault::Kind::Noise));
     frame.insert(frame.begin(), before.begin(), before.end());
     return {{std::move(frame), milliseconds(count(Fault::Kind::Delay))}};
@@ -264,22 +283,27 @@ std::vector<Reader::Output> Reader::State::command(const Bytes& command)
 
 Reply Reader::State::carryOut(const Bytes& command)
 {
-    if (command.size() < 2 || command[0] != kCommandClass)
+    if (command.size() < 2 || command[0] != kCommandClass) {
         return {ReaderStatus::UnknownCommand};
+    }
     const auto& table = operations();
     const auto row = std::find_if(table.begin(), table.end(), [&](const Operation& o) { return o.code == command[1]; });
-    if (row == table.end())
+    if (row == table.end()) {
         return {ReaderStatus::UnknownCommand};
+    }
     const std::size_t header = 2 + row->fixed.size();
-    if (command.size() < header || !std::equal(row->fixed.begin(), row->fixed.end(), command.begin() + 2))
+    if (command.size() < header || !std::equal(row->fixed.begin(), row->fixed.end(), command.begin() + 2)) {
         return {ReaderStatus::BadParameter};
+    }
     const Bytes arguments(command.begin() + static_cast<std::ptrdiff_t>(header), command.end());
-    if (arguments.size() < row->least || arguments.size() > row->most)
+    if (arguments.size() < row->least || arguments.size() > row->most) {
         return {ReaderStatus::BadParameter};
+    }
     try {
         Reply reply = (this->*row->handler)(arguments);
-        if (reply.payload.size() > kPayloadMax)
+        if (reply.payload.size() > kPayloadMax) {
             return {ReaderStatus::AnswerTooLong};
+        }
         return reply;
     } catch (const std::exception& error) { // a card model in trouble must not take the reader with it
         event(std::string("card failed: ") + error.what());
@@ -292,13 +316,15 @@ Reply Reader::State::carryOut(const Bytes& command)
 Reply Reader::State::powerOn(Slot slot)
 {
     Place<Card>& at = cards[slot];
-    if (!at.present(clock()))
+    if (!at.present(clock())) {
         return {slot == Slot::Field ? ReaderStatus::NoCardInField : ReaderStatus::NoCard};
+    }
     cutPower(at);
     slotEvent("power on ", slot);
     Bytes atr = at.card->powerOn();
-    if (atr.empty())
+    if (atr.empty()) {
         return {ReaderStatus::CardMute};
+    }
     at.powered = true;
     return {ReaderStatus::Ok, std::move(atr)};
 }
@@ -306,27 +332,27 @@ Reply Reader::State::powerOn(Slot slot)
 Reply Reader::State::powerOnSlot(const Bytes& arguments)
 {
     const auto slot = static_cast<Slot>(arguments[0]);
-    if (place(arguments[0]) == nullptr || slot == Slot::Field)
+    if (place(arguments[0]) == nullptr || slot == Slot::Field) {
         return {ReaderStatus::NoSuchSlot};
+    }
     return powerOn(slot);
 }
 
 Reply Reader::State::powerOffSlot(const Bytes& arguments)
 {
     Place<Card>* const at = place(arguments[0]);
-    if (at == nullptr || static_cast<Slot>(arguments[0]) == Slot::Field)
+    if (at == nullptr || static_cast<Slot>(arguments[0]) == Slot::Field) {
         return {ReaderStatus::NoSuchSlot};
-    if (!at->present(clock()))
+    }
+    if (!at->present(clock())) {
         return {ReaderStatus::NoCard};
+    }
     slotEvent("power off ", static_cast<Slot>(arguments[0]));
     cutPower(*at);
     return {};
 }
 
-Reply Reader::State::activate(const Bytes&)
-{
-    return powerOn(Slot::Field);
-}
+Reply Reader::State::activate(const Bytes&) { return powerOn(Slot::Field); }
 
 // Switching the field off needs no card in it.
 Reply Reader::State::deactivate(const Bytes&)
@@ -340,15 +366,19 @@ Reply Reader::State::deactivate(const Bytes&)
 Reply Reader::State::apdu(const Bytes& arguments)
 {
     Place<Card>* const at = place(arguments[0]);
-    if (at == nullptr)
+    if (at == nullptr) {
         return {ReaderStatus::NoSuchSlot};
-    if (!at->present(clock()))
+    }
+    if (!at->present(clock())) {
         return {static_cast<Slot>(arguments[0]) == Slot::Field ? ReaderStatus::NoCardInField : ReaderStatus::NoCard};
-    if (!at->powered)
+    }
+    if (!at->powered) {
         return {ReaderStatus::NotPowered};
+    }
     Bytes response = at->card->transmit({arguments.begin() + 1, arguments.end()});
-    if (response.size() < 2)
+    if (response.size() < 2) {
         return {ReaderStatus::CardMute};
+    }
     return {ReaderStatus::Ok, std::move(response)};
 }
 
@@ -356,8 +386,9 @@ Reply Reader::State::apdu(const Bytes& arguments)
 
 Reply Reader::State::activateMemory(const Bytes&)
 {
-    if (!memory.present(clock()))
+    if (!memory.present(clock())) {
         return {ReaderStatus::NoCardInField};
+    }
     cutPower(memory);
     event("activate memory card");
     Bytes identification = memory.card->activate();
@@ -367,38 +398,45 @@ Reply Reader::State::activateMemory(const Bytes&)
 
 std::optional<ReaderStatus> Reader::State::memoryProblem() const
 {
-    if (!memory.present(clock()))
+    if (!memory.present(clock())) {
         return ReaderStatus::NoCardInField;
-    if (!memory.powered)
+    }
+    if (!memory.powered) {
         return ReaderStatus::NotPowered;
+    }
     return std::nullopt;
 }
 
 Reply Reader::State::authenticate(const Bytes& arguments)
 {
     const auto which = keyOfMode(arguments[1]);
-    if (!which)
+    if (!which) {
         return {ReaderStatus::BadParameter};
-    if (const auto problem = memoryProblem())
+    }
+    if (const auto problem = memoryProblem()) {
         return {*problem};
+    }
     const Bytes key(arguments.begin() + 2, arguments.end());
     return {memory.card->authenticate(arguments[0], *which, key) ? ReaderStatus::Ok : ReaderStatus::KeyRefused};
 }
 
 Reply Reader::State::readBlock(const Bytes& arguments)
 {
-    if (const auto problem = memoryProblem())
+    if (const auto problem = memoryProblem()) {
         return {*problem};
+    }
     auto block = memory.card->read(arguments[0]);
-    if (!block)
+    if (!block) {
         return {ReaderStatus::AccessRefused};
+    }
     return {ReaderStatus::Ok, std::move(*block)};
 }
 
 Reply Reader::State::writeBlock(const Bytes& arguments)
 {
-    if (const auto problem = memoryProblem())
+    if (const auto problem = memoryProblem()) {
         return {*problem};
+    }
     const bool written = memory.card->write(arguments[0], {arguments.begin() + 1, arguments.end()});
     return {written ? ReaderStatus::Ok : ReaderStatus::AccessRefused};
 }
@@ -431,8 +469,9 @@ void Reader::insert(std::shared_ptr<MemoryCard> card, milliseconds after)
 void Reader::remove(Slot slot)
 {
     insert(slot, nullptr);
-    if (slot == Slot::Field)
+    if (slot == Slot::Field) {
         insert(nullptr);
+    }
 }
 
 bool Reader::powered(Slot slot) const
@@ -465,17 +504,21 @@ std::vector<Reader::Output> Reader::receive(const Bytes& bytes, int lineSpeed)
         std::vector<LineItem> items;
         state_->decoder.decode(wrongSpeed ? garbled(byte) : byte, items);
         for (const LineItem& item : items) {
-            if (item.kind == LineItem::Kind::Noise && !wrongSpeed)
+            if (item.kind == LineItem::Kind::Noise && !wrongSpeed) {
                 ignored.insert(ignored.end(), item.bytes.begin(), item.bytes.end());
-            for (Output& output : state_->handle(item))
+            }
+            for (Output& output : state_->handle(item)) {
                 outputs.push_back(std::move(output));
+            }
         }
         garbage += wrongSpeed ? 1 : 0;
     }
-    if (garbage > 0)
+    if (garbage > 0) {
         state_->event("garbage: " + std::to_string(garbage) + " bytes at " + std::to_string(lineSpeed));
-    if (!ignored.empty())
+    }
+    if (!ignored.empty()) {
         state_->event("ignored " + hex(ignored));
+    }
     return outputs;
 }
 

@@ -33,7 +33,7 @@ enum class ReaderStatus : std::uint8_t {
     AccessRefused = 0x08, // memory card: not authenticated for the sector, or its access conditions forbid it
     NoSuchSlot = 0x0A,
     UnknownCommand = 0xE0,
-    BadParameter = 0xE1,  // a known command with a wrong length or wrong fixed bytes
+    BadParameter = 0xE1, // a known command with a wrong length or wrong fixed bytes
     BadFrame = 0xF0
 };
 
@@ -52,10 +52,10 @@ public:
 
     // One exchange as the reader saw it.
     struct Exchange {
-        Bytes command;                     // decoded command bytes, 32 26 00 ...
-        std::uint8_t status = 0;           // the status byte it decided on
+        Bytes command;           // decoded command bytes, 32 26 00 ...
+        std::uint8_t status = 0; // the status byte it decided on
         Bytes payload;
-        bool answered = true;              // false: silence
+        bool answered = true; // false: silence
     };
 
     explicit Reader(Clock clock = {}); // none: the steady clock

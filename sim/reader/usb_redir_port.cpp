@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim/reader/usb_redir_port.h"
 
+#include <usbredirparser.h>
+
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
-#include <usbredirparser.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -113,8 +114,7 @@ public:
     void write()
     {
         fillTransfers();
-        while (connected_ && hasOutput() && usbredirparser_do_write(parser_) == 0) {
-        }
+        while (connected_ && hasOutput() && usbredirparser_do_write(parser_) == 0) {}
     }
 
     // Milliseconds until something is due; -1: nothing is.
@@ -123,8 +123,8 @@ public:
         if (answers_.empty() || transfers_.empty()) {
             return -1;
         }
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(answers_.front().due -
-                                                                       std::chrono::steady_clock::now());
+        const auto left =
+            std::chrono::ceil<std::chrono::milliseconds>(answers_.front().due - std::chrono::steady_clock::now());
         return static_cast<int>(std::max<std::chrono::milliseconds::rep>(0, left.count()));
     }
 
@@ -186,8 +186,8 @@ private:
         parser_->iso_stream_status_func = [](void*, std::uint64_t, usb_redir_iso_stream_status_header*) {};
         parser_->start_interrupt_receiving_func = [](void*, std::uint64_t,
                                                      usb_redir_start_interrupt_receiving_header*) {};
-        parser_->stop_interrupt_receiving_func = [](void*, std::uint64_t,
-                                                    usb_redir_stop_interrupt_receiving_header*) {};
+        parser_->stop_interrupt_receiving_func = [](void*, std::uint64_t, usb_redir_stop_interrupt_receiving_header*) {
+        };
         parser_->interrupt_receiving_status_func = [](void*, std::uint64_t,
                                                       usb_redir_interrupt_receiving_status_header*) {};
         parser_->alloc_bulk_streams_func = [](void*, std::uint64_t, usb_redir_alloc_bulk_streams_header*) {};
@@ -202,13 +202,11 @@ private:
         parser_->iso_packet_func = [](void* self, std::uint64_t, usb_redir_iso_packet_header*, std::uint8_t* data,
                                       int) { usbredirparser_free_packet_data(of(self).parser_, data); };
         parser_->interrupt_packet_func = [](void* self, std::uint64_t, usb_redir_interrupt_packet_header*,
-                                            std::uint8_t* data, int) {
-            usbredirparser_free_packet_data(of(self).parser_, data);
-        };
+                                            std::uint8_t* data,
+                                            int) { usbredirparser_free_packet_data(of(self).parser_, data); };
         parser_->buffered_bulk_packet_func = [](void* self, std::uint64_t, usb_redir_buffered_bulk_packet_header*,
-                                                std::uint8_t* data, int) {
-            usbredirparser_free_packet_data(of(self).parser_, data);
-        };
+                                                std::uint8_t* data,
+                                                int) { usbredirparser_free_packet_data(of(self).parser_, data); };
     }
 
     // ------------------------------------------------------------ the socket

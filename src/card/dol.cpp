@@ -46,8 +46,7 @@ std::size_t textLength(ByteView tag)
 
 unsigned char formatOf(ByteView tag)
 {
-    return vrdk_GetTagType(tag.data(), static_cast<int>(tag.size()), gcTagName,
-                           static_cast<int>(sizeof gcTagName - 1));
+    return vrdk_GetTagType(tag.data(), static_cast<int>(tag.size()), gcTagName, static_cast<int>(sizeof gcTagName - 1));
 }
 
 // Places a value into its field, which holds zeros. A tag that is not in the dictionary, and a template, stay zero:

@@ -201,8 +201,8 @@ int vrdk_GetProcOptions(const unsigned char* fci, unsigned char fciLength, const
 }
 
 int vrdk_GetAppData(const unsigned char* afl, unsigned char aflLength, const unsigned char* wantedTags,
-                    unsigned char wantedTagsLength, unsigned char* records, int* recordsLength,
-                    unsigned char* authData, int* authDataLength)
+                    unsigned char wantedTagsLength, unsigned char* records, int* recordsLength, unsigned char* authData,
+                    int* authDataLength)
 {
     const Collected allRecords(records, recordsLength);
     const Collected authenticated(authData, authDataLength);

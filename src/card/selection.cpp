@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Application selection (EMV Book 1, 12): through the card's directory, or by an AID.
 #include "card/selection.h"
+
 #include "card/tags.h"
 #include "card/tlv.h"
 

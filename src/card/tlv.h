@@ -30,8 +30,7 @@ public:
     constexpr explicit Tag(unsigned number)
         : bytes_{static_cast<std::uint8_t>(number > 0xFF ? number >> 8 : number), static_cast<std::uint8_t>(number)},
           size_(number > 0xFF ? 2 : 1)
-    {
-    }
+    {}
     constexpr ByteView view() const { return ByteView(bytes_, size_); }
 
 private:

@@ -2,8 +2,9 @@
 // The bridge to the host platform's own log library, which is loaded only when the host asks for it.
 #include "vorn/log.h"
 
-#include <cstdio>
 #include <dlfcn.h>
+
+#include <cstdio>
 
 // A terminal's C library may be older than the one the library is built with: these have been there all along, under
 // the first version of the target, in the C library's own libdl then.

@@ -3,8 +3,9 @@
 // switched, works at 38400, and is switched back. The delays are part of that protocol.
 #include "vorn/link.h"
 
-#include <cstddef>
 #include <unistd.h>
+
+#include <cstddef>
 
 int vr_comportmode = 0;
 char vr_comportparam[128] = {};
@@ -14,9 +15,9 @@ namespace {
 constexpr int kRestSpeed = 9600;
 constexpr int kWorkSpeed = 38400;
 
-constexpr unsigned char kSwitchToWork[] = {0x1B, 0x24, 0x49, 0x32};             // ESC $ I 2
-constexpr unsigned char kSwitchToRest[] = {0x1B, 0x24, 0x49, 0x34};             // ESC $ I 4
-constexpr unsigned char kRestore[] = {0x1B, 0x24, 0x42, 0x1B, 0x25, 0x41};      // ESC $ B ESC % A
+constexpr unsigned char kSwitchToWork[] = {0x1B, 0x24, 0x49, 0x32};        // ESC $ I 2
+constexpr unsigned char kSwitchToRest[] = {0x1B, 0x24, 0x49, 0x34};        // ESC $ I 4
+constexpr unsigned char kRestore[] = {0x1B, 0x24, 0x42, 0x1B, 0x25, 0x41}; // ESC $ B ESC % A
 
 constexpr unsigned kAfterSwitchUs = 12000;
 constexpr unsigned kAfterSpeedUs = 7000;

@@ -18,13 +18,7 @@ using vorn::ReaderReply;
 
 constexpr std::uint8_t kCardClass = 0x32;
 
-enum Operation : std::uint8_t {
-    kPowerOn = 0x22,
-    kPowerOff = 0x23,
-    kActivate = 0x24,
-    kDeactivate = 0x25,
-    kApdu = 0x26
-};
+enum Operation : std::uint8_t { kPowerOn = 0x22, kPowerOff = 0x23, kActivate = 0x24, kDeactivate = 0x25, kApdu = 0x26 };
 
 // A reply that never came has no length, and an empty dump.
 void logCommand(const char* marker, ByteView command, const ReaderReply& reply)
@@ -53,8 +47,7 @@ int slotCommand(const char* marker, const std::uint8_t (&command)[N], unsigned c
 
 int powerOnResult(int result) { return result == VORN_READER_REFUSED ? VORN_POWER_ON_REFUSED : result; }
 
-int passApdu(const char* marker, std::uint8_t slot, const unsigned char* apdu, int n, unsigned char* resp,
-             int* respLen)
+int passApdu(const char* marker, std::uint8_t slot, const unsigned char* apdu, int n, unsigned char* resp, int* respLen)
 {
     vorn::ByteBuffer<VORN_COMMAND_MAX> command;
     command.append(kCardClass);
@@ -129,9 +122,6 @@ int vr_openicc(int mode, unsigned char* atr, int* atrLen)
     return contact;
 }
 
-int vr_closeicc()
-{
-    return m_VrICType == VORN_INTERFACE_CONTACT ? icc_poweroff(VORN_SLOT_CONTACT) : picc_Deactive();
-}
+int vr_closeicc() { return m_VrICType == VORN_INTERFACE_CONTACT ? icc_poweroff(VORN_SLOT_CONTACT) : picc_Deactive(); }
 
 } // extern "C"

@@ -5,15 +5,16 @@
 
 #include "vorn/link.h"
 
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <sys/time.h>
 #include <termios.h>
 #include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
 
 namespace vorn {
 namespace {
@@ -30,8 +31,7 @@ struct Speed {
     Flags code;
 };
 constexpr Speed kSpeeds[] = {
-    {1200, B1200},   {2400, B2400},   {4800, B4800},     {9600, B9600},
-    {19200, B19200}, {38400, B38400}, {115200, B115200},
+    {1200, B1200}, {2400, B2400}, {4800, B4800}, {9600, B9600}, {19200, B19200}, {38400, B38400}, {115200, B115200},
 };
 
 const Speed* speedOf(int bitsPerSecond)
@@ -138,7 +138,7 @@ int byteNow(int descriptor)
 
 std::int64_t milliseconds()
 {
-    struct timeval now{};
+    struct timeval now {};
     gettimeofday(&now, nullptr);
     return std::int64_t{now.tv_sec} * 1000 + now.tv_usec / 1000;
 }

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "vorn/convert.h"
 
+#include <iconv.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <iconv.h>
 
 namespace {
 

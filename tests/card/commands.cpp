@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // The card commands: the APDU that each function sends, and what it makes of the answer.
-#include "ICC_COMM_VORN.h"
 #include "support/card_text.h"
 #include "support/scripted_reader.h"
+
+#include "ICC_COMM_VORN.h"
 
 #include <gtest/gtest.h>
 
@@ -65,16 +66,14 @@ struct Command {
 const Command kReadingCommands[] = {
     {"SelectFile",
      [](Outcome& o) {
-         withByteLength(o, [](unsigned char* out, unsigned char* n) {
-             return vrdk_SelectFile(0x04, 0x02, kData, 5, out, n);
-         });
+         withByteLength(
+             o, [](unsigned char* out, unsigned char* n) { return vrdk_SelectFile(0x04, 0x02, kData, 5, out, n); });
      },
      "00 A4 04 02 05 83 03 12 34 56"},
     {"SelectFileByOtherParameters",
      [](Outcome& o) {
-         withByteLength(o, [](unsigned char* out, unsigned char* n) {
-             return vrdk_SelectFile(0x02, 0x0C, kData, 2, out, n);
-         });
+         withByteLength(
+             o, [](unsigned char* out, unsigned char* n) { return vrdk_SelectFile(0x02, 0x0C, kData, 2, out, n); });
      },
      "00 A4 02 0C 02 83 03"},
     {"InternalAuth",
@@ -309,8 +308,8 @@ INSTANTIATE_TEST_SUITE_P(Addresses, ReadBinaryAddress,
                          ::testing::Values(BinaryAddress{0x15, 0, "00 B0 95 00 00"},
                                            BinaryAddress{0x01, 0x7F, "00 B0 81 7F 00"},
                                            BinaryAddress{0x1F, 0xFF, "00 B0 9F FF 00"},
-                                           BinaryAddress{0x20, 1, "00 B0 80 01 00"},    // five bits of identifier
-                                           BinaryAddress{0xF6, 1, "00 B0 96 01 00"},    //
+                                           BinaryAddress{0x20, 1, "00 B0 80 01 00"},        // five bits of identifier
+                                           BinaryAddress{0xF6, 1, "00 B0 96 01 00"},        //
                                            BinaryAddress{0x02, 0x0134, "00 B0 82 34 00"})); // the offset's low byte
 
 TEST_P(ReadBinaryAddress, StandsInP1AndP2)

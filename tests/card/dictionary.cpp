@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The tag dictionary and the look-up of a tag's format letter.
-#include "ICC_COMM_VORN.h"
 #include "support/dictionary_table.h"
+
+#include "ICC_COMM_VORN.h"
 
 #include <gtest/gtest.h>
 
@@ -34,8 +35,8 @@ char typeIn(const std::string& dictionaryHex, const std::string& tagHex)
 {
     const Bytes tag = fromHex(tagHex);
     const Bytes bytes = fromHex(dictionaryHex);
-    const unsigned char letter = vrdk_GetTagType(tag.data(), static_cast<int>(tag.size()), bytes.data(),
-                                                 static_cast<int>(bytes.size()));
+    const unsigned char letter =
+        vrdk_GetTagType(tag.data(), static_cast<int>(tag.size()), bytes.data(), static_cast<int>(bytes.size()));
     return letter == 0 ? '-' : static_cast<char>(letter);
 }
 
@@ -74,8 +75,8 @@ TEST(TagDictionary, HoldsNoOtherTags)
 {
     const std::vector<TagFormat> known = dictionaryTable();
     for (const TagFormat& entry : entriesInOrder()) {
-        const bool listed = std::any_of(known.begin(), known.end(),
-                                        [&](const TagFormat& other) { return other.tag == entry.tag; });
+        const bool listed =
+            std::any_of(known.begin(), known.end(), [&](const TagFormat& other) { return other.tag == entry.tag; });
         EXPECT_TRUE(listed) << toHex(entry.tag);
     }
     EXPECT_EQ(known.size(), 159U); // 9F53 stands in it once
@@ -115,10 +116,7 @@ TEST(TagDictionary, DoesNotKnowOtherTags)
     }
 }
 
-TEST(TagType, TagOfNoLengthIsUnknown)
-{
-    EXPECT_EQ(vrdk_GetTagType(gcTagName, 0, gcTagName, 431), 0);
-}
+TEST(TagType, TagOfNoLengthIsUnknown) { EXPECT_EQ(vrdk_GetTagType(gcTagName, 0, gcTagName, 431), 0); }
 
 TEST(TagType, FirstEntryOfATagCounts) { EXPECT_EQ(typeIn("9A 6E 9F02 63 9F02 6E", "9F02"), 'c'); }
 

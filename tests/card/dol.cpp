@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // Data object lists: reading their entries, and building their values from a TLV buffer.
-#include "ICC_COMM_VORN.h"
 #include "support/card_text.h"
 #include "support/line.h"
+
+#include "ICC_COMM_VORN.h"
 
 #include <gtest/gtest.h>
 
@@ -229,10 +230,7 @@ struct Field {
 
 class DolField : public ::testing::TestWithParam<Field> {};
 
-TEST_P(DolField, IsPaddedOrCutByItsFormat)
-{
-    EXPECT_EQ(values(GetParam().dol, GetParam().source), GetParam().values);
-}
+TEST_P(DolField, IsPaddedOrCutByItsFormat) { EXPECT_EQ(values(GetParam().dol, GetParam().source), GetParam().values); }
 
 const Field kFields[] = {
     // as long as asked for
@@ -288,12 +286,21 @@ TEST(BuildDol, PutsTheFieldsOneBehindTheOther)
 {
     EXPECT_EQ(values("9F02 06 9F03 06 9F1A 02 95 05 5F2A 02 9A 03 9C 01 9F37 04",
                      "9F1A 02 0156 9C 01 01 9A 03 291231 5F2A 02 0156 9F02 06 000000012345 9F37 04 01020304"),
-              "000000012345" "000000000000" "0156" "0000000000" "0156" "291231" "01" "01020304");
+              "000000012345"
+              "000000000000"
+              "0156"
+              "0000000000"
+              "0156"
+              "291231"
+              "01"
+              "01020304");
 }
 
 TEST(BuildDol, AsksForATagAsOftenAsTheListDoes)
 {
-    EXPECT_EQ(values("9C 01 9C 02 9C 01", "9C 01 31"), "31" "0031" "31");
+    EXPECT_EQ(values("9C 01 9C 02 9C 01", "9C 01 31"), "31"
+                                                       "0031"
+                                                       "31");
 }
 
 TEST(BuildDol, ValuesAreAlwaysTheSumOfTheLengthsAskedFor)
@@ -315,18 +322,23 @@ TEST(BuildDol, TakesASourceWithoutABound)
 {
     const Built built = build("9F02 06 9C 01 5A 02", "9F02 02 0100 9C 01 31 00", false);
     EXPECT_EQ(built.result, 0);
-    EXPECT_EQ(built.values(), "000000000100" "31" "0000");
+    EXPECT_EQ(built.values(), "000000000100"
+                              "31"
+                              "0000");
 }
 
 TEST(BuildDol, TagWithAZeroByteGivesZeros)
 {
-    EXPECT_EQ(values("00 02 9C 01", "00 02 1122 9C 01 31"), "0000" "31");
-    EXPECT_EQ(values("9F00 02 9C 01", "9F00 02 1122 9C 01 31"), "0000" "31");
+    EXPECT_EQ(values("00 02 9C 01", "00 02 1122 9C 01 31"), "0000"
+                                                            "31");
+    EXPECT_EQ(values("9F00 02 9C 01", "9F00 02 1122 9C 01 31"), "0000"
+                                                                "31");
 }
 
 TEST(BuildDol, ValueThatRunsPastTheSourceIsNotReadBehindIt)
 {
-    EXPECT_EQ(values("9F37 04 9C 01", "9C 01 31 9F37 04 A1B2"), "A1B20000" "31");
+    EXPECT_EQ(values("9F37 04 9C 01", "9C 01 31 9F37 04 A1B2"), "A1B20000"
+                                                                "31");
 }
 
 TEST(BuildDol, EmptyListCannotBeBuilt)

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // GET PROCESSING OPTIONS: what goes to the card for its PDOL, and the AIP and AFL that come back.
-#include "ICC_COMM_VORN.h"
 #include "support/card_text.h"
 #include "support/scripted_reader.h"
+
+#include "ICC_COMM_VORN.h"
 
 #include <gtest/gtest.h>
 
@@ -190,7 +191,7 @@ TEST_F(ProcessingOptions, TakesAnEmptyAfl)
 TEST_F(ProcessingOptions, ReadsTheLengthFieldsAsOneByte)
 {
     const std::string afl32 = repeated("08010100", 32); // 128 bytes
-    EXPECT_EQ(getFor("80 81 82 7C 00" + afl32), 0); // 81 is taken for a length of 129
+    EXPECT_EQ(getFor("80 81 82 7C 00" + afl32), 0);     // 81 is taken for a length of 129
     EXPECT_EQ(aipText(), "827C");
     EXPECT_EQ(aflText(), "00" + afl32.substr(0, 2 * 126));
     EXPECT_EQ(getFor("77 81 87 82 02 7C 00 94 81 80" + afl32), 0);

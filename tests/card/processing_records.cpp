@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // Reading the records that the AFL names, and what of them counts for offline data authentication.
-#include "ICC_COMM_VORN.h"
 #include "support/card_text.h"
 #include "support/scripted_reader.h"
+
+#include "ICC_COMM_VORN.h"
 
 #include <gtest/gtest.h>
 

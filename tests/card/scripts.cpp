@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // Issuer scripts: the commands of one template, in order, until the card refuses one.
-#include "ICC_COMM_VORN.h"
 #include "support/card_text.h"
 #include "support/scripted_reader.h"
+
+#include "ICC_COMM_VORN.h"
 
 #include <gtest/gtest.h>
 
@@ -179,7 +180,10 @@ TEST_F(IssuerScript, FailsAtTheCommandBehindALongOne)
 
 TEST_F(IssuerScript, ReturnsTheReadersFailureAndCountsTheCommand)
 {
-    const struct { std::uint8_t status; int result; } table[] = {{0x02, -9}, {0x06, -9}, {0x04, -10}, {0xE0, -10}};
+    const struct {
+        std::uint8_t status;
+        int result;
+    } table[] = {{0x02, -9}, {0x06, -9}, {0x04, -10}, {0xE0, -10}};
     for (const auto& row : table) {
         reader.apdu(kPutData, "9000").command("322600" + kBlock, "", row.status);
         EXPECT_EQ(run(tlv("86", kPutData) + tlv("86", kBlock) + tlv("86", kPutData)), row.result);

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // Application selection: the directory, the application identifier, the final SELECT and the purse's identifier.
-#include "ICC_COMM_VORN.h"
 #include "support/card_text.h"
 #include "support/scripted_reader.h"
+
+#include "ICC_COMM_VORN.h"
 
 #include <gtest/gtest.h>
 
@@ -277,10 +278,10 @@ TEST_F(DirectorySelection, LooksForThePriorityInsideTheEntryOnly)
 
 TEST_F(DirectorySelection, PassesOverEntriesThatNameNoApplication)
 {
-    const std::string ignored = "6100"                                     // empty
-                                + tlv("61", "4F00" + tlv("87", "01"))      // a name without a byte
+    const std::string ignored = "6100"                                // empty
+                                + tlv("61", "4F00" + tlv("87", "01")) // a name without a byte
                                 + tlv("61", tlv("50", "5042") + tlv("4F", kCredit) + tlv("87", "01")) // name not first
-                                + tlv("61", "9D00" + tlv("4F", kCredit));  // a directory without a name
+                                + tlv("61", "9D00" + tlv("4F", kCredit)); // a directory without a name
     expectDirectory({tlv("70", ignored + directoryEntry(kDebit, "02"))});
     EXPECT_EQ(directory.select(kPseName), 1);
     EXPECT_EQ(directory.entries(), (Entries{kDebit + "/2"}));
@@ -321,9 +322,16 @@ TEST_F(DirectorySelection, TakesAnEntryWholeOfWhichTheLastRecordsLengthCoversThe
 {
     const std::string entry = tlv("70", directoryEntry(kDebit, "05")); // 21 bytes: 4F's value at 6, 87 at 18
     ASSERT_EQ(entry.size(), 42U);
-    const struct { const char* behind; std::size_t lastLength; } table[] = {
-        {"87's value", 20}, {"87's length", 19}, {"87", 18}, {"the end of the identifier", 13}, {"the identifier", 6},
-        {"the identifier's length", 5}, {"4F", 4}};
+    const struct {
+        const char* behind;
+        std::size_t lastLength;
+    } table[] = {{"87's value", 20},
+                 {"87's length", 19},
+                 {"87", 18},
+                 {"the end of the identifier", 13},
+                 {"the identifier", 6},
+                 {"the identifier's length", 5},
+                 {"4F", 4}};
     for (const auto& row : table) {
         SCOPED_TRACE(row.behind);
         expectDirectory({entry, tlv("70", tlv("50", repeated("41", row.lastLength - 4)))}); // no entry of its own
@@ -337,8 +345,8 @@ TEST_F(DirectorySelection, DoesNotFindAnEntryThatBeginsBehindTheLastRecordsLengt
 {
     const std::string front = tlv("50", repeated("42", 10)); // the entry's 61 stands at 14
     for (const std::size_t lastLength : {14U, 16U}) {
-        expectDirectory({tlv("70", front + directoryEntry(kDebit, "05")),
-                         tlv("70", tlv("50", repeated("41", lastLength - 4)))});
+        expectDirectory(
+            {tlv("70", front + directoryEntry(kDebit, "05")), tlv("70", tlv("50", repeated("41", lastLength - 4)))});
         Directory each;
         EXPECT_EQ(each.select(kPseName), lastLength == 14 ? 0 : 1);
         EXPECT_EQ(each.entries(), lastLength == 14 ? Entries{} : Entries{kDebit + "/5"});
@@ -357,9 +365,8 @@ TEST_F(DirectorySelection, EntersADirectoryWhoseNameLiesBehindTheLastRecordsLeng
 
 TEST_F(DirectorySelection, SearchesEveryRecordUpToAZeroWhenTheLastOneIsEmpty)
 {
-    const std::string behindAZero =
-        tlv("70", directoryEntry(kDebit, "01") + directoryEntry(kCredit, "02") + "0000" +
-                      directoryEntry(kQuasiCredit, "03"));
+    const std::string behindAZero = tlv("70", directoryEntry(kDebit, "01") + directoryEntry(kCredit, "02") + "0000" +
+                                                  directoryEntry(kQuasiCredit, "03"));
     expectDirectory({behindAZero, tlv("70", directoryEntry("A000000004", "04")), ""});
     EXPECT_EQ(directory.select(kPseName), 3);
     EXPECT_EQ(directory.entries(), (Entries{kDebit + "/1", kCredit + "/2", "A000000004/4"}));

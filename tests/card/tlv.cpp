@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // TLV search in flat buffers. Bounded buffers lie on the heap in their exact size, so that the sanitizer sees a byte
 // read behind them.
-#include "ICC_COMM_VORN.h"
 #include "support/card_text.h"
 #include "support/line.h"
+
+#include "ICC_COMM_VORN.h"
 
 #include <gtest/gtest.h>
 
@@ -39,8 +40,7 @@ private:
 int offsetOf(const std::string& tagHex, const Exact& buffer, int bound)
 {
     const Bytes tag = fromHex(tagHex);
-    const unsigned char* const found =
-        vrdk_findtag(tag.data(), static_cast<int>(tag.size()), buffer.data(), bound);
+    const unsigned char* const found = vrdk_findtag(tag.data(), static_cast<int>(tag.size()), buffer.data(), bound);
     return found == nullptr ? kAbsent : static_cast<int>(found - buffer.data());
 }
 
@@ -80,8 +80,8 @@ std::string valueIn(const std::string& tagHex, const Exact& buffer, int bound)
 {
     const Bytes tag = fromHex(tagHex);
     Value value;
-    value.result = vrdk_gettagvalue(tag.data(), static_cast<int>(tag.size()), buffer.data(), bound,
-                                    value.output.data(), &value.length);
+    value.result = vrdk_gettagvalue(tag.data(), static_cast<int>(tag.size()), buffer.data(), bound, value.output.data(),
+                                    &value.length);
     return value.hex();
 }
 
@@ -146,10 +146,7 @@ TEST(FindTag, StepsOverATwoByteTemplateLengthIntoNestedTemplates)
     EXPECT_EQ(found("9F4D", fci), 30);
 }
 
-TEST(FindTag, StepsOverAThreeByteTemplateLength)
-{
-    EXPECT_EQ(found("9F36", "77 82 00 05 9F36 02 0102"), 4);
-}
+TEST(FindTag, StepsOverAThreeByteTemplateLength) { EXPECT_EQ(found("9F36", "77 82 00 05 9F36 02 0102"), 4); }
 
 TEST(FindTag, EntersEveryTemplateAtAnyDepth)
 {
@@ -179,9 +176,9 @@ TEST(FindTag, SkipsPrimitiveValuesByEveryLengthForm)
     const struct {
         const char* length;
         std::size_t size;
-    } forms[] = {{"00", 0},       {"01", 1},        {"7F", 127},      {"80", 128},     {"83", 131},  {"FE", 254},
-                 {"FF", 255},     {"81 00", 0},     {"81 05", 5},     {"81 FF", 255},  {"82 0003", 3},
-                 {"82 0100", 256}, {"82 0301", 769}};
+    } forms[] = {{"00", 0},      {"01", 1},        {"7F", 127},     {"80", 128},  {"83", 131},
+                 {"FE", 254},    {"FF", 255},      {"81 00", 0},    {"81 05", 5}, {"81 FF", 255},
+                 {"82 0003", 3}, {"82 0100", 256}, {"82 0301", 769}};
     for (const auto& form : forms) {
         const std::string skipped = withoutBlanks(std::string("9F46") + form.length + repeated("5A", form.size));
         EXPECT_EQ(found("5A", skipped + "5A0177"), static_cast<int>(skipped.size() / 2)) << form.length;
@@ -453,15 +450,9 @@ TEST(FindAppTag, ListTagsHaveTwoBytesAtMost)
     EXPECT_EQ(missing("9F81 05", "05 01 11"), "9F81");
 }
 
-TEST(FindAppTag, UnfinishedLastTagOfTheListStays)
-{
-    EXPECT_EQ(missing("5A 9F", "5A 01 11 9F36 01 22"), "9F");
-}
+TEST(FindAppTag, UnfinishedLastTagOfTheListStays) { EXPECT_EQ(missing("5A 9F", "5A 01 11 9F36 01 22"), "9F"); }
 
-TEST(FindAppTag, TakesDataWithoutABound)
-{
-    EXPECT_EQ(missing("9F02 5A 9C", "9F02 01 00 9C 01 31 00", false), "5A");
-}
+TEST(FindAppTag, TakesDataWithoutABound) { EXPECT_EQ(missing("9F02 5A 9C", "9F02 01 00 9C 01 31 00", false), "5A"); }
 
 TEST(FindAppTag, WritesNothingBehindTheListsNewEnd)
 {

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // TLV search and list building on random well-formed data, against a model that knows where it put what. The seed is
 // fixed and printed, so a failure comes back in the next run.
-#include "ICC_COMM_VORN.h"
 #include "support/dictionary_table.h"
 #include "support/line.h"
+
+#include "ICC_COMM_VORN.h"
 
 #include <gtest/gtest.h>
 
@@ -38,7 +39,10 @@ public:
         return all;
     }
     template <typename T>
-    const T& oneOf(const std::vector<T>& list) { return list[below(list.size())]; }
+    const T& oneOf(const std::vector<T>& list)
+    {
+        return list[below(list.size())];
+    }
 
 private:
     std::mt19937 engine_;
@@ -326,8 +330,8 @@ TEST_P(Properties, PrunedListKeepsTheAbsentTagsInTheirOrder)
             }
         }
         list.push_back(0xEE); // behind the list
-        const int length = vrdk_findapptag(model.bytes.data(), unbounded ? 0 : sizeOf(model.bytes), list.data(),
-                                           sizeOf(list) - 1);
+        const int length =
+            vrdk_findapptag(model.bytes.data(), unbounded ? 0 : sizeOf(model.bytes), list.data(), sizeOf(list) - 1);
         ASSERT_EQ(static_cast<std::size_t>(length), kept.size());
         EXPECT_EQ(toHex(Bytes(list.begin(), list.begin() + length)), toHex(kept));
         EXPECT_EQ(list.back(), 0xEE);
@@ -351,8 +355,8 @@ TEST_P(Properties, ListIsBuiltFieldByFieldFromTheFormats)
             append(dol, tag);
             const std::size_t length = appendListLength(random, dol);
             const Object* const object = source.first(tag);
-            append(expected, object == nullptr ? Bytes(length, 0)
-                                               : expectedField(formats.of(tag), length, object->value));
+            append(expected,
+                   object == nullptr ? Bytes(length, 0) : expectedField(formats.of(tag), length, object->value));
         }
         if (dol.empty()) {
             continue;

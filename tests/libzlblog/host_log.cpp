@@ -1,19 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
 // The bridge to the host platform's log library, with small libraries of the test's own at its fixed path. What stood
 // there before is put back afterwards.
-#include "ICC_COMM_VORN.h"
 #include "support/scripted_reader.h"
+
+#include "ICC_COMM_VORN.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cstdint>
 #include <filesystem>
 #include <iostream>
 #include <string>
-#include <sys/file.h>
-#include <unistd.h>
 #include <vector>
 
 using vorn::test::standardOutputOf;
@@ -227,8 +229,8 @@ TEST_P(HostLogLevels, HandOnFiveArgumentsWithoutTheLevel)
     const std::uintptr_t large = UINTPTR_MAX;
     EXPECT_EQ(messLog(pointer(large), pointer(0x1122), nullptr, -77, GetParam().level, pointer(large - 9)), 0);
     ASSERT_EQ(calls().size(), 1U);
-    EXPECT_EQ(calls()[0], (Call{GetParam().function, pointer(large), pointer(0x1122), nullptr, -77,
-                                pointer(large - 9)}));
+    EXPECT_EQ(calls()[0],
+              (Call{GetParam().function, pointer(large), pointer(0x1122), nullptr, -77, pointer(large - 9)}));
 }
 
 INSTANTIATE_TEST_SUITE_P(HostLog, HostLogLevels,

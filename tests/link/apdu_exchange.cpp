@@ -100,10 +100,10 @@ TEST_P(ApduExchange, AnotherStatusWordIsTheResult)
         const char* response;
         int result;
     } rows[] = {
-        {"6A82", 27266}, {"9001", 36865}, {"90FF", 0x90FF}, {"6300", 0x6300}, {"63C2", 0x63C2}, {"6400", 0x6400},
-        {"6700", 26368}, {"6982", 0x6982}, {"6985", 27013}, {"6A81", 0x6A81}, {"6A86", 0x6A86}, {"6B00", 0x6B00},
-        {"6D00", 0x6D00}, {"6E00", 0x6E00}, {"6F00", 28416}, {"6000", 0x6000}, {"9100", 0x9100}, {"0090", 0x0090},
-        {"FFFF", 65535},
+        {"6A82", 27266},  {"9001", 36865},  {"90FF", 0x90FF}, {"6300", 0x6300}, {"63C2", 0x63C2},
+        {"6400", 0x6400}, {"6700", 26368},  {"6982", 0x6982}, {"6985", 27013},  {"6A81", 0x6A81},
+        {"6A86", 0x6A86}, {"6B00", 0x6B00}, {"6D00", 0x6D00}, {"6E00", 0x6E00}, {"6F00", 28416},
+        {"6000", 0x6000}, {"9100", 0x9100}, {"0090", 0x0090}, {"FFFF", 65535},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.response);
@@ -286,8 +286,8 @@ TEST_P(ApduExchange, EachExchangeOfAChainIsLogged)
     const std::string slot = toHex({GetParam().slot});
     reader.apdu("00 B2 01 0C 00", "6C 20").apdu("00 B2 01 0C 20", "70 00 90 00");
     EXPECT_EQ(exchange("00B2010C00"), 0);
-    EXPECT_EQ(serviceLog(), in + "32 26 " + slot + " 00 B2 01 0C 00 \n" + out + "6C 20 \n" +
-                                in + "32 26 " + slot + " 00 B2 01 0C 20 \n" + out + "70 00 90 00 \n");
+    EXPECT_EQ(serviceLog(), in + "32 26 " + slot + " 00 B2 01 0C 00 \n" + out + "6C 20 \n" + in + "32 26 " + slot +
+                                " 00 B2 01 0C 20 \n" + out + "70 00 90 00 \n");
 }
 
 // ---------------------------------------------------------------- cards that ask for ever
@@ -297,9 +297,7 @@ TEST_P(ApduExchange, ACardIsAskedAsOftenAsItAsks)
     for (const char* status : {"6104", "6281", "6C04"}) {
         SCOPED_TRACE(status);
         const bool corrects = std::string(status) == "6C04";
-        const std::string again = corrects                         ? "00B2030C04"
-                                  : std::string(status) == "6104" ? "00C0000004"
-                                                                  : "00C0000000";
+        const std::string again = corrects ? "00B2030C04" : std::string(status) == "6104" ? "00C0000004" : "00C0000000";
         reader.apdu("00 B2 03 0C 00", status);
         for (int i = 1; i < 300; ++i) {
             reader.apdu(again, status);

@@ -245,7 +245,7 @@ TEST_F(LinkRelease, ASessionLeftOpenLeavesTheLineSequencesAsTheyAre)
     EXPECT_EQ(line.speed(), 38400);
     EXPECT_EQ(cldev(), 0);
     EXPECT_EQ(reader.lineEvents(), (std::vector<std::string>{"ESC $ I 2 at 9600", "ESC $ I 2 at 9600",
-                                                              "ESC $ I 4 at 38400", "ESC $ B ESC % A at 9600"}));
+                                                             "ESC $ I 4 at 38400", "ESC $ B ESC % A at 9600"}));
     EXPECT_TRUE(linkClosed());
 }
 

@@ -57,8 +57,7 @@ TEST_F(ReaderLink, ClosingSwitchesTheReaderBackTo9600)
     Clock::forgetSleeps();
     closeLink();
     EXPECT_EQ(line.pieces(), (Events{"1B244934@38400", "1B24421B2541@9600"}));
-    EXPECT_EQ(reader.lineEvents(),
-              (Events{"ESC $ I 2 at 9600", "ESC $ I 4 at 38400", "ESC $ B ESC % A at 9600"}));
+    EXPECT_EQ(reader.lineEvents(), (Events{"ESC $ I 2 at 9600", "ESC $ I 4 at 38400", "ESC $ B ESC % A at 9600"}));
     EXPECT_EQ(Clock::sleeps(), (Sleeps{30000, 12000, 3000}));
     EXPECT_TRUE(linkClosed());
 }
@@ -232,7 +231,11 @@ TEST_F(ReaderFrame, ACommandGoesOutAsNibbleTextBetweenStxAndEtx)
     reader.command("32 22 01 80 00", "3B00");
     EXPECT_EQ(exchange("32 22 01 80 00"), 0);
     // N = 5; the check is 32 ^ 22 ^ 01 ^ 80 ^ 00 = 91
-    EXPECT_EQ(textOf(line.sent()), "\x02" "0005" "3222018000" "91" "\x03");
+    EXPECT_EQ(textOf(line.sent()), "\x02"
+                                   "0005"
+                                   "3222018000"
+                                   "91"
+                                   "\x03");
 }
 
 TEST_F(ReaderFrame, NibblesAboveNineAreTheCharactersBehindNine)
@@ -240,14 +243,22 @@ TEST_F(ReaderFrame, NibblesAboveNineAreTheCharactersBehindNine)
     reader.command("0F A5 BC DE FF", "");
     EXPECT_EQ(exchange("0F A5 BC DE FF"), 0);
     // 0F ^ A5 ^ BC ^ DE ^ FF = 37
-    EXPECT_EQ(textOf(line.sent()), "\x02" "0005" "0?:5;<=>??" "37" "\x03");
+    EXPECT_EQ(textOf(line.sent()), "\x02"
+                                   "0005"
+                                   "0?:5;<=>??"
+                                   "37"
+                                   "\x03");
 }
 
 TEST_F(ReaderFrame, TheCheckLeavesTheLengthOut)
 {
     reader.command("55", "");
     EXPECT_EQ(exchange("55"), 0);
-    EXPECT_EQ(textOf(line.sent()), "\x02" "0001" "55" "55" "\x03");
+    EXPECT_EQ(textOf(line.sent()), "\x02"
+                                   "0001"
+                                   "55"
+                                   "55"
+                                   "\x03");
 }
 
 TEST_F(ReaderFrame, TheLengthIsBigEndian)
@@ -265,7 +276,10 @@ TEST_F(ReaderFrame, ACommandOfNoBytesIsAFrameOfEight)
 {
     reader.command("", "");
     EXPECT_EQ(exchange(""), 0);
-    EXPECT_EQ(textOf(line.sent()), "\x02" "0000" "00" "\x03");
+    EXPECT_EQ(textOf(line.sent()), "\x02"
+                                   "0000"
+                                   "00"
+                                   "\x03");
 }
 
 TEST_F(ReaderFrame, AFrameIsWrittenInPiecesOf128)

@@ -70,7 +70,7 @@ struct SlotCommand {
     const char* name;
     const char* command; // as it goes to the reader
     const char* marker;
-    int refused;         // the result for another status than 00, 02 and 06
+    int refused; // the result for another status than 00, 02 and 06
     bool returnsPayload;
     std::function<int(unsigned char*, int*)> call;
 };
@@ -100,8 +100,7 @@ const SlotCommand kSlotCommands[] = {
      [](unsigned char*, int*) { return icc_poweroff(0x00); }},
     {"icc_poweroff, PSAM 3", "32 23 12", "icc_poweroff", -10, false,
      [](unsigned char*, int*) { return icc_poweroff(0x12); }},
-    {"picc_Deactive", "32 25 00 00", "picc_Deactive", -10, false,
-     [](unsigned char*, int*) { return picc_Deactive(); }},
+    {"picc_Deactive", "32 25 00 00", "picc_Deactive", -10, false, [](unsigned char*, int*) { return picc_Deactive(); }},
     {"icc_sendcommand", "32 26 00 00 84 00 00 08", "capdu", -10, true,
      [](unsigned char* out, int* n) { return sendApdu("00 84 00 00 08", out, n); }},
     {"samicc_sendcommand, PSAM 2", "32 26 11 80 CA 00 00 09", "samicc_capdu", -10, true,
@@ -125,8 +124,9 @@ protected:
 TEST_P(EachSlotCommand, HandsThePayloadBackAndLogsBothWays)
 {
     for (const char* payload : {"", "3B", "6A82", "3B6800000073C84012009000", "000102030405060708090A0B0C0D0E0F",
-                                "000102030405060708090A0B0C0D0E0F10", "FFEEDDCCBBAA99887766554433221100"
-                                                                      "FFEEDDCCBBAA99887766554433221100"}) {
+                                "000102030405060708090A0B0C0D0E0F10",
+                                "FFEEDDCCBBAA99887766554433221100"
+                                "FFEEDDCCBBAA99887766554433221100"}) {
         SCOPED_TRACE(payload);
         reader.command(GetParam().command, payload);
         const Answered answered = call();
@@ -197,16 +197,15 @@ TEST_P(EachSlotCommand, HandsBackTheLongestPayloadThatAReplyCanCarry)
     EXPECT_EQ(serviceLog(), entries(GetParam().marker, GetParam().command, toHex(longest)));
 }
 
-INSTANTIATE_TEST_SUITE_P(Commands, EachSlotCommand, ::testing::ValuesIn(kSlotCommands),
-                         [](const auto& row) {
-                             std::string name;
-                             for (const char c : std::string(row.param.name)) {
-                                 if (std::isalnum(static_cast<unsigned char>(c)) != 0) {
-                                     name += c;
-                                 }
-                             }
-                             return name;
-                         });
+INSTANTIATE_TEST_SUITE_P(Commands, EachSlotCommand, ::testing::ValuesIn(kSlotCommands), [](const auto& row) {
+    std::string name;
+    for (const char c : std::string(row.param.name)) {
+        if (std::isalnum(static_cast<unsigned char>(c)) != 0) {
+            name += c;
+        }
+    }
+    return name;
+});
 
 // ---------------------------------------------------------------- the log, spelt out
 
@@ -368,16 +367,16 @@ const OpenRow kOpenRows[] = {
     {"field refused", 2, 1, [](auto& r) { r.command(kField, "", 0xFF); }, -25, 2, nullptr},
     {"field silent", 2, 1, [](auto& r) { r.silent(kField); }, -11, 2, nullptr},
     {"either: contact answers", 3, 2, [](auto& r) { r.command(kContact, "3B6E"); }, 0, 1, "3B6E"},
-    {"either: empty 02, field answers", 3, 1,
-     [](auto& r) { r.command(kContact, "", 0x02).command(kField, "3B8F"); }, 0, 2, "3B8F"},
-    {"either: empty 06, field answers", 3, 0,
-     [](auto& r) { r.command(kContact, "", 0x06).command(kField, "3B8F"); }, 0, 2, "3B8F"},
-    {"either: both empty", 3, 1,
-     [](auto& r) { r.command(kContact, "", 0x02).command(kField, "", 0x06); }, -9, 2, nullptr},
-    {"either: empty, field refused", 3, 0,
-     [](auto& r) { r.command(kContact, "", 0x06).command(kField, "", 0x03); }, -25, 2, nullptr},
-    {"either: empty, field silent", 3, 1,
-     [](auto& r) { r.command(kContact, "", 0x02).silent(kField); }, -11, 2, nullptr},
+    {"either: empty 02, field answers", 3, 1, [](auto& r) { r.command(kContact, "", 0x02).command(kField, "3B8F"); }, 0,
+     2, "3B8F"},
+    {"either: empty 06, field answers", 3, 0, [](auto& r) { r.command(kContact, "", 0x06).command(kField, "3B8F"); }, 0,
+     2, "3B8F"},
+    {"either: both empty", 3, 1, [](auto& r) { r.command(kContact, "", 0x02).command(kField, "", 0x06); }, -9, 2,
+     nullptr},
+    {"either: empty, field refused", 3, 0, [](auto& r) { r.command(kContact, "", 0x06).command(kField, "", 0x03); },
+     -25, 2, nullptr},
+    {"either: empty, field silent", 3, 1, [](auto& r) { r.command(kContact, "", 0x02).silent(kField); }, -11, 2,
+     nullptr},
     {"either: contact refused, from 0", 3, 0, [](auto& r) { r.command(kContact, "", 0x05); }, -25, 0, nullptr},
     {"either: contact refused, from 1", 3, 1, [](auto& r) { r.command(kContact, "", 0x07); }, -25, 1, nullptr},
     {"either: contact refused, from 2", 3, 2, [](auto& r) { r.command(kContact, "", 0x0A); }, -25, 2, nullptr},

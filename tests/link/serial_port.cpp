@@ -21,7 +21,7 @@ struct SpeedRow {
     int speed;
     unsigned short code;
 };
-const SpeedRow kSpeeds[] = {{1200, 0x0009},  {2400, 0x000B},  {4800, 0x000C},    {9600, 0x000D},
+const SpeedRow kSpeeds[] = {{1200, 0x0009},  {2400, 0x000B},  {4800, 0x000C},  {9600, 0x000D},
                             {19200, 0x000E}, {38400, 0x000F}, {115200, 0x1002}};
 
 Bytes repeated(std::uint8_t byte, std::size_t count) { return Bytes(count, byte); }
@@ -142,10 +142,8 @@ struct Start {
     unsigned char vmin, vtime;
 };
 const Start kStarts[] = {
-    {"everything on", 0x7FFF, 0x0005, 0xBFFF, 7, 9},
-    {"everything off", 0x0000, 0x0000, 0x0000, 0, 0},
-    {"a login line", 0x4500, 0x0005, 0x8A3B, 1, 0},
-    {"only what is to go", 0x0532, 0x0004, 0x001B, 255, 255},
+    {"everything on", 0x7FFF, 0x0005, 0xBFFF, 7, 9},        {"everything off", 0x0000, 0x0000, 0x0000, 0, 0},
+    {"a login line", 0x4500, 0x0005, 0x8A3B, 1, 0},         {"only what is to go", 0x0532, 0x0004, 0x001B, 255, 255},
     {"only what is to stay", 0x7ACD, 0x0001, 0xBFE4, 1, 1},
 };
 
@@ -425,8 +423,14 @@ TEST_F(SerialLink, WritesGoOutInPiecesOf128Bytes)
         int size;
         std::vector<std::size_t> pieces;
     } rows[] = {
-        {1, {1}},           {127, {127}},           {128, {128}},           {129, {128, 1}},
-        {255, {128, 127}},  {256, {128, 128}},      {257, {128, 128, 1}},   {384, {128, 128, 128}},
+        {1, {1}},
+        {127, {127}},
+        {128, {128}},
+        {129, {128, 1}},
+        {255, {128, 127}},
+        {256, {128, 128}},
+        {257, {128, 128, 1}},
+        {384, {128, 128, 128}},
         {500, {128, 128, 128, 116}},
     };
     ASSERT_GE(openTail(":9600,N,8,1"), 0);
@@ -706,12 +710,12 @@ TEST_F(SerialLink, TheIdFrameLengthIsBigEndian)
 TEST_F(SerialLink, AByteThatDoesNotFitThePreambleStartsItAnew)
 {
     const char* const broken[] = {
-        "00 11 96 69",       // before the first AA: ignored
-        "AA 55",             // in place of the second
-        "AA AA 55",          // of the third
-        "AA AA AA 55",       // of 96
-        "AA AA AA 96 55",    // of 69
-        "AA AA AA 96 AA",    // an AA there is not the first of a new preamble
+        "00 11 96 69",                // before the first AA: ignored
+        "AA 55",                      // in place of the second
+        "AA AA 55",                   // of the third
+        "AA AA AA 55",                // of 96
+        "AA AA AA 96 55",             // of 69
+        "AA AA AA 96 AA",             // an AA there is not the first of a new preamble
         "AA AA AA AA 96 69 00 01 7E", // nor is a fourth one
     };
     ASSERT_GE(openTail(":9600,N,8,1"), 0);

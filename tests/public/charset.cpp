@@ -1,14 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 // Text between GBK, UTF-8 and UCS-2. This executable defines iconv_open and iconv_close, which the dynamic linker
 // finds before libc's: a test sees which code sets are asked for and can refuse them.
-#include "ICC_COMM_VORN.h"
 #include "support/line.h"
+
+#include "ICC_COMM_VORN.h"
 
 #include <gtest/gtest.h>
 
-#include <cerrno>
 #include <dlfcn.h>
 #include <iconv.h>
+
+#include <cerrno>
 #include <string>
 #include <vector>
 
@@ -98,7 +100,7 @@ struct Direction {
     const char* name;
     Conversion conversion;
     const char* codeSets;
-    const char* input;  // the same text, "card" and two Chinese characters
+    const char* input; // the same text, "card" and two Chinese characters
     const char* output;
     const char* broken; // 'A' and then what no text of this code set holds
 };
@@ -106,8 +108,7 @@ struct Direction {
 const Direction kDirections[] = {
     {"Utf8ToGbk", Utf8ToGbk, "utf8>gbk", "63617264 E993B6 E8A18C", "63617264 D2F8 D0D0", "41 E9 41 41"},
     {"GbkToUtf8", GbkToUtf8, "gbk>utf8", "63617264 D2F8 D0D0", "63617264 E993B6 E8A18C", "41 FF FF 41"},
-    {"Ucs2ToUtf8", ucs2_utf8, "ucs2>utf8", "6300 6100 7200 6400 F694 4C88", "63617264 E993B6 E8A18C",
-     "4100 00D8 4100"},
+    {"Ucs2ToUtf8", ucs2_utf8, "ucs2>utf8", "6300 6100 7200 6400 F694 4C88", "63617264 E993B6 E8A18C", "4100 00D8 4100"},
 };
 
 class EachDirection : public Charsets, public ::testing::WithParamInterface<Direction> {};
@@ -174,8 +175,7 @@ TEST_P(EachDirection, EmptyTextGivesZeros)
 TEST_P(EachDirection, ZeroBytesInTheTextAreText)
 {
     const bool wide = GetParam().conversion == ucs2_utf8;
-    EXPECT_EQ(converted(GetParam().conversion, wide ? "4100 0000 4200" : "41 00 42", 5),
-              (Converted{0, "4100420000"}));
+    EXPECT_EQ(converted(GetParam().conversion, wide ? "4100 0000 4200" : "41 00 42", 5), (Converted{0, "4100420000"}));
 }
 
 TEST_P(EachDirection, SystemWithoutTheCodeSetFailsOnAClearedOutput)

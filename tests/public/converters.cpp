@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // Conversions between raw bytes, hex text, 3x nibble text, BCD and dates. Every output buffer is filled with a guard
 // byte before the call, so a byte too much shows.
-#include "ICC_COMM_VORN.h"
 #include "support/clock.h"
 #include "support/line.h"
+
+#include "ICC_COMM_VORN.h"
 
 #include <gtest/gtest.h>
 
@@ -210,10 +211,7 @@ TEST(AsciiToHex, ByteOverloadReadsAlike)
 
 // ---------------------------------------------------------------- halftochar and chartohalf
 
-TEST(HalfToChar, ReadsEitherCaseAndWritesANulBehind)
-{
-    EXPECT_EQ(halfToChar("5f2009Af", 4), "5F2009AF00");
-}
+TEST(HalfToChar, ReadsEitherCaseAndWritesANulBehind) { EXPECT_EQ(halfToChar("5f2009Af", 4), "5F2009AF00"); }
 
 TEST(HalfToChar, OddLengthWritesNothingAndCountsZero)
 {
@@ -514,9 +512,9 @@ TEST(RsaBitLength, CountsFromTheHighestBitOfTheLastByte)
         const char* magnitude;
         int bits;
     } cases[] = {
-        {"", 0},        {"00", 0},        {"000000", 0},  {"01", 1},      {"02", 2},      {"03", 2},
-        {"80", 8},      {"FF", 8},        {"0080", 16},   {"0100", 1},    {"0001", 9},    {"FF7F", 15},
-        {"000010", 21}, {"FFFF000000", 16}, {"00004000", 23},
+        {"", 0},     {"00", 0},    {"000000", 0},  {"01", 1},          {"02", 2},
+        {"03", 2},   {"80", 8},    {"FF", 8},      {"0080", 16},       {"0100", 1},
+        {"0001", 9}, {"FF7F", 15}, {"000010", 21}, {"FFFF000000", 16}, {"00004000", 23},
     };
     for (const auto& c : cases) {
         const Bytes bytes = fromHex(c.magnitude);

@@ -1,17 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 // The two log files in the working directory, byte for byte.
-#include "ICC_COMM_VORN.h"
 #include "support/line.h"
 #include "support/scripted_reader.h"
 
-#include <gtest/gtest.h>
+#include "ICC_COMM_VORN.h"
 
 #include <climits>
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
 #include <string>
-#include <unistd.h>
 
 using namespace vorn::test;
 namespace fs = std::filesystem;

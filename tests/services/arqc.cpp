@@ -9,9 +9,8 @@ namespace {
 
 // A card that asks for a little and keeps its lists and account in two records.
 const DataObjects kPdol = {{"9F66", "F4000000"}, {"9F02", "000000000000"}, {"5F2A", "0156"}};
-const DataObjects kCdol1 = {{"9F02", "000000000000"}, {"9F1A", "0156"}, {"95", "0000000800"},
-                            {"5F2A", "0156"},         {"9A", "000000"}, {"9C", "01"},
-                            {"9F37", kNumber}};
+const DataObjects kCdol1 = {{"9F02", "000000000000"}, {"9F1A", "0156"}, {"95", "0000000800"}, {"5F2A", "0156"},
+                            {"9A", "000000"},         {"9C", "01"},     {"9F37", kNumber}};
 const std::string kCdol2 = "8A029F02069F3704";
 
 class Arqc : public TransactionTest {
@@ -31,7 +30,8 @@ protected:
         return Exchanges{card.powerOn()} + card.directory() + Exchanges{card.finalSelect(dolOf(kPdol))} +
                fromProcessing();
     }
-    static std::string stateOf(const std::string& type = "01") {
+    static std::string stateOf(const std::string& type = "01")
+    {
         return type + tlv("8D", kCdol2) + tlv("5A", kPan) + tlv("5F34", "02") + "82027C00";
     }
 
@@ -49,8 +49,7 @@ TEST_F(Arqc, TranscriptOfAContactSale)
               "6F1A 840E315041592E5359532E4444463031 A508 880101 5F2D027A68 9000")
         .apdu("00B2010C00", "7015 6113 4F08A000000333010101 50045042 4F43 870101 9000")
         .apdu("00B2020C00", "6A83")
-        .apdu("00A4040008 A000000333010101",
-              "6F1B 8408A000000333010101 A50F 50045042 4F43 9F3806 9F7A01 9F0206 9000")
+        .apdu("00A4040008 A000000333010101", "6F1B 8408A000000333010101 A50F 50045042 4F43 9F3806 9F7A01 9F0206 9000")
         .apdu("80A8000009 8307 01 000000012345", "800A 7C00 08010101 10010200 9000")
         .apdu("00B2010C00", "7011 570F 6225123456789012345D27122010 0F 9000")
         .apdu("00B2011400", "7020 8C12 9F0206 9F0306 9505 5F2A02 9A03 9C01 9F3704 5A0A 62251234567890123 45F 9000")
@@ -133,8 +132,8 @@ TEST_F(Arqc, LogsItsEntryAndItsTexts)
     expect(ordinary());
     ASSERT_EQ(first(kNumberText), 0);
     EXPECT_EQ(traceLog(), traceOf("IC_GenARQC"));
-    EXPECT_EQ(callLog(), firstEntry(kNumberText) + "pnARQCLen:" + std::to_string(text.arqc().size()) + "\r\npszARQC:" +
-                             text.arqc() + "\r\nicc_tempappdata:" + stateOf() + "\r\n");
+    EXPECT_EQ(callLog(), firstEntry(kNumberText) + "pnARQCLen:" + std::to_string(text.arqc().size()) +
+                             "\r\npszARQC:" + text.arqc() + "\r\nicc_tempappdata:" + stateOf() + "\r\n");
 }
 
 TEST_F(Arqc, LogsTheListAndTheTypeAsTheyWereGiven)
@@ -278,7 +277,10 @@ TEST_F(Arqc, WithoutAnInterchangeProfileHasAnEmptyOne)
 // and when that had none as well.
 TEST_F(Arqc, TakesNoInterchangeProfileOutOfARecord)
 {
-    const struct { const char* processing; std::string aip; } table[] = {
+    const struct {
+        const char* processing;
+        std::string aip;
+    } table[] = {
         {"80067C0010010200", "82027C00"},
         {"770A8202398094041001 0200", "82023980"},
         {"7706940410010200", "82020000"},
@@ -330,7 +332,9 @@ TEST_F(Arqc, PassesOverARecordThatCannotBeRead)
 
 TEST_F(Arqc, WithoutAnAccountLeavesItsItemsOut)
 {
-    const struct { std::string account, pan, sequence; } table[] = {
+    const struct {
+        std::string account, pan, sequence;
+    } table[] = {
         {tlv("5A", kPan), tlv("5A", kPan), ""},
         {tlv("5F34", "07"), "", tlv("5F34", "07")},
         {"", "", ""},
@@ -373,9 +377,15 @@ TEST_F(Arqc, ReadsAListInTheLongLengthFormByTheNamesLength)
     // The list's own length field says 13; what counts is the length of the application's name, 8 bytes from the
     // directory and 5 from a caller's beginning of a name.
     const std::string list = "9F0206 9C01 9F2103 9F3704 9A03";
-    const struct { const char* aid; std::string values; } table[] = {
-        {"", "000000000000" "01" "000000"},
-        {"A000000333", "000000000000" "01"},
+    const struct {
+        const char* aid;
+        std::string values;
+    } table[] = {
+        {"", "000000000000"
+             "01"
+             "000000"},
+        {"A000000333", "000000000000"
+                       "01"},
     };
     for (const auto& row : table) {
         Exchanges exchanges = ordinary();
@@ -438,12 +448,11 @@ TEST_F(Arqc, AcceptsAnyLowBitsBesideTheRequestForOnline)
 TEST_F(Arqc, TakesTheLastOnlineCounterWithItsLength)
 {
     expect(ordinary());
-    const struct { std::string answer, item; } table[] = {
-        {"9F13020005", "9F13020005"},
-        {"9F130155", "9F130155"},
-        {"9F13050102030405", "9F13050102030405"},
-        {"9F1300", "9F1300"},
-        {"70059F13020007", "9F13020007"}, // inside a template
+    const struct {
+        std::string answer, item;
+    } table[] = {
+        {"9F13020005", "9F13020005"}, {"9F130155", "9F130155"},         {"9F13050102030405", "9F13050102030405"},
+        {"9F1300", "9F1300"},         {"70059F13020007", "9F13020007"}, // inside a template
     };
     first(kNumberText);
     for (const auto& row : table) {
@@ -488,9 +497,9 @@ TEST_F(Arqc, WritesNoOutputThatTheCallerDoesNotWant)
 {
     expect(ordinary());
     std::vector<char> stateBuffer(ICC_STATE_CAPACITY, '~');
-    EXPECT_EQ(IC_GenARQC(port(), "", 9600, 5, &icType, nullptr, kNumberText.c_str(), nullptr, nullptr,
-                         stateBuffer.data()),
-              0);
+    EXPECT_EQ(
+        IC_GenARQC(port(), "", 9600, 5, &icType, nullptr, kNumberText.c_str(), nullptr, nullptr, stateBuffer.data()),
+        0);
     EXPECT_EQ(stateBuffer.data(), stateOf());
     EXPECT_EQ(callLog().substr(callLog().find('\n') + 1), "pnARQCLen:" + std::to_string(text.arqc().size()) +
                                                               "\r\npszARQC:" + text.arqc() +
@@ -507,12 +516,13 @@ TEST_F(Arqc, TakesMissingTextsForEmptyOnes)
                      card.record(1, tlv("8C", cdol1) + secondRecord()), card.apdu("00B2021400", "6A83"),
                      card.generate("80", "00000000000001", text.response()), card.lastOnline()});
     std::vector<char> arqcBuffer(ICC_CRYPTOGRAM_CAPACITY), stateBuffer(ICC_STATE_CAPACITY);
-    EXPECT_EQ(IC_GenARQC(port(), nullptr, 9600, 5, &icType, nullptr, nullptr, &length, arqcBuffer.data(),
-                         stateBuffer.data()),
-              0);
+    EXPECT_EQ(
+        IC_GenARQC(port(), nullptr, 9600, 5, &icType, nullptr, nullptr, &length, arqcBuffer.data(), stateBuffer.data()),
+        0);
     const std::string entry = callLog().substr(0, callLog().find('\n') + 1);
-    EXPECT_EQ(entry, "IC_GenARQC nPortNo:" + line.port() + ",extendPort:,nBaudRate:9600,nTimeout:5,pnIcType:1,"
-                     "pszAIDlist:,pszTxData:\r\n");
+    EXPECT_EQ(entry, "IC_GenARQC nPortNo:" + line.port() +
+                         ",extendPort:,nBaudRate:9600,nTimeout:5,pnIcType:1,"
+                         "pszAIDlist:,pszTxData:\r\n");
     expectClosed();
 }
 
@@ -548,16 +558,16 @@ protected:
     {
         constexpr std::size_t kDigits = std::size_t{2} * VORN_RESPONSE_MAX;
         const std::size_t count = (bytes.size() + kDigits - 1) / kDigits;
-        expect(Exchanges{card.powerOn(), card.finalSelect(),
-                         card.processing("", "80067C001001" + hexByte(count) + "00")});
+        expect(
+            Exchanges{card.powerOn(), card.finalSelect(), card.processing("", "80067C001001" + hexByte(count) + "00")});
         for (std::size_t i = 0; i < count; ++i) {
             expect(card.apdu(readRecord(i + 1, 2), bytes.substr(i * kDigits, kDigits) + "9000"));
         }
     }
     int call()
     {
-        return IC_GenARQC(port(), "E7", 115200, 5, &icType, kAid.c_str(), kNumberText.c_str(), &length,
-                          arqcText.text(), stateText.text());
+        return IC_GenARQC(port(), "E7", 115200, 5, &icType, kAid.c_str(), kNumberText.c_str(), &length, arqcText.text(),
+                          stateText.text());
     }
 
     Output arqcText{ICC_CRYPTOGRAM_CAPACITY};
@@ -575,11 +585,18 @@ TEST_F(LongestTexts, FillTheArqcsCapacityToTheLastByte)
     expectRecords(lists + "5A8200FF" + pan + "5F348200FF" + sequence);
     const std::string issuerData = repeated("6D", 239), counter = repeated("5C", 249);
     expect(card.generate("80", valuesOf(kCdol1),
-                         "77FF" "8081FA" "80" + text.counter + text.cryptogram + issuerData));
-    expect(card.lastOnline("70FF" "9F1381F9" + counter + "9000"));
+                         "77FF"
+                         "8081FA"
+                         "80" +
+                             text.counter + text.cryptogram + issuerData));
+    expect(card.lastOnline("70FF"
+                           "9F1381F9" +
+                           counter + "9000"));
     ASSERT_EQ(call(), 0);
 
-    text.information = "80" "9F10F4" + issuerData + repeated("00", 5); // and the item behind it
+    text.information = "80"
+                       "9F10F4" +
+                       issuerData + repeated("00", 5); // and the item behind it
     text.issuerData = "";
     text.lastOnline = "9F13FF" + counter + repeated("00", 6);
     text.pan = "5AFF" + pan;
@@ -594,8 +611,8 @@ TEST_F(LongestTexts, FillTheArqcsCapacityToTheLastByte)
 TEST_F(LongestTexts, OfTheRecordsFillTheStatesCapacityToTheLastByte)
 {
     // 4096 bytes of records without a list: their text stays, in lower case.
-    const std::string all = repeated(tlv("70", tlv("9F4B", repeated("EB", 248))), 16) +
-                            tlv("70", tlv("9F4B", repeated("DA", 11)));
+    const std::string all =
+        repeated(tlv("70", tlv("9F4B", repeated("EB", 248))), 16) + tlv("70", tlv("9F4B", repeated("DA", 11)));
     ASSERT_EQ(all.size(), std::size_t{2} * VORN_APPDATA_CAPACITY);
     expectRecords(all);
     EXPECT_EQ(call(), -2);

@@ -180,9 +180,9 @@ TEST_P(ArqcFailure, WithoutACardTypeIsOfAnotherOne)
     m_VrICType = static_cast<unsigned char>(GetParam());
     std::vector<char> arqcText(ICC_CRYPTOGRAM_CAPACITY), stateText(ICC_STATE_CAPACITY);
     expect(card.powerOff());
-    EXPECT_EQ(IC_GenARQC(port(), "E7", 115200, 5, nullptr, "", kText.c_str(), &length, arqcText.data(),
-                         stateText.data()),
-              -1);
+    EXPECT_EQ(
+        IC_GenARQC(port(), "E7", 115200, 5, nullptr, "", kText.c_str(), &length, arqcText.data(), stateText.data()),
+        -1);
     givenType = 0;
     expectLogs(errorLine(3665, -1));
     expectClosed();
@@ -213,8 +213,8 @@ TEST_P(ArqcFailure, WithAnEmptyDirectory)
 
 TEST_P(ArqcFailure, WithNeitherTheListsApplicationNorADirectory)
 {
-    expect(activation() + Exchanges{card.apdu(select("A00000000499"), "6A82"), card.apdu(select(kPseName), "6A81"),
-                                    card.powerOff()});
+    expect(activation() +
+           Exchanges{card.apdu(select("A00000000499"), "6A82"), card.apdu(select(kPseName), "6A81"), card.powerOff()});
     EXPECT_EQ(first(kText, "A00000000499"), -26);
     expectTypeOfTheCard();
     expectTexts("", "");
@@ -236,8 +236,8 @@ TEST_P(ArqcFailure, OfTheFinalSelect)
 
 TEST_P(ArqcFailure, OfTheFinalSelectOfABlockedApplication)
 {
-    expect(toSelection() + Exchanges{card.apdu(select(kAid), "6283"), card.apdu("00C0000000", "6D00"),
-                                     card.powerOff()});
+    expect(toSelection() +
+           Exchanges{card.apdu(select(kAid), "6283"), card.apdu("00C0000000", "6D00"), card.powerOff()});
     EXPECT_EQ(first(kText), -27);
     expectLogs(errorLine(3692, 0x6D00));
     expectClosed();
@@ -301,8 +301,7 @@ TEST_P(ArqcFailure, WithoutTheFirstListLeavesTheCardOn)
 
 TEST_P(ArqcFailure, WithoutAnyRecordHasNoFirstList)
 {
-    expect(toProcessing() +
-           Exchanges{card.apdu("00B2011400", "6A83"), card.apdu("00B2021400", "6A83")});
+    expect(toProcessing() + Exchanges{card.apdu("00B2011400", "6A83"), card.apdu("00B2021400", "6A83")});
     EXPECT_EQ(first(kText), -2);
     expectTexts("", "");
     expectLogs(errorLine(4119, -1, "(-2)"));
@@ -382,9 +381,8 @@ TEST_P(ArqcFailure, OfACryptogramInFormat2)
 TEST_P(ArqcFailure, WithoutTheSecondListHasWrittenTheArqc)
 {
     const std::string record = firstRecord() + tlv("5F20", hexOf("LI SI"));
-    expect(toProcessing() +
-           Exchanges{card.record(1, record), card.apdu("00B2021400", "6A82"),
-                     card.generate("80", valuesOf(kCdol1), text.response()), card.lastOnline()});
+    expect(toProcessing() + Exchanges{card.record(1, record), card.apdu("00B2021400", "6A82"),
+                                      card.generate("80", valuesOf(kCdol1), text.response()), card.lastOnline()});
     EXPECT_EQ(first(kText), -2);
     expectTypeOfTheCard();
     expectTexts(text.arqc(), lowerCase(tlv("70", record)), static_cast<int>(text.arqc().size()));
@@ -507,11 +505,11 @@ enum class Interruption {
 
 // What comes after the exchange at which it happens.
 struct Consequence {
-    std::size_t at;       // the exchange in the list of an undisturbed call
+    std::size_t at; // the exchange in the list of an undisturbed call
     const char* name;
-    Exchanges after;      // the commands that follow; answers only where a single exchange is lost
+    Exchanges after; // the commands that follow; answers only where a single exchange is lost
     int result;
-    std::string lines;    // with "$" for the number that the failing step left
+    std::string lines; // with "$" for the number that the failing step left
     bool arqcWritten;
     std::string state;
 };
@@ -532,8 +530,8 @@ protected:
     std::string successLines() const
     {
         const std::string written = text.arqc();
-        return "pnARQCLen:" + std::to_string(written.size()) + "\r\npszARQC:" + written + "\r\nicc_tempappdata:" +
-               fullState() + "\r\n";
+        return "pnARQCLen:" + std::to_string(written.size()) + "\r\npszARQC:" + written +
+               "\r\nicc_tempappdata:" + fullState() + "\r\n";
     }
 
     void expectAs(const Exchange& exchange, Interruption how)

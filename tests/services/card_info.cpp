@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // IC_GetInfo over the scripted reader: every exchange, every field rule, every way out with its logs.
-#include "ICC_COMM_VORN.h"
 #include "support/card_text.h"
 #include "support/scripted_reader.h"
+
+#include "ICC_COMM_VORN.h"
 
 #include <gtest/gtest.h>
 
@@ -61,7 +62,7 @@ std::string infoText(const std::map<char, std::string>& fields, const std::strin
 // A card with one application, as far as the query sees it.
 struct Card {
     std::vector<std::string> records = {};
-    std::size_t recordsRead = 99; // all
+    std::size_t recordsRead = 99;                     // all
     std::map<std::string, std::string> counters = {}; // answers to GET DATA by tag; the others are refused
 };
 
@@ -88,10 +89,7 @@ public:
         slot_ = 0x00;
         return exchange("icc_poweron", "32 22 01 80 00", "3B 65 00 00 9C 02 02 07 62");
     }
-    CardInfo& emptySlot(std::uint8_t status = 0x02)
-    {
-        return exchange("icc_poweron", "32 22 01 80 00", "", status);
-    }
+    CardInfo& emptySlot(std::uint8_t status = 0x02) { return exchange("icc_poweron", "32 22 01 80 00", "", status); }
     CardInfo& activate()
     {
         slot_ = 0xFF;
@@ -155,10 +153,10 @@ protected:
     int call(const char* aidList = "", const char* tagList = kAllLetters, int timeout = 9)
     {
         descriptors_ = openDescriptors();
-        beginLine_ = "begin func IC_GetInfo(nPortNo:" + line.port() + ",extendPort:ext,nBaudRate:115200,nTimeout:" +
-                     std::to_string(timeout) + ",pnIcType:" + std::to_string(icType) + ",pszAIDlist:" +
-                     (aidList == nullptr ? "" : aidList) + ",pszTaglist:" + (tagList == nullptr ? "" : tagList) +
-                     "\r\n";
+        beginLine_ = "begin func IC_GetInfo(nPortNo:" + line.port() +
+                     ",extendPort:ext,nBaudRate:115200,nTimeout:" + std::to_string(timeout) +
+                     ",pnIcType:" + std::to_string(icType) + ",pszAIDlist:" + (aidList == nullptr ? "" : aidList) +
+                     ",pszTaglist:" + (tagList == nullptr ? "" : tagList) + "\r\n";
         traceLog_ = std::string(46, '-') + "\r\nIC_GetInfo\r\nnPortNo=" + line.port() +
                     " extendPort=ext nBaudRate=115200 nTimeout=" + std::to_string(timeout) +
                     "\r\nActual input is:\r\n" + line.port() + ":9600,N,8,1\r\n";
@@ -541,13 +539,12 @@ class CardInfoLetters : public CardInfo, public ::testing::WithParamInterface<Wa
 INSTANTIATE_TEST_SUITE_P(Lists, CardInfoLetters,
                          ::testing::Values(Wanted{"A", 1}, Wanted{"K", 2}, Wanted{"AB", 2}, Wanted{"BA", 2},
                                            Wanted{"AKAB", 2}, Wanted{"GIJL", 3}, Wanted{"L", 3}, //
-                                           Wanted{"xA y", 1},   // other characters are passed over
+                                           Wanted{"xA y", 1},               // other characters are passed over
                                            Wanted{"", 0}, Wanted{"abc", 0}, // nothing is asked for
                                            Wanted{"C", 3}, Wanted{"AC", 3}, // no record holds a counter
-                                           Wanted{"E", 3},      // asks for no tag that a record holds
-                                           Wanted{"EA", 3},     // nor does 9F5A
-                                           Wanted{kAllLetters, 3},
-                                           Wanted{"ABKABKABKABKABKABKABKABKABKABKABKABK", 2}));
+                                           Wanted{"E", 3},                  // asks for no tag that a record holds
+                                           Wanted{"EA", 3},                 // nor does 9F5A
+                                           Wanted{kAllLetters, 3}, Wanted{"ABKABKABKABKABKABKABKABKABKABKABKABK", 2}));
 
 } // namespace
 
@@ -687,20 +684,20 @@ TEST_F(CardInfo, AnswersThePdolFromItsFixedList)
                              "DF6901";
     powerOn().selectThroughDirectory(tlv("9F38", pdol));
     process("", "83 3E"
-                "000000000012" // amount
-                "000000000000" // other amount
-                "0156"         // country
-                "0000000800"   // TVR
-                "0156"         // currency
-                "01"           // type
-                "12345678"     // unpredictable number
-                "F4000000"     // TTQ
-                "01"           // electronic cash indicator
-                "000001000000" // electronic cash limit
+                "000000000012"                             // amount
+                "000000000000"                             // other amount
+                "0156"                                     // country
+                "0000000800"                               // TVR
+                "0156"                                     // currency
+                "01"                                       // type
+                "12345678"                                 // unpredictable number
+                "F4000000"                                 // TTQ
+                "01"                                       // electronic cash indicator
+                "000001000000"                             // electronic cash limit
                 "C396C390C2B9C3BAC387C3A0C2BAC38CC2B4C2A2" // merchant name
-                "231114"       // date
-                "00"           // DF60: in the list, but in no dictionary
-                "01");         // DF69
+                "231114"                                   // date
+                "00"                                       // DF60: in the list, but in no dictionary
+                "01");                                     // DF69
     refuseGetData().returns(infoText({})).powerOff();
     EXPECT_EQ(call(), 0);
     expectInfo(infoText({}));
@@ -721,13 +718,13 @@ TEST_F(CardInfo, AnswersThePdolInOtherWidths)
     const std::string pdol = "9F0203 9F0208 9F4E04 9F4E17 9F3702 9F1A03 9F3303 5A02";
     powerOn().selectThroughDirectory(tlv("9F38", pdol));
     process("", "83 30"
-                "000012"                                           // numeric: cut on the left
-                "0000000000000012"                                 //
-                "C396C390"                                         // text: cut on the right
-                "C396C390C2B9C3BAC387C3A0C2BAC38CC2B4C2A2000000"   //
-                "1234"                                             // binary: cut on the right
-                "000156"                                           //
-                "000000"                                           // not in the list
+                "000012"                                         // numeric: cut on the left
+                "0000000000000012"                               //
+                "C396C390"                                       // text: cut on the right
+                "C396C390C2B9C3BAC387C3A0C2BAC38CC2B4C2A2000000" //
+                "1234"                                           // binary: cut on the right
+                "000156"                                         //
+                "000000"                                         // not in the list
                 "0000");
     refuseGetData().returns(infoText({})).powerOff();
     EXPECT_EQ(call(), 0);
@@ -1098,15 +1095,10 @@ TEST_F(CardInfo, TheLongestRecordFillsItsCapacityExactly)
 {
     // The first record begins 70 FF and the answers to GET DATA E1 FF, so each length of the form 81 gives 255 bytes:
     // the value of 200 bytes and what follows it, zeros behind the end. No digit F cuts the first two.
-    const std::vector<std::string> records = {"70FF5A81C8" + repeated("11", 200),
-                                              "5781C8" + repeated("12", 200),
-                                              "5064" + repeated("13", 100),
-                                              "5F2481C8" + repeated("14", 200),
-                                              "5F3481C8" + repeated("15", 200),
-                                              "9F6281C8" + repeated("16", 200),
-                                              "9F6181C8" + repeated("17", 200),
-                                              "5F2081C8" + repeated("18", 200),
-                                              "9F0B81C8" + repeated("19", 200)};
+    const std::vector<std::string> records = {
+        "70FF5A81C8" + repeated("11", 200), "5781C8" + repeated("12", 200),   "5064" + repeated("13", 100),
+        "5F2481C8" + repeated("14", 200),   "5F3481C8" + repeated("15", 200), "9F6281C8" + repeated("16", 200),
+        "9F6181C8" + repeated("17", 200),   "5F2081C8" + repeated("18", 200), "9F0B81C8" + repeated("19", 200)};
     const auto counter = [](const std::string& tag) { return "E1FF" + tag + "81C8" + repeated("2A", 200); };
     const std::string counted = repeated("2A", 200) + repeated("00", 55);
     const std::map<char, std::string> fields = {
@@ -1125,13 +1117,11 @@ TEST_F(CardInfo, TheLongestRecordFillsItsCapacityExactly)
     };
     const std::string info = infoText(fields);
     ASSERT_EQ(info.size() + 1, static_cast<std::size_t>(ICC_USER_INFO_CAPACITY));
-    contactCard({records,
-                 99,
-                 {{"9F79", counter("9F79")},
-                  {"9F77", counter("9F77")},
-                  {"9F78", counter("9F78")},
-                  {"9F36", counter("9F36")}}},
-                info);
+    contactCard(
+        {records,
+         99,
+         {{"9F79", counter("9F79")}, {"9F77", counter("9F77")}, {"9F78", counter("9F78")}, {"9F36", counter("9F36")}}},
+        info);
     EXPECT_EQ(call(), 0);
     expectInfo(info);
 }

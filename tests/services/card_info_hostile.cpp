@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // IC_GetInfo and the selection against cards and readers that answer nonsense: the call ends, returns one of its
 // codes, writes nothing beyond its buffers, and gives the link back. AddressSanitizer sees the rest.
-#include "ICC_COMM_VORN.h"
 #include "support/card_text.h"
 #include "support/scripted_reader.h"
+
+#include "ICC_COMM_VORN.h"
 
 #include <gtest/gtest.h>
 
@@ -93,12 +94,18 @@ const std::string kSelectPse = select(kPseName);
 struct Answers {
     std::string directory = directoryFci(kPseName);
     std::string directoryRecord = tlv("70", directoryEntry(kAid));
-    std::string application = applicationFci(kAid, tlv("9F38", "9F6604" "9A03"));
-    std::string options = tlv("80", "7C00" "10010200" "18010100");
+    std::string application = applicationFci(kAid, tlv("9F38", "9F6604"
+                                                               "9A03"));
+    std::string options = tlv("80", "7C00"
+                                    "10010200"
+                                    "18010100");
     std::string record = tlv("70", tlv("5A", "6200001234567890") + tlv("57", "6200001234567890D2512201000F") +
                                        tlv("5F20", "5A48414E472020") + tlv("5F24", "251231") + tlv("5F34", "01") +
                                        tlv("9F61", "31313031303120") + tlv("9F62", "00") + tlv("9F0B", "D5C520"));
-    std::string counter = "9F7906000000012345" "9F770101" "9F780102" "9F360203E9";
+    std::string counter = "9F7906000000012345"
+                          "9F770101"
+                          "9F780102"
+                          "9F360203E9";
 
     std::string operator()(const std::string& apdu) const
     {
@@ -211,19 +218,17 @@ void PrintTo(const Filling& row, std::ostream* out) { *out << row.name; }
 
 class HostileFilling : public HostileCard, public ::testing::WithParamInterface<Filling> {};
 
-INSTANTIATE_TEST_SUITE_P(Bytes, HostileFilling,
-                         ::testing::Values(Filling{"Zeros", "00"}, Filling{"Ones", "FF"}, Filling{"Templates", "70"},
-                                           Filling{"TemplatesOf255Bytes", "70FF"}, Filling{"Entries", "61"},
-                                           Filling{"LongTags", "9F"}, Filling{"LongLengths", "9F0282FFFF"},
-                                           Filling{"ObjectsOf81", "5A81"}, Filling{"Length81", "81"},
-                                           Filling{"Length82", "82"}, Filling{"SmallObjects", "5A0162"},
-                                           Filling{"EmptyObjects", "5700"}, Filling{"Format1", "80FF"},
-                                           Filling{"Afl", "94FF"}, Filling{"Nested", "6F81F084FF"},
-                                           Filling{"FileIdentifiers", "880101"},
-                                           Filling{"DirectoryNames", "61039D0141"},
-                                           Filling{"Pdol", "9F38FF"}, Filling{"PdolOf82", "9F38820100"},
-                                           Filling{"TagsWithFF", "5FFF"}, Filling{"Names", "5F20FF20"}),
-                         [](const auto& row) { return row.param.name; });
+INSTANTIATE_TEST_SUITE_P(
+    Bytes, HostileFilling,
+    ::testing::Values(Filling{"Zeros", "00"}, Filling{"Ones", "FF"}, Filling{"Templates", "70"},
+                      Filling{"TemplatesOf255Bytes", "70FF"}, Filling{"Entries", "61"}, Filling{"LongTags", "9F"},
+                      Filling{"LongLengths", "9F0282FFFF"}, Filling{"ObjectsOf81", "5A81"}, Filling{"Length81", "81"},
+                      Filling{"Length82", "82"}, Filling{"SmallObjects", "5A0162"}, Filling{"EmptyObjects", "5700"},
+                      Filling{"Format1", "80FF"}, Filling{"Afl", "94FF"}, Filling{"Nested", "6F81F084FF"},
+                      Filling{"FileIdentifiers", "880101"}, Filling{"DirectoryNames", "61039D0141"},
+                      Filling{"Pdol", "9F38FF"}, Filling{"PdolOf82", "9F38820100"}, Filling{"TagsWithFF", "5FFF"},
+                      Filling{"Names", "5F20FF20"}),
+    [](const auto& row) { return row.param.name; });
 
 // One step of the call at a time is answered by the filling.
 const char* const kSteps[] = {"00A404000E", "00B2010C", "00A4040008", "80A8", "00B20114", "80CA"};
@@ -330,7 +335,9 @@ TEST_F(HostileCard, WithEachAnswerCutAtEachByte)
 TEST_F(HostileCard, WithMoreThan4096BytesOfRecords)
 {
     Answers answers;
-    answers.options = tlv("80", "7C00" "1001FFFF" "1801FFFF");
+    answers.options = tlv("80", "7C00"
+                                "1001FFFF"
+                                "1801FFFF");
     const std::string filler = tlv("70", tlv("9F4B", repeated("77", 245)));
     card.answer = [&](const std::string& apdu) {
         if (startsWith(apdu, "00B2") && apdu.substr(6, 2) == "14") {
@@ -343,7 +350,7 @@ TEST_F(HostileCard, WithMoreThan4096BytesOfRecords)
     };
     const int result = call();
     EXPECT_EQ(result, 0);
-    EXPECT_EQ(card.timesAsked("00B2"), 1U + 1U + 255U + 255U); // every record is asked for
+    EXPECT_EQ(card.timesAsked("00B2"), 1U + 1U + 255U + 255U);             // every record is asked for
     EXPECT_NE(std::string(text.data()).find("G00201"), std::string::npos); // 64 bytes were left
     expectSound(result);
 }
@@ -351,7 +358,8 @@ TEST_F(HostileCard, WithMoreThan4096BytesOfRecords)
 TEST_F(HostileCard, WithAValueThatRunsThroughAllRecords)
 {
     Answers answers;
-    answers.options = tlv("80", "7C00" "10011000");
+    answers.options = tlv("80", "7C00"
+                                "10011000");
     for (const std::string head : {"5A82FFFF", "5F2082FFFF", "5782FFFF", "9F0BFF", "9F6181FF"}) {
         answers.record = "70FF" + head + repeated("20", 240);
         card.answer = answers;

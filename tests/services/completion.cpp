@@ -27,8 +27,7 @@ protected:
     Exchanges approved(const std::string& reference = "40", const std::string& arc = kApproved) const
     {
         return {card.externalAuthenticate(kArpc + arc),
-                card.generate(reference, valuesOf(changed(kCdol2, {{"8A", arc}})), text.response()),
-                card.lastOnline()};
+                card.generate(reference, valuesOf(changed(kCdol2, {{"8A", arc}})), text.response()), card.lastOnline()};
     }
     std::string tcLine() const
     {
@@ -127,9 +126,13 @@ TEST_F(Completion, PrintsThePort)
 
 TEST_F(Completion, TalksThroughTheInterfaceOfTheState)
 {
-    const struct { std::string type; Way way; int icType; } table[] = {
-        {"01", Way::Contact, 1}, {"02", Way::Field, 2}, {"00", Way::Field, 0}, {"7F", Way::Field, 127},
-        {"FF", Way::Field, 255},
+    const struct {
+        std::string type;
+        Way way;
+        int icType;
+    } table[] = {
+        {"01", Way::Contact, 1}, {"02", Way::Field, 2},   {"00", Way::Field, 0},
+        {"7F", Way::Field, 127}, {"FF", Way::Field, 255},
     };
     for (const auto& row : table) {
         card.way = row.way;
@@ -147,9 +150,11 @@ TEST_F(Completion, TalksThroughTheInterfaceOfTheState)
 TEST_F(Completion, LeavesOutWhatTheStateLacks)
 {
     const std::string pan = "5A0A" + kPan, sequence = "5F340102", aip = "82027C00";
-    const struct { std::string pan, sequence, aip; } table[] = {
-        {pan, sequence, aip}, {"", sequence, aip}, {pan, "", aip},  {pan, sequence, ""},
-        {"", "", aip},        {"", "", ""},        {pan, "", ""},   {"5A086212345678901234", "5F34020304", "82021980"},
+    const struct {
+        std::string pan, sequence, aip;
+    } table[] = {
+        {pan, sequence, aip}, {"", sequence, aip}, {pan, "", aip}, {pan, sequence, ""},
+        {"", "", aip},        {"", "", ""},        {pan, "", ""},  {"5A086212345678901234", "5F34020304", "82021980"},
     };
     for (const auto& row : table) {
         text.pan = row.pan;
@@ -230,10 +235,16 @@ TEST_F(Completion, AnswersTheCardsListWithTheIssuersResponseCode)
 TEST_F(Completion, ReadsAnAnswerInTheLongLengthFormByTheTextsSecondByte)
 {
     const std::string front = "8A0B" + repeated("20", 11);
-    const struct { std::string answer; int result; } table[] = {
-        {front + "918102" + kArpc + kApproved, 0},             // its own length is two
-        {"91810A" + kArpc + kApproved, 0},                     // 129 of which ten are there
-        {"8A023030" "91810A" + kArpc + kApproved, -4},         // two
+    const struct {
+        std::string answer;
+        int result;
+    } table[] = {
+        {front + "918102" + kArpc + kApproved, 0}, // its own length is two
+        {"91810A" + kArpc + kApproved, 0},         // 129 of which ten are there
+        {"8A023030"
+         "91810A" +
+             kArpc + kApproved,
+         -4}, // two
         {"8A09" + repeated("20", 9) + "91810A" + kArpc + kApproved, -4},
         {"8A0A" + repeated("20", 10) + "91810A" + kArpc + kApproved, 0},
     };
@@ -288,12 +299,22 @@ protected:
 };
 
 const ArcRow kArcRows[] = {
-    {"00", "3030", "40", -30, 5069},         {"10", "3130", "40", -30, 5069},      {"11", "3131", "40", -30, 5069},
-    {"01", "3031", "C0", -2, 0},             {"02", "3032", "C0", -2, 0},          {"03", "3033", "00", 0, 5089},
-    {"05", "3035", "00", 0, 5089},           {"12", "3132", "00", 0, 5089},        {"20", "3230", "00", 0, 5089},
-    {"51", "3531", "00", 0, 5089},           {"Y1", "5931", "00", 0, 5089},        {"Z3", "5A33", "00", 0, 5089},
-    {"zero bytes", "0000", "00", 0, 5089},   {"0 and a NUL", "3000", "00", 0, 5089},
-    {"0 and a blank", "3020", "00", 0, 5089}, {"binary one", "0001", "00", 0, 5089},
+    {"00", "3030", "40", -30, 5069},
+    {"10", "3130", "40", -30, 5069},
+    {"11", "3131", "40", -30, 5069},
+    {"01", "3031", "C0", -2, 0},
+    {"02", "3032", "C0", -2, 0},
+    {"03", "3033", "00", 0, 5089},
+    {"05", "3035", "00", 0, 5089},
+    {"12", "3132", "00", 0, 5089},
+    {"20", "3230", "00", 0, 5089},
+    {"51", "3531", "00", 0, 5089},
+    {"Y1", "5931", "00", 0, 5089},
+    {"Z3", "5A33", "00", 0, 5089},
+    {"zero bytes", "0000", "00", 0, 5089},
+    {"0 and a NUL", "3000", "00", 0, 5089},
+    {"0 and a blank", "3020", "00", 0, 5089},
+    {"binary one", "0001", "00", 0, 5089},
 };
 
 INSTANTIATE_TEST_SUITE_P(, ResponseCode, ::testing::ValuesIn(kArcRows), rowName<ArcRow>);
@@ -385,10 +406,16 @@ TEST_F(Completion, WithTwelveBytesOfAnswerHasOneByteOfIssuerData)
 
 TEST_F(Completion, TakesTheLastOnlineCounterWithItsLength)
 {
-    const struct { std::string answer, item; } table[] = {
-        {"9F130200059000", "9F13020005"}, {"9F1301559000", "9F130155"}, {"9F13009000", "9F1300"},
-        {"6A88", ""},                     {"6D00", ""},
-        {"9F3602013790 00", "0000000000"}, {"5A0162 9000", "000000"}, // a hole of the answer's length
+    const struct {
+        std::string answer, item;
+    } table[] = {
+        {"9F130200059000", "9F13020005"},
+        {"9F1301559000", "9F130155"},
+        {"9F13009000", "9F1300"},
+        {"6A88", ""},
+        {"6D00", ""},
+        {"9F3602013790 00", "0000000000"},
+        {"5A0162 9000", "000000"}, // a hole of the answer's length
     };
     for (const auto& row : table) {
         Exchanges exchanges = approved();
@@ -447,9 +474,17 @@ std::vector<SecondRow> sharedRows()
 }
 
 // What stands behind a given L when the walk runs over it all: nothing of it is found.
-const DataObjects kAllLost = {{"95", "0000000000"},   {"5F2A", "0000"},     {"9C", "00"},       {"9A", "000000"},
-                              {"9F21", "000000"},     {"9F37", "00000000"}, {"9F66", "00000000"}, {"9F7A", "00"},
-                              {"9F7B", "000000000000"}, {"9F4E", std::string(40, '0')}, {"DF69", "00"}};
+const DataObjects kAllLost = {{"95", "0000000000"},
+                              {"5F2A", "0000"},
+                              {"9C", "00"},
+                              {"9A", "000000"},
+                              {"9F21", "000000"},
+                              {"9F37", "00000000"},
+                              {"9F66", "00000000"},
+                              {"9F7A", "00"},
+                              {"9F7B", "000000000000"},
+                              {"9F4E", std::string(40, '0')},
+                              {"DF69", "00"}};
 const DataObjects kReplaced = {{"5F2A", "0156"}, {"9F37", "12345678"}};
 
 // The gap behind 95 makes it an empty object, and the value's bytes are read as what follows it.
@@ -461,17 +496,21 @@ const SecondRow kGapRows[] = {
     {"L that hides the rest", "L0108000048000T00221S006260319", kAllLost, kReplaced, true},
     {"L short", "L0040880R0040840", kAllLost, kReplaced, true},
     {"L odd", "L00780000F0", kAllLost, kReplaced, true},
-    {"L that leads behind the qualifiers", "L0101A00000000",
-     {{"95", "0000000000"}, {"5F2A", "0000"}, {"9C", "00"}, {"9F37", "00000000"}, {"9F66", "00000000"}}, kReplaced,
+    {"L that leads behind the qualifiers",
+     "L0101A00000000",
+     {{"95", "0000000000"}, {"5F2A", "0000"}, {"9C", "00"}, {"9F37", "00000000"}, {"9F66", "00000000"}},
+     kReplaced,
      true},
-    {"L that leads to the support indicator", "L0101A00000000N00234",
-     {{"95", "0000000000"}, {"5F2A", "0000"}, {"9C", "00"}, {"9F37", "00000000"}, {"9F66", "34000000"},
-      {"9F7A", "00"}},
-     kReplaced, true},
-    {"L that leads to a cut support indicator", "L0101A00000000N0065A7788M00811223344",
-     {{"95", "0000000000"}, {"5F2A", "0000"}, {"9C", "00"}, {"9F37", "00000000"}, {"9F66", "5A000000"},
-      {"9F7A", "00"}},
-     kReplaced, true},
+    {"L that leads to the support indicator",
+     "L0101A00000000N00234",
+     {{"95", "0000000000"}, {"5F2A", "0000"}, {"9C", "00"}, {"9F37", "00000000"}, {"9F66", "34000000"}, {"9F7A", "00"}},
+     kReplaced,
+     true},
+    {"L that leads to a cut support indicator",
+     "L0101A00000000N0065A7788M00811223344",
+     {{"95", "0000000000"}, {"5F2A", "0000"}, {"9C", "00"}, {"9F37", "00000000"}, {"9F66", "5A000000"}, {"9F7A", "00"}},
+     kReplaced,
+     true},
 };
 
 const SecondRow kIndicatorRows[] = {
@@ -487,16 +526,27 @@ const SecondRow kIndicatorRows[] = {
 const SecondRow kCutRows[] = {
     {"P long", "P0160A0000000123FFFF", {{"9F02", "0A0000000123"}}},
     {"P of 255 bytes", "P510000000000777" + repeated("AA", 249), {{"9F02", "000000000777"}}},
-    {"Q long", "P012000000000999Q0309F02060000000003219F0306000000",
+    {"Q long",
+     "P012000000000999Q0309F02060000000003219F0306000000",
      {{"9F02", "000000000999"}, {"9F03", "9F0206000000"}}},
     {"J long", "J0080840AABB", {{"9F1A", "0840"}}},
     {"J one byte too long", "J006034401", {{"9F1A", "0344"}}},
     {"R long", "R006097803", {{"5F2A", "0978"}}},
     {"R of 100 bytes", "R2000978" + repeated("EE", 98), {{"5F2A", "0978"}}},
-    {"all keys but L and N", "P012000000012345Q012000000000500J0040344R0040392T00220S006260319U006101112M00836004000"
-                             "O012000000200000V040" + kExactName,
-     {{"9F02", "000000012345"}, {"9F03", "000000000500"}, {"9F1A", "0344"}, {"5F2A", "0392"}, {"9C", "20"},
-      {"9A", "260319"}, {"9F21", "101112"}, {"9F66", "36004000"}, {"9F7B", "000000200000"}, {"9F4E", kExactName}}},
+    {"all keys but L and N",
+     "P012000000012345Q012000000000500J0040344R0040392T00220S006260319U006101112M00836004000"
+     "O012000000200000V040" +
+         kExactName,
+     {{"9F02", "000000012345"},
+      {"9F03", "000000000500"},
+      {"9F1A", "0344"},
+      {"5F2A", "0392"},
+      {"9C", "20"},
+      {"9A", "260319"},
+      {"9F21", "101112"},
+      {"9F66", "36004000"},
+      {"9F7B", "000000200000"},
+      {"9F4E", kExactName}}},
 };
 
 INSTANTIATE_TEST_SUITE_P(Shared, CompletionTerminalData, ::testing::ValuesIn(sharedRows()), rowName<SecondRow>);
@@ -554,8 +604,8 @@ TEST_F(Completion, WritesNoOutputThatTheCallerDoesNotWant)
 {
     expect(approved());
     standardOutputOf([&] {
-        EXPECT_EQ(IC_CtlScriptData(port(), "E7", 115200, 5, nullptr, kNumberText.c_str(),
-                                   answerWith(kApproved).c_str(), nullptr, nullptr, nullptr, state01().c_str()),
+        EXPECT_EQ(IC_CtlScriptData(port(), "E7", 115200, 5, nullptr, kNumberText.c_str(), answerWith(kApproved).c_str(),
+                                   nullptr, nullptr, nullptr, state01().c_str()),
                   0);
     });
     EXPECT_EQ(callLog(),
@@ -571,19 +621,27 @@ TEST_F(Completion, LongestTextLeavesThreeBytesOfItsCapacity)
     const std::string issuerData = repeated("6D", 237), counter = repeated("5C", 249);
     expect({card.externalAuthenticate(kArpc + kApproved),
             card.generate("40", kApproved,
-                          "77FF" "4200" "8081F8" "40" + text.counter + text.cryptogram + issuerData),
-            card.lastOnline("70FF" "9F1381F9" + counter + "9000")});
+                          "77FF"
+                          "4200"
+                          "8081F8"
+                          "40" +
+                              text.counter + text.cryptogram + issuerData),
+            card.lastOnline("70FF"
+                            "9F1381F9" +
+                            counter + "9000")});
     Output tcText{ICC_CRYPTOGRAM_CAPACITY};
     Output result{ICC_SCRIPT_RESULT_CAPACITY};
     standardOutputOf([&] {
-        EXPECT_EQ(IC_CtlScriptData(
-                      port(), "E7", 115200, 5, &icType, (kNumberText + "L0040880R0040840").c_str(),
-                      answerWith(kApproved).c_str(), &length, tcText.text(), result.text(),
-                      stateWith("8A02", "01", "5A8200FF" + pan + "5F348200FF" + sequence + "82027C00").c_str()),
-                  0);
+        EXPECT_EQ(
+            IC_CtlScriptData(port(), "E7", 115200, 5, &icType, (kNumberText + "L0040880R0040840").c_str(),
+                             answerWith(kApproved).c_str(), &length, tcText.text(), result.text(),
+                             stateWith("8A02", "01", "5A8200FF" + pan + "5F348200FF" + sequence + "82027C00").c_str()),
+            0);
     });
     // What the answers lack of 255 bytes is filled up with zeros.
-    text.information = "40" "9F10F4" + issuerData + repeated("00", 7); // and the item behind it
+    text.information = "40"
+                       "9F10F4" +
+                       issuerData + repeated("00", 7); // and the item behind it
     text.issuerData = "";
     text.number = "12345678";
     text.tvr = "0000000000";
@@ -606,8 +664,8 @@ TEST_F(Completion, ReadsAListInTheLongLengthFormBeyondItsEnd)
     const std::string list = dolOf(kCdol2);
     const std::string behind = "5A0A" + kPan + "5F34010282027C00";
     EXPECT_EQ(second(kNumberText, answerWith(kApproved), "018D81" + hexByte(list.size() / 2) + list + behind), -1);
-    EXPECT_EQ(callLog(), secondEntry(kNumberText, answerWith(kApproved),
-                                     "018D81" + hexByte(list.size() / 2) + list + behind) +
-                             errorLine(4962, -1));
+    EXPECT_EQ(callLog(),
+              secondEntry(kNumberText, answerWith(kApproved), "018D81" + hexByte(list.size() / 2) + list + behind) +
+                  errorLine(4962, -1));
     expectClosed();
 }

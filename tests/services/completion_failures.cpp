@@ -158,7 +158,9 @@ TEST_P(CompletionFailure, OfAListComesBeforeThatOfTheAnswer)
 TEST_P(CompletionFailure, OfACutStateKeepsWhatIsThere)
 {
     // One byte more than the state holds is looked at, and it is 00.
-    const struct { std::string rest, pan, sequence, aip; } table[] = {
+    const struct {
+        std::string rest, pan, sequence, aip;
+    } table[] = {
         {"", "", "", ""},
         {"5A0A6217", "5A03621700", "", ""},
         {"5A", "5A00", "", ""},
@@ -216,7 +218,9 @@ TEST_P(CompletionFailure, OfAnAnswerThatDecodesToNothing)
 
 TEST_P(CompletionFailure, WithoutIssuerAuthenticationData)
 {
-    const struct { std::string answer, script; } table[] = {
+    const struct {
+        std::string answer, script;
+    } table[] = {
         {"8A023030", ""},
         {"00", ""},
         {"FF910A" + kArpc + "3030", ""},
@@ -237,7 +241,9 @@ TEST_P(CompletionFailure, WithoutIssuerAuthenticationData)
 
 TEST_P(CompletionFailure, OfShortIssuerAuthenticationData)
 {
-    const struct { std::string answer, script; } table[] = {
+    const struct {
+        std::string answer, script;
+    } table[] = {
         {"9109" + kArpc + "30", ""},
         {"9108" + kArpc, ""},
         {"9101307200", "DF31050000000000"},
@@ -295,7 +301,10 @@ TEST_P(CompletionFailure, OfADeclinedTransactionIsNone)
 TEST_P(CompletionFailure, OfTheSecondCryptogramByItsResponseCode)
 {
     // The answer counts as zeros: where a TC or an AAC was asked for, as an AAC.
-    const struct { std::string arc, reference; int result, number; } table[] = {
+    const struct {
+        std::string arc, reference;
+        int result, number;
+    } table[] = {
         {"3030", "40", -30, 5069}, {"3130", "40", -30, 5069}, {"3131", "40", -30, 5069},
         {"3031", "C0", -30, 5099}, {"3032", "C0", -30, 5099}, {"3035", "00", 0, 5089},
     };
@@ -396,8 +405,8 @@ const std::string kCallers = "A5";
 const std::string kNothingCarried = "00" + repeated(kCallers, 16);
 const Carried kCarried[] = {
     {"nothing", "", kNothingCarried, false},
-    {"an identifier", "9F1804010203C4",
-     "00" + repeated(kCallers, 7) + hexOf("C4") + "00" + repeated(kCallers, 6), false},
+    {"an identifier", "9F1804010203C4", "00" + repeated(kCallers, 7) + hexOf("C4") + "00" + repeated(kCallers, 6),
+     false},
     {"a script", withoutBlanks(kScript), hexOf("DF31050000000000") + "00", true},
     {"both", withoutBlanks(kScript) + "9F1804010203C4", hexOf("DF310500C4") + "00" + hexOf("00000") + "00", true},
 };
@@ -499,8 +508,7 @@ TEST_P(CompletionOutputs, BehindTheTextsStayWithATc)
         const Exchange accepted = card.apdu("8424000000", "9000");
         if (carried.script) {
             expect(approved + Exchanges{accepted, card.apdu("841E000001", "9000"), card.powerOff()});
-            expectBytes(0, answerWith("3030", carried.text), goodState(), text.tc(),
-                        withOutcome(carried.result, "20"));
+            expectBytes(0, answerWith("3030", carried.text), goodState(), text.tc(), withOutcome(carried.result, "20"));
             expect(approved + Exchanges{accepted, card.apdu("841E000001", "6A81"), card.powerOff()});
             expectBytes(-31, answerWith("3030", carried.text), goodState(), text.tc(),
                         withOutcome(carried.result, "12"));
@@ -523,12 +531,12 @@ enum class Interruption {
 };
 
 struct Consequence {
-    std::size_t at;         // the exchange in the list of an undisturbed call
+    std::size_t at; // the exchange in the list of an undisturbed call
     const char* name;
-    std::size_t next;       // the first exchange that still follows, by its place in that list
-    std::size_t end;        // and the one behind the last
+    std::size_t next; // the first exchange that still follows, by its place in that list
+    std::size_t end;  // and the one behind the last
     int result;
-    std::string line;       // with "$" for the number that the failing step left
+    std::string line; // with "$" for the number that the failing step left
     std::string script;
     bool tcWritten;
 };
@@ -595,15 +603,18 @@ protected:
     // The commands that ask for a cryptogram, by what was asked for.
     void interruptCryptogram(Interruption how)
     {
-        const struct { const char* arc; const char* reference; int result, number; } table[] = {
-            {"3030", "40", -30, 5069}, {"3031", "C0", -30, 5099}, {"3531", "00", 0, 5089}};
+        const struct {
+            const char* arc;
+            const char* reference;
+            int result, number;
+        } table[] = {{"3030", "40", -30, 5069}, {"3031", "C0", -30, 5099}, {"3531", "00", 0, 5089}};
         for (const auto& row : table) {
             interrupt({1, "second cryptogram", 0, 0, row.result, logged(row.number), "DF31050000000000", false}, how,
                       row.arc, row.reference);
             if (how == Interruption::DeadReader || how == Interruption::CardPulled) {
-                interrupt({0, "external authentication", 1, 2, row.result, logged(row.number), "DF31050000000000",
-                           false},
-                          how, row.arc, row.reference);
+                interrupt(
+                    {0, "external authentication", 1, 2, row.result, logged(row.number), "DF31050000000000", false},
+                    how, row.arc, row.reference);
             }
         }
     }

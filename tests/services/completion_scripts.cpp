@@ -7,7 +7,8 @@ using namespace vorn::test;
 
 namespace {
 
-const std::string kAuthentication = "0102030405060708" "3030";
+const std::string kAuthentication = "0102030405060708"
+                                    "3030";
 const std::string kList = "8A029C01"; // asks for six digits: the response code and the type
 const std::string kState = "01" + tlv("8D", kList) + tlv("5A", kPan) + tlv("5F34", "02") + "82027C00";
 const std::string kIdentifier = "9F1804A1B2C3D4";
@@ -80,7 +81,10 @@ std::ostream& operator<<(std::ostream& out, const ScriptRow& row) { return out <
 std::vector<ScriptRow> scriptRows()
 {
     std::vector<ScriptRow> rows;
-    const struct { const char* name; Place place; } places[] = {
+    const struct {
+        const char* name;
+        Place place;
+    } places[] = {
         {"72", Place::After}, {"71", Place::Before}, {"72 and 71", Place::Both}, {"71 and 72", Place::BothReversed}};
     for (const auto& place : places) {
         for (const bool identified : {false, true}) {
@@ -146,7 +150,10 @@ TEST_P(PlacedScript, Succeeds)
 
 TEST_P(PlacedScript, FailsAtACommand)
 {
-    const struct { std::size_t at; const char* digit; } table[] = {
+    const struct {
+        std::size_t at;
+        const char* digit;
+    } table[] = {
         {1, "1"}, {2, "2"}, {9, "9"}, {10, "A"}, {11, "B"}, {14, "E"}, {15, "F"}, {16, "F"}, {20, "F"},
     };
     for (const auto& row : table) {
@@ -193,7 +200,9 @@ TEST_P(PlacedScript, OfADeclinedTransactionDoesNotRun)
 
 TEST_F(CompletionScript, RunsAfterEveryCryptogramThatIsATc)
 {
-    const struct { std::string arc, reference; } table[] = {{"3031", "C0"}, {"3531", "00"}, {"3130", "40"}};
+    const struct {
+        std::string arc, reference;
+    } table[] = {{"3031", "C0"}, {"3531", "00"}, {"3130", "40"}};
     for (const auto& row : table) {
         expect({card.externalAuthenticate("0102030405060708" + row.arc),
                 card.generate(row.reference, row.arc + "01", text.response()), card.lastOnline()});
@@ -347,10 +356,11 @@ TEST_F(CompletionScript, InFrontOfTheIssuersAnswerRuns)
 
 TEST_F(CompletionScript, KeepsTheFourthByteOfItsIdentifier)
 {
-    const struct { std::string identifier, text; } table[] = {
-        {"9F180411223344", "DF31052044"},         {"9F1804000000FF", "DF310520FF"},
-        {"9F1804FFFFFF00", "DF31052000"},         {"9F18061122334455 66", "DF31052044"},
-        {"9F1802112 2", "DF31052000"},            {"9F1800", "DF31052000"},
+    const struct {
+        std::string identifier, text;
+    } table[] = {
+        {"9F180411223344", "DF31052044"},      {"9F1804000000FF", "DF310520FF"}, {"9F1804FFFFFF00", "DF31052000"},
+        {"9F18061122334455 66", "DF31052044"}, {"9F1802112 2", "DF31052000"},    {"9F1800", "DF31052000"},
     };
     for (const auto& row : table) {
         const std::string identifier = withoutBlanks(row.identifier);
@@ -368,14 +378,20 @@ TEST_F(CompletionScript, ReadsAnIdentifierInTheLongLengthFormByTheTextsSecondByt
     expect(approved());
     expectCommands(1);
     expect(card.powerOff());
-    EXPECT_EQ(run(tlv("72", commands(1)) + "9F188101" "A1B2C3D4"), 0);
+    EXPECT_EQ(run(tlv("72", commands(1)) + "9F188101"
+                                           "A1B2C3D4"),
+              0);
     EXPECT_EQ(scriptResult, "DF310520D4");
 
     // Two bytes, so that the fourth is zero, though its own length is four.
     expect(approved());
     expectCommands(1);
     expect(card.powerOff());
-    EXPECT_EQ(second(kNumberText, "8A023030" + answerOf(tlv("72", commands(1)) + "9F188104" "A1B2C3D4"), kState), 0);
+    EXPECT_EQ(second(kNumberText,
+                     "8A023030" + answerOf(tlv("72", commands(1)) + "9F188104"
+                                                                    "A1B2C3D4"),
+                     kState),
+              0);
     EXPECT_EQ(scriptResult, "DF31052000");
 }
 

@@ -47,10 +47,7 @@ protected:
 
     int call() { return GetDevInfo(port(), version.text(), date.text(), serial.text()); }
 
-    void expectUntouched() const
-    {
-        EXPECT_TRUE(version.untouched() && date.untouched() && serial.untouched());
-    }
+    void expectUntouched() const { EXPECT_TRUE(version.untouched() && date.untouched() && serial.untouched()); }
 
     Output version{ICC_DEVICE_TEXT_CAPACITY};
     Output date{1};
@@ -262,9 +259,8 @@ protected:
     int request(const char* text)
     {
         int result = -99;
-        standardErrorOf([&] {
-            standardOutputOf([&] { result = DEV_CommCall(text, nullptr, reply.text(), &length); });
-        });
+        standardErrorOf(
+            [&] { standardOutputOf([&] { result = DEV_CommCall(text, nullptr, reply.text(), &length); }); });
         return result;
     }
 

@@ -151,8 +151,10 @@ TEST_F(MemoryCardCalls, WhatAReaderAnswersToAuthenticationAndWritingIsNotUsed)
 
 TEST_F(MemoryCardCalls, OnlyTheLowByteOfTheBlockNumberCounts)
 {
-    const struct { int block; std::string byte; } rows[] = {
-        {0, "00"}, {255, "FF"}, {256, "00"}, {257, "01"}, {0x7FFFFF42, "42"}, {-1, "FF"}, {-256, "00"}};
+    const struct {
+        int block;
+        std::string byte;
+    } rows[] = {{0, "00"}, {255, "FF"}, {256, "00"}, {257, "01"}, {0x7FFFFF42, "42"}, {-1, "FF"}, {-256, "00"}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.block);
         reader.command("3243" + row.byte, kBlock)

@@ -76,9 +76,9 @@ protected:
 private:
     std::string entry(const std::string& function, int cardType, int psam, int timeout) const
     {
-        return function + " nPortNo:" + line.port() + ",extendPort:ext,nBaudRate:9600,nTimeout:" +
-               std::to_string(timeout) + ",nCardType:" + std::to_string(cardType) +
-               ",nPSAMCardNo:" + std::to_string(psam) + "\r\n";
+        return function + " nPortNo:" + line.port() +
+               ",extendPort:ext,nBaudRate:9600,nTimeout:" + std::to_string(timeout) +
+               ",nCardType:" + std::to_string(cardType) + ",nPSAMCardNo:" + std::to_string(psam) + "\r\n";
     }
 };
 
@@ -343,8 +343,8 @@ const Refused kRefused[] = {
     {"contact refused, contactless before", 2, [](auto& r) { r.command(kContact, "", 0x03); }, -25, "32 25 00 00", 2},
     {"contact refused, a PSAM before", 0, [](auto& r) { r.command(kContact, "", 0xFF); }, -25, "32 25 00 00", 0},
     {"contact silent", 1, [](auto& r) { r.silent(kContact); }, -11, "32 23 00", 1},
-    {"field refused", 1, [](auto& r) { r.command(kContact, "", 0x02).command(kField, "", 0x01); }, -25,
-     "32 25 00 00", 2},
+    {"field refused", 1, [](auto& r) { r.command(kContact, "", 0x02).command(kField, "", 0x01); }, -25, "32 25 00 00",
+     2},
     {"field silent", 1, [](auto& r) { r.command(kContact, "", 0x06).silent(kField); }, -11, "32 25 00 00", 2},
 };
 
@@ -558,10 +558,12 @@ TEST_F(RawAccess, SendApduToAPsamNamesItsSlot)
         EXPECT_EQ(responseText(), "0102030405069000");
         EXPECT_EQ(serviceLog(), "APDU:00B0960006!\n"
                                 "Indata----------------------samicc_capdu\n"
-                                "32 26 " + slotHex(psam) + " 00 B0 96 00 06 \n"
-                                "Outdata----------------------samicc_capdu\n"
-                                "01 02 03 04 05 06 90 00 \n"
-                                "recv:0102030405069000!");
+                                "32 26 " +
+                                    slotHex(psam) +
+                                    " 00 B0 96 00 06 \n"
+                                    "Outdata----------------------samicc_capdu\n"
+                                    "01 02 03 04 05 06 90 00 \n"
+                                    "recv:0102030405069000!");
     }
 }
 

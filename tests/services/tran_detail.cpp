@@ -22,10 +22,7 @@ const std::string kCredit = "A000000333010102";
 const std::string kTenGbkCharacters = "C7E0BACCBFA7B7C8CAE9B5EAD4C4B6C1BDC7C2E4"; // ten characters of two bytes
 const std::string kTenCharacters = "青禾咖啡书店阅读角落";
 
-std::string padded(const std::string& hex, std::size_t bytes)
-{
-    return hex + repeated("00", bytes - hex.size() / 2);
-}
+std::string padded(const std::string& hex, std::size_t bytes) { return hex + repeated("00", bytes - hex.size() / 2); }
 
 // A log record of the fixed layout, and the text that stands for it.
 struct LogRecord {
@@ -38,8 +35,8 @@ struct LogRecord {
     std::string name = padded(hexOf("KIOSK 7"), 20);
     std::string type = "21";
     std::string counter = "01C4";
-    std::string behind;        // the card's own extension of the record
-    int nameCount = 7;         // W's count
+    std::string behind; // the card's own extension of the record
+    int nameCount = 7;  // W's count
     std::string nameText = "KIOSK 7";
 
     std::string hex() const
@@ -80,10 +77,7 @@ protected:
     int call() { return call(kDebit.c_str()); }
 
     // A powered contact card whose application carries this log entry.
-    void selectWithLog(const std::string& logEntry)
-    {
-        reader.powerOn().apdu(select(kDebit), fciWithLog(logEntry));
-    }
+    void selectWithLog(const std::string& logEntry) { reader.powerOn().apdu(select(kDebit), fciWithLog(logEntry)); }
 
     void expectUntouchedOutputs() const
     {
@@ -100,8 +94,9 @@ protected:
 
     std::string entry(const std::string& aidList, int icType = 1, int timeout = 9) const
     {
-        return "IC_GetTranDeta nPortNo:" + line.port() + ",extendPort:P2,nBaudRate:57600,nTimeout:" +
-               std::to_string(timeout) + ",pnIcType:" + std::to_string(icType) + ",pszAIDlist:" + aidList + "\r\n";
+        return "IC_GetTranDeta nPortNo:" + line.port() +
+               ",extendPort:P2,nBaudRate:57600,nTimeout:" + std::to_string(timeout) +
+               ",pnIcType:" + std::to_string(icType) + ",pszAIDlist:" + aidList + "\r\n";
     }
     static std::string results(const std::string& text)
     {
@@ -190,8 +185,8 @@ TEST_F(TransactionLog, TenRecordsOfTheEleventhShortFile)
 // The short file identifier in READ RECORD's P2.
 TEST_F(TransactionLog, TheShortFileIdentifierIsShiftedIntoTheCommand)
 {
-    const std::pair<std::string, std::string> rows[] = {
-        {"01", "0C"}, {"0A", "54"}, {"0F", "7C"}, {"1E", "F4"}, {"1F", "FC"}, {"00", "04"}, {"25", "2C"}};
+    const std::pair<std::string, std::string> rows[] = {{"01", "0C"}, {"0A", "54"}, {"0F", "7C"}, {"1E", "F4"},
+                                                        {"1F", "FC"}, {"00", "04"}, {"25", "2C"}};
     for (const auto& [shortFile, p2] : rows) {
         SCOPED_TRACE(shortFile);
         selectWithLog(shortFile + "01");
@@ -285,9 +280,9 @@ INSTANTIATE_TEST_SUITE_P(
         // 255 bytes without a zero: all from the name on, which begins at 22, count.
         NameRow{"CountsTheWholeOfTheLongestRecord",
                 withType(named(repeated("42", 20), 233, std::string(20, 'B')), "60", "1111", repeated("31", 210))},
-        NameRow{"StopsOneByteBeforeTheEndOfTheLongestRecord",
-                withType(named(repeated("42", 20), 232, std::string(20, 'B')), "60", "1111",
-                         repeated("31", 209) + "00")},
+        NameRow{
+            "StopsOneByteBeforeTheEndOfTheLongestRecord",
+            withType(named(repeated("42", 20), 232, std::string(20, 'B')), "60", "1111", repeated("31", 209) + "00")},
         NameRow{"FourGbkCharacters", named(padded("C7E0BACCBFA7B7C8", 20), 8, "青禾咖啡")},
         NameRow{"MixedWithLatinLetters", named(padded(hexOf("CAFE ") + "BACC", 20), 7, "CAFE 禾")},
         NameRow{"OneLetter", named(padded("5A", 20), 1, "Z")},
@@ -356,16 +351,13 @@ TEST_P(UnreadableRecord, AsTheFirstOneLeavesAnEmptyTextAndSuccess)
     expectClosed();
 }
 
-INSTANTIATE_TEST_SUITE_P(Answers, UnreadableRecord,
-                         ::testing::Values(FailureRow{"NoSuchRecord", "6A83", 0x00, true},
-                                           FailureRow{"SecurityStatus", "6982", 0x00, true},
-                                           FailureRow{"WarningOfTheCard", "6300", 0x00, true},
-                                           FailureRow{"CardTakenOut", "", 0x02, true},
-                                           FailureRow{"CardLeftTheField", "", 0x06, true},
-                                           FailureRow{"ReaderRefuses", "", 0x04, true},
-                                           FailureRow{"NoStatusWord", "90", 0x00, true},
-                                           FailureRow{"NoReply", "", 0x00, false}),
-                         [](const auto& row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(
+    Answers, UnreadableRecord,
+    ::testing::Values(FailureRow{"NoSuchRecord", "6A83", 0x00, true}, FailureRow{"SecurityStatus", "6982", 0x00, true},
+                      FailureRow{"WarningOfTheCard", "6300", 0x00, true}, FailureRow{"CardTakenOut", "", 0x02, true},
+                      FailureRow{"CardLeftTheField", "", 0x06, true}, FailureRow{"ReaderRefuses", "", 0x04, true},
+                      FailureRow{"NoStatusWord", "90", 0x00, true}, FailureRow{"NoReply", "", 0x00, false}),
+    [](const auto& row) { return std::string(row.param.name); });
 
 TEST_F(TransactionLog, AContactlessCardThatFailsIsDeactivatedTwice)
 {
@@ -385,7 +377,8 @@ TEST_F(TransactionLog, AContactlessCardThatFailsIsDeactivatedTwice)
 TEST_F(TransactionLog, ARecordShorterThanTheLayoutReadsAsZerosBehindItsEnd)
 {
     selectWithLog("0102");
-    reader.apdu("00B2010C00", ok(LogRecord{}.hex())) // whatever it held must not show through
+    reader
+        .apdu("00B2010C00", ok(LogRecord{}.hex())) // whatever it held must not show through
         .apdu("00B2020C00", ok("240115"))
         .powerOff();
     EXPECT_EQ(call(), 0);
@@ -721,14 +714,11 @@ TEST_F(TransactionLog, APortThatCannotBeOpenedLeavesEverythingAsItWas)
 TEST_F(TransactionLog, BothLogsHoldTheCallByteForByte)
 {
     const std::string fci = fciWithLog("0201");
-    reader.powerOn("3B6500002063CB6800")
-        .apdu(select(kDebit), fci)
-        .apdu("00B2011400", ok(LogRecord{}.hex()))
-        .powerOff();
+    reader.powerOn("3B6500002063CB6800").apdu(select(kDebit), fci).apdu("00B2011400", ok(LogRecord{}.hex())).powerOff();
     EXPECT_EQ(call(), 0);
-    EXPECT_EQ(traceLog(), "----------------------------------------------\r\nIC_GetTranDeta\r\nnPortNo=" +
-                              line.port() + " extendPort=P2 nBaudRate=57600 nTimeout=9\r\nActual input is:\r\n" +
-                              line.port() + ":9600,N,8,1\r\n");
+    EXPECT_EQ(traceLog(), "----------------------------------------------\r\nIC_GetTranDeta\r\nnPortNo=" + line.port() +
+                              " extendPort=P2 nBaudRate=57600 nTimeout=9\r\nActual input is:\r\n" + line.port() +
+                              ":9600,N,8,1\r\n");
     EXPECT_EQ(serviceLog(), entry(kDebit) + slotEntries("icc_poweron", "3222018000", "3B6500002063CB6800") +
                                 slotEntries("capdu", "322600" + select(kDebit), fci) +
                                 slotEntries("capdu", "32260000B2011400", ok(LogRecord{}.hex())) +
@@ -743,8 +733,7 @@ TEST_F(TransactionLog, OutputsThatAreMissingAreNotWritten)
     EXPECT_EQ(IC_GetTranDeta(port(), nullptr, 57600, 9, &type, kDebit.c_str(), nullptr, nullptr), 0);
     EXPECT_NE(callLog().find(",extendPort:,nBaudRate:57600"), std::string::npos);
     reader.powerOn().apdu(select(kDebit), ok(applicationFci(kDebit))).powerOff();
-    EXPECT_EQ(IC_GetTranDeta(port(), nullptr, 57600, 9, &type, kDebit.c_str(), nullptr, nullptr),
-              VORN_OBJECT_MISSING);
+    EXPECT_EQ(IC_GetTranDeta(port(), nullptr, 57600, 9, &type, kDebit.c_str(), nullptr, nullptr), VORN_OBJECT_MISSING);
 }
 
 TEST_F(TransactionLog, NothingOfOneCallIsLeftInTheNext)

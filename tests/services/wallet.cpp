@@ -47,10 +47,7 @@ protected:
         EXPECT_EQ(callLog(), entry());
         expectClosed();
     }
-    void expectUntouched() const
-    {
-        EXPECT_TRUE(contextId.untouched() && modeInfo.untouched() && aid.untouched());
-    }
+    void expectUntouched() const { EXPECT_TRUE(contextId.untouched() && modeInfo.untouched() && aid.untouched()); }
     void expectClosed() const
     {
         EXPECT_TRUE(reader.done()) << "not asked: " << reader.next();
@@ -78,8 +75,7 @@ protected:
 TEST_F(HardWallet, ReadsAWalletFromTheWire)
 {
     reader.powerOn("3B 60 00 00")
-        .apdu("00 A4 04 00 06 A0 00 00 08 72 50",
-              "6F 0C 84 08 A0 00 00 08 72 50 01 02 A5 00 90 00")
+        .apdu("00 A4 04 00 06 A0 00 00 08 72 50", "6F 0C 84 08 A0 00 00 08 72 50 01 02 A5 00 90 00")
         .apdu("80 22 00 03 00", "5A 17 C0 DE 99 12 00 34 5F 58 03 0A 0B 0C 90 00")
         .powerOff();
     EXPECT_EQ(call(), 0);
@@ -185,11 +181,29 @@ TEST_F(HardWallet, TheLongestValuesFillTheDocumentedCapacity)
 // byte on.
 TEST_F(HardWallet, AValueInTheLongLengthFormIsAsLongAsTheSecondByteSearchedSays)
 {
-    const struct { std::string fci, name, data, mode; } table[] = {
-        {"6F04" "84810A" "A000000872501234", "A0000008", "5A03112233" "5F588102" "0A0B0C", "0A0B0C"},
-        {"6F0D" "848102" "A0000008725001020304050607", "A0000008725001020304050607",
-         "9F2702ABCD" "5F588101" "E1", "E19000" + repeated("00", 0x27 - 3)}, // filled up with zeros
-        {applicationFci(kFirst), kFirst, "5F588102" "F1F2", "F1F29000" + repeated("00", 0x58 - 4)},
+    const struct {
+        std::string fci, name, data, mode;
+    } table[] = {
+        {"6F04"
+         "84810A"
+         "A000000872501234",
+         "A0000008",
+         "5A03112233"
+         "5F588102"
+         "0A0B0C",
+         "0A0B0C"},
+        {"6F0D"
+         "848102"
+         "A0000008725001020304050607",
+         "A0000008725001020304050607",
+         "9F2702ABCD"
+         "5F588101"
+         "E1",
+         "E19000" + repeated("00", 0x27 - 3)}, // filled up with zeros
+        {applicationFci(kFirst), kFirst,
+         "5F588102"
+         "F1F2",
+         "F1F29000" + repeated("00", 0x58 - 4)},
     };
     for (const auto& row : table) {
         SCOPED_TRACE(row.fci);
@@ -204,11 +218,20 @@ TEST_F(HardWallet, AValueInTheLongLengthFormIsAsLongAsTheSecondByteSearchedSays)
 
 TEST_F(HardWallet, AValueInTheLongLengthFormIsTooShortWhenThatByteSaysSo)
 {
-    reader.powerOn().apdu(select(kFirst), ok("500157" "848106" + kFirst)).powerOff();
+    reader.powerOn()
+        .apdu(select(kFirst), ok("500157"
+                                 "848106" +
+                                 kFirst))
+        .powerOff();
     EXPECT_EQ(call(), VORN_OBJECT_MISSING);
     expectTexts("", "", "");
     selectFirst();
-    reader.apdu(kInformation, kContextId + "5A0162" "5F588102" "0A0B" "9000").powerOff();
+    reader
+        .apdu(kInformation, kContextId + "5A0162"
+                                         "5F588102"
+                                         "0A0B"
+                                         "9000")
+        .powerOff();
     EXPECT_EQ(call(), VORN_OBJECT_MISSING);
     expectTexts("", "", "");
     EXPECT_TRUE(reader.done());
@@ -248,9 +271,12 @@ struct SelectRow {
     std::string answer;
     std::uint8_t status;
 };
-const SelectRow kSelectFailures[] = {{"FunctionNotSupported", "6A81", 0x00}, {"WrongParameters", "6A86", 0x00},
-                                     {"ConditionsNotMet", "6985", 0x00},     {"AlmostNotFound", "6A83", 0x00},
-                                     {"TakenOut", "", 0x02},                 {"ReaderRefuses", "", 0x0B}};
+const SelectRow kSelectFailures[] = {{"FunctionNotSupported", "6A81", 0x00},
+                                     {"WrongParameters", "6A86", 0x00},
+                                     {"ConditionsNotMet", "6985", 0x00},
+                                     {"AlmostNotFound", "6A83", 0x00},
+                                     {"TakenOut", "", 0x02},
+                                     {"ReaderRefuses", "", 0x0B}};
 
 } // namespace
 
@@ -481,9 +507,7 @@ TEST_F(WalletInformation, TakesTheStatusWord0000ForNoSuccess)
 
 TEST_F(WalletInformation, PassesTheReadersFailureOn)
 {
-    reader.command("3226008022000300", "", 0x02)
-        .command("3226008022000300", "", 0x33)
-        .silent("3226008022000300");
+    reader.command("3226008022000300", "", 0x02).command("3226008022000300", "", 0x33).silent("3226008022000300");
     for (const int result : {VORN_READER_NO_CARD, VORN_READER_REFUSED, VORN_NO_REPLY}) {
         length = -5;
         EXPECT_EQ(vrdk_getwalletinfo(answer.bytes(), &length), result);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The simulator's cryptography against published worked examples, and its TLV reading.
 #include "sim/cards/crypto.h"
+
 #include "sim/data/json_node.h"
 #include "sim/data/tlv.h"
 
@@ -39,7 +40,8 @@ Block block(const std::string& text)
     return result;
 }
 
-template <typename Array> std::string text(const Array& bytes)
+template <typename Array>
+std::string text(const Array& bytes)
 {
     return toHex(Bytes(bytes.begin(), bytes.end()));
 }
@@ -59,10 +61,9 @@ const char* const kCvr = "03A04002";
 
 std::map<tlv::Tag, Bytes> tutorialObjects()
 {
-    return {{0x9F37, hex("1E78EEBC")},     {0x9F36, hex("0240")},         {0x95, hex("0080046000")},
-            {0x9A, hex("140701")},         {0x9C, hex("00")},             {0x9F02, hex("000000000001")},
-            {0x5F2A, hex("0156")},         {0x82, hex("7D00")},           {0x9F1A, hex("0156")},
-            {0x9F03, hex("000000000000")}};
+    return {{0x9F37, hex("1E78EEBC")}, {0x9F36, hex("0240")},         {0x95, hex("0080046000")}, {0x9A, hex("140701")},
+            {0x9C, hex("00")},         {0x9F02, hex("000000000001")}, {0x5F2A, hex("0156")},     {0x82, hex("7D00")},
+            {0x9F1A, hex("0156")},     {0x9F03, hex("000000000000")}};
 }
 
 TEST(DebitCardExample, CardKeyComesFromAccountAndSequenceNumber)
@@ -87,8 +88,7 @@ TEST(DebitCardExample, ObjectsThatWereNotSentAreLeftOut)
     auto objects = tutorialObjects();
     objects.erase(0x9F03);
     objects[0x9F4E] = hex("FFFF"); // not one of them
-    EXPECT_EQ(toHex(crypto::cryptogramInput(objects, {})),
-              "000000000001015600800460000156140701001E78EEBC7D000240");
+    EXPECT_EQ(toHex(crypto::cryptogramInput(objects, {})), "000000000001015600800460000156140701001E78EEBC7D000240");
 }
 
 TEST(DebitCardExample, VerificationResultsLieAtTheirOffset)

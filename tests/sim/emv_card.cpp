@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The simulated debit/credit card, command by command.
-#include "sim/data/card_values.h"
 #include "sim/cards/crypto.h"
+#include "sim/data/card_values.h"
 #include "sim/profiles/profile.h"
 #include "support/sim_terminal.h"
 
@@ -64,10 +64,9 @@ TEST(CardSelection, AnswersToResetAsTheProfileSays)
 TEST(CardSelection, ByItsWholeName)
 {
     Terminal terminal(emvCard(debitCard()));
-    EXPECT_EQ(terminal.send("00A4040008A000000333010101"),
-              "6F268408A000000333010101A51A500454455354870101"
-              "9F38069F7A019F0206BF0C059F4D020B03"
-              "9000");
+    EXPECT_EQ(terminal.send("00A4040008A000000333010101"), "6F268408A000000333010101A51A500454455354870101"
+                                                           "9F38069F7A019F0206BF0C059F4D020B03"
+                                                           "9000");
 }
 
 TEST(CardSelection, ByPartOfTheNameOneAfterTheOther)
@@ -155,7 +154,9 @@ TEST(CardFiles, RecordsCarryTheirTemplate)
 {
     Terminal terminal(emvCard(debitCard()));
     terminal.select();
-    EXPECT_EQ(terminal.send("00B2010C00"), "7016570D" "6228000100001D30122200000F" "5F2004D5C5C8FD9000");
+    EXPECT_EQ(terminal.send("00B2010C00"), "7016570D"
+                                           "6228000100001D30122200000F"
+                                           "5F2004D5C5C8FD9000");
 }
 
 TEST(CardFiles, AbsentRecordsAndFiles)
@@ -173,10 +174,19 @@ TEST(CardFiles, TheLogHasFixedFieldsAndGbkNames)
 {
     Terminal terminal(emvCard(debitCard()));
     terminal.select();
-    EXPECT_EQ(terminal.send("00B2015C00"),
-              "230102" "111213" "000000001234" "000000000000" "0156" "0156"
-              "C0CFB3C7C3E6B9DD202020202020202020202020" "00" "0007" "9000");
-    EXPECT_EQ(terminal.send("80CA9F4F00"), "9F4F19" "9A039F21039F02069F03069F1A025F2A029F4E149C019F3602" "9000");
+    EXPECT_EQ(terminal.send("00B2015C00"), "230102"
+                                           "111213"
+                                           "000000001234"
+                                           "000000000000"
+                                           "0156"
+                                           "0156"
+                                           "C0CFB3C7C3E6B9DD202020202020202020202020"
+                                           "00"
+                                           "0007"
+                                           "9000");
+    EXPECT_EQ(terminal.send("80CA9F4F00"), "9F4F19"
+                                           "9A039F21039F02069F03069F1A025F2A029F4E149C019F3602"
+                                           "9000");
 }
 
 TEST(CardFiles, ReadBinaryBehindAnOffset)
@@ -338,14 +348,20 @@ TEST(CardProcessing, FormatOne)
 {
     Terminal terminal(emvCard(debitCard()));
     terminal.select();
-    EXPECT_EQ(terminal.send("80A80000098307" "01" "000000010000"), "800A7D0008010100100101009000");
+    EXPECT_EQ(terminal.send("80A80000098307"
+                            "01"
+                            "000000010000"),
+              "800A7D0008010100100101009000");
 }
 
 TEST(CardProcessing, FormatTwoAndAStatedLocator)
 {
     Terminal terminal(emvCard(withApplication({{"gpo_format", 2}, {"afl", "08010101"}})));
     terminal.select();
-    EXPECT_EQ(terminal.send("80A80000098307" "01" "000000010000"), "770A82027D009404080101019000");
+    EXPECT_EQ(terminal.send("80A80000098307"
+                            "01"
+                            "000000010000"),
+              "770A82027D009404080101019000");
 }
 
 TEST(CardProcessing, WithoutAListTheDataAreEmpty)
@@ -360,10 +376,24 @@ TEST(CardProcessing, DataMustBeWhatTheListAsksFor)
     Terminal terminal(emvCard(debitCard()));
     terminal.select();
     EXPECT_EQ(terminal.send("80A80000028300"), "6700");
-    EXPECT_EQ(terminal.send("80A80000088306" "01" "0000000100"), "6700") << "one byte short";
-    EXPECT_EQ(terminal.send("80A80000098306" "01" "000000010000"), "6700") << "lengths that disagree";
-    EXPECT_EQ(terminal.send("80A80000098407" "01" "000000010000"), "6A80");
-    EXPECT_EQ(terminal.send("80A80100098307" "01" "000000010000"), "6A86");
+    EXPECT_EQ(terminal.send("80A80000088306"
+                            "01"
+                            "0000000100"),
+              "6700")
+        << "one byte short";
+    EXPECT_EQ(terminal.send("80A80000098306"
+                            "01"
+                            "000000010000"),
+              "6700")
+        << "lengths that disagree";
+    EXPECT_EQ(terminal.send("80A80000098407"
+                            "01"
+                            "000000010000"),
+              "6A80");
+    EXPECT_EQ(terminal.send("80A80100098307"
+                            "01"
+                            "000000010000"),
+              "6A86");
     EXPECT_EQ(terminal.send("80CA9F3600"), "9F3602023F9000") << "no transaction was counted";
 }
 
@@ -372,7 +402,10 @@ TEST(CardProcessing, OnceForASelectionAndTheCounterGoesUp)
     Terminal terminal(emvCard(debitCard()));
     terminal.begin();
     EXPECT_EQ(terminal.card().state().atc, 576);
-    EXPECT_EQ(terminal.status("80A80000098307" "01" "000000010000"), "6985");
+    EXPECT_EQ(terminal.status("80A80000098307"
+                              "01"
+                              "000000010000"),
+              "6985");
     terminal.begin();
     EXPECT_EQ(terminal.card().state().atc, 577);
     EXPECT_EQ(terminal.send("80CA9F3600"), "9F360202419000");
@@ -382,10 +415,17 @@ TEST(CardProcessing, ConditionsOfUseNotSatisfied)
 {
     Terminal refused(emvCard(withApplication({{"refuse_gpo", true}})));
     refused.select();
-    EXPECT_EQ(refused.status("80A80000098307" "01" "000000010000"), "6985");
+    EXPECT_EQ(refused.status("80A80000098307"
+                             "01"
+                             "000000010000"),
+              "6985");
     Terminal worn(emvCard(withApplication({{"atc", 65535}})));
     worn.select();
-    EXPECT_EQ(worn.status("80A80000098307" "01" "000000010000"), "6985") << "no counter is left";
+    EXPECT_EQ(worn.status("80A80000098307"
+                          "01"
+                          "000000010000"),
+              "6985")
+        << "no counter is left";
     Terminal unselected(emvCard(debitCard()));
     EXPECT_EQ(unselected.send("80A80000028300"), "6985");
 }
@@ -441,8 +481,11 @@ TEST(CardCryptogram, FirstOneIsComputedOverWhatTheTerminalSent)
     terminal.generate("80", 0x8C);
     EXPECT_EQ(terminal.cryptogram.size(), 30U);
     EXPECT_EQ(sim::toHex({terminal.cryptogram.begin(), terminal.cryptogram.begin() + 3}), "800240");
-    EXPECT_EQ(sim::toHex({terminal.cryptogram.begin() + 11, terminal.cryptogram.begin() + 26}),
-              "070001" "03A00000" "01" "0A01" "0000001000");
+    EXPECT_EQ(sim::toHex({terminal.cryptogram.begin() + 11, terminal.cryptogram.begin() + 26}), "070001"
+                                                                                                "03A00000"
+                                                                                                "01"
+                                                                                                "0A01"
+                                                                                                "0000001000");
     EXPECT_EQ(givenCryptogram(terminal), expectedCryptogram(terminal));
 }
 
@@ -525,10 +568,7 @@ struct FirstRow {
     const char* told;
 };
 
-void PrintTo(const FirstRow& row, std::ostream* out)
-{
-    *out << row.what;
-}
+void PrintTo(const FirstRow& row, std::ostream* out) { *out << row.what; }
 
 class FirstCryptogram : public testing::TestWithParam<FirstRow> {};
 
@@ -540,7 +580,9 @@ TEST_P(FirstCryptogram, FollowsTheRiskRules)
     terminal.objects[0x9F02] = unhex(row.amount);
     if (row.changes.contains("blocked")) {
         terminal.send("00A4040008A000000333010101");
-        terminal.send("80A80000098307" "01" "000000010000");
+        terminal.send("80A80000098307"
+                      "01"
+                      "000000010000");
         terminal.records = sim::tlv::encode(0x8C, unhex("9F02069F03069F1A0295055F2A029A039F21039C019F37049F4E14"));
     } else {
         terminal.begin();
@@ -593,8 +635,16 @@ TEST(CardCryptogram, AnOfflinePaymentIsTakenFromTheBalanceAndLogged)
     terminal.begin();
     EXPECT_EQ(terminal.generate("40", 0x8C)[0], 0x40);
     EXPECT_EQ(terminal.card().state().balance, 100U);
-    EXPECT_EQ(terminal.send("00B2015C00"), "230315" "101112" "000000000900" "000000000000" "0156" "0156"
-              + std::string("4141414141414141414141414141414141414141") + "01" "0240" "9000");
+    EXPECT_EQ(terminal.send("00B2015C00"), "230315"
+                                           "101112"
+                                           "000000000900"
+                                           "000000000000"
+                                           "0156"
+                                           "0156" +
+                                               std::string("4141414141414141414141414141414141414141") +
+                                               "01"
+                                               "0240"
+                                               "9000");
     EXPECT_EQ(terminal.send("00B2025C00").substr(0, 12), "230102111213");
     EXPECT_EQ(terminal.status(terminal.generateCommand("40", 0x8D)), "6985") << "that was the end of it";
 }

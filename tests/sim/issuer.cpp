@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The simulated issuer: what it reads from the two texts, how it decides, and the scripts it sends.
 #include "sim/issuer/issuer.h"
+
 #include "sim/profiles/profile.h"
 #include "support/sim_terminal.h"
 
@@ -217,8 +218,10 @@ TEST(IssuerDecision, TheFirstRuleThatHolds)
         Decision decision;
         const char* code;
     };
-    const Row rows[] = {{"000000010000", Decision::Approve, "11"}, {"000000010001", Decision::Refer, "01"},
-                        {"000000020000", Decision::Refer, "01"},   {"000000020001", Decision::Decline, "61"},
+    const Row rows[] = {{"000000010000", Decision::Approve, "11"},
+                        {"000000010001", Decision::Refer, "01"},
+                        {"000000020000", Decision::Refer, "01"},
+                        {"000000020001", Decision::Decline, "61"},
                         {"000000030001", Decision::Decline, "05"}};
     for (const Row& row : rows) {
         Terminal terminal(emvCard(debitCard()));
@@ -252,7 +255,8 @@ TEST(IssuerDecision, ScriptsGoWithApprovalsOnlyUnlessAlways)
     EXPECT_EQ(issuerWith(rules).authorise(terminal.text(false)).text.size(), 24U);
     rules["scripts_always"] = true;
     const auto result = issuerWith(rules).authorise(terminal.text(false));
-    EXPECT_EQ(result.text.substr(24, 18), "7212" "9F180411223344");
+    EXPECT_EQ(result.text.substr(24, 18), "7212"
+                                          "9F180411223344");
     EXPECT_EQ(result.scripts, std::vector<std::string>{"block"});
 }
 
@@ -266,7 +270,10 @@ TEST(IssuerCompletion, VerifiesTheTcFromItsTextAsItIsWritten)
     EXPECT_EQ(terminal.generate("40", 0x8D)[0], 0x40);
     const std::string text = terminal.text(true);
     EXPECT_NE(text.find("9F060000000100005F0201565A"), std::string::npos);
-    EXPECT_NE(text.find("9F020156" "9F06000000000000" "9F3303"), std::string::npos);
+    EXPECT_NE(text.find("9F020156"
+                        "9F06000000000000"
+                        "9F3303"),
+              std::string::npos);
     const auto result = issuerWith().verifyCompletion(text);
     EXPECT_TRUE(result.verified) << result.why;
     EXPECT_EQ(result.amount, 10000U);
@@ -352,9 +359,9 @@ TEST(IssuerCompletion, TwoHundredTransactionsByTheirTextsAlone)
 TEST(IssuerScript, ChangesElectronicCash)
 {
     Terminal terminal = started();
-    const auto result = issuerWith(scripts({{{"set_limit", "000000200000"}}, {{"set_single_limit", 60000}},
-                                            {{"set_balance", 4321}}}))
-                            .authorise(terminal.text(false));
+    const auto result =
+        issuerWith(scripts({{{"set_limit", "000000200000"}}, {{"set_single_limit", 60000}}, {{"set_balance", 4321}}}))
+            .authorise(terminal.text(false));
     EXPECT_EQ(result.scripts,
               (std::vector<std::string>{"set_limit 200000", "set_single_limit 60000", "set_balance 4321"}));
     terminal.authenticate(result.text);
@@ -390,7 +397,10 @@ TEST(IssuerScript, UnblocksInATransactionThatIsDeclined)
     card["applications"][0]["blocked"] = true;
     Terminal terminal(emvCard(card));
     terminal.send("00A4040008A000000333010101");
-    EXPECT_EQ(terminal.status("80A80000098307" "01" "000000010000"), "9000");
+    EXPECT_EQ(terminal.status("80A80000098307"
+                              "01"
+                              "000000010000"),
+              "9000");
     terminal.records = terminal.data("00B2011400");
     EXPECT_EQ(terminal.generate("80", 0x8C)[0], 0x00);
 
@@ -511,12 +521,16 @@ TEST(IssuerScript, RightMacsOverWrongData)
 TEST(IssuerScript, SeveralTemplatesRepeatedRawAndWithoutIdentifier)
 {
     const Terminal terminal = started();
-    const auto result =
-        issuerWith({{"scripts",
-                     {{{"template", "71"}, {"commands", {{{"raw", "0084000008"}, {"repeat", 3}}}}},
-                      {{"commands", {{{"raw", ""}}}}}}}})
-            .authorise(terminal.text(false));
-    EXPECT_EQ(result.text.substr(24), "7115" "86050084000008" "86050084000008" "86050084000008" "7202" "8600");
+    const auto result = issuerWith({{"scripts",
+                                     {{{"template", "71"}, {"commands", {{{"raw", "0084000008"}, {"repeat", 3}}}}},
+                                      {{"commands", {{{"raw", ""}}}}}}}})
+                            .authorise(terminal.text(false));
+    EXPECT_EQ(result.text.substr(24), "7115"
+                                      "86050084000008"
+                                      "86050084000008"
+                                      "86050084000008"
+                                      "7202"
+                                      "8600");
     EXPECT_EQ(result.scripts.size(), 4U);
 }
 

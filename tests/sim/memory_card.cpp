@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // The simulated memory card: keys, access conditions, value blocks, image files.
 #include "sim/cards/memory_card.h"
+
 #include "sim/profiles/profile.h"
 #include "support/line.h"
 #include "support/scripted_reader.h"
 
+#include <climits>
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
@@ -12,7 +14,6 @@
 
 #include <algorithm>
 #include <array>
-#include <climits>
 #include <fstream>
 #include <stdexcept>
 
@@ -31,14 +32,18 @@ const Bytes kKeyB = fromHex("B0B1B2B3B4B5");
 Bytes accessBits(const std::array<std::string, 4>& conditions)
 {
     unsigned c[3] = {0, 0, 0};
-    for (unsigned group = 0; group < 4; ++group)
-        for (unsigned bit = 0; bit < 3; ++bit)
-            if (conditions[group][bit] == '1')
+    for (unsigned group = 0; group < 4; ++group) {
+        for (unsigned bit = 0; bit < 3; ++bit) {
+            if (conditions[group][bit] == '1') {
                 c[bit] |= 1U << group;
+            }
+        }
+    }
     const unsigned bytes[3] = {(~c[1] & 0xFU) << 4 | (~c[0] & 0xFU), c[0] << 4 | (~c[2] & 0xFU), c[2] << 4 | c[1]};
     Bytes result;
-    for (const unsigned byte : bytes)
+    for (const unsigned byte : bytes) {
         result.push_back(static_cast<std::uint8_t>(byte));
+    }
     return result;
 }
 
@@ -75,7 +80,7 @@ TEST(SimMemoryCard, ADeliveredCardOpensWithTheDeliveryKeysAndIsFree)
     for (unsigned block = 0; block < 64; ++block) {
         ASSERT_TRUE(card.authenticate(block, Key::A, kDelivered)) << block;
         const bool last = block % 4 == 3;
-        EXPECT_EQ(toHex(card.read(block).value()), last          ? "000000000000FF078069FFFFFFFFFFFF"
+        EXPECT_EQ(toHex(card.read(block).value()), last         ? "000000000000FF078069FFFFFFFFFFFF"
                                                    : block == 0 ? "01020304040000000000000000000000"
                                                                 : std::string(32, '0'))
             << block;
@@ -100,8 +105,9 @@ TEST(SimMemoryCard, TheLargeCardHasLongSectorsAtItsEnd)
     Bytes last = trailer({"000", "111", "000", "001"});
     card.setBlock(255, last);
     ASSERT_TRUE(card.authenticate(247, Key::A, kKeyA));
-    for (unsigned block = 240; block < 255; ++block)
+    for (unsigned block = 240; block < 255; ++block) {
         EXPECT_EQ(card.read(block).has_value(), block < 245 || block > 249) << block;
+    }
     EXPECT_TRUE(card.read(255));
     EXPECT_FALSE(card.read(239));
     ASSERT_TRUE(card.authenticate(127, Key::A, kDelivered)); // the last of the short sectors
@@ -172,7 +178,11 @@ TEST(SimMemoryCard, AWriteOfAnotherSizeIsRefused)
 // For each condition of a data block, what key A may, then key B: r w + -
 TEST(SimMemoryCard, DataBlocksObeyTheirConditions)
 {
-    struct { const char* condition; const char* a; const char* b; } table[] = {
+    struct {
+        const char* condition;
+        const char* a;
+        const char* b;
+    } table[] = {
         {"000", "rw+-", "rw+-"}, {"010", "r   ", "r   "}, {"100", "r   ", "rw  "}, {"110", "r  -", "rw+-"},
         {"001", "r  -", "r  -"}, {"011", "    ", "rw  "}, {"101", "    ", "r   "}, {"111", "    ", "    "},
     };
@@ -182,14 +192,18 @@ TEST(SimMemoryCard, DataBlocksObeyTheirConditions)
             SectorCard card = cardWith(row.condition, "011"); // key B cannot be read, so it may authenticate
             ASSERT_TRUE(open(card, key));
             std::string allowed = "    ";
-            if (card.read(4))
+            if (card.read(4)) {
                 allowed[0] = 'r';
-            if (card.write(5, ValueBlock{7, 5}.encode()))
+            }
+            if (card.write(5, ValueBlock{7, 5}.encode())) {
                 allowed[1] = 'w';
-            if (card.increment(4, 1))
+            }
+            if (card.increment(4, 1)) {
                 allowed[2] = '+';
-            if (card.decrement(4, 1))
+            }
+            if (card.decrement(4, 1)) {
                 allowed[3] = '-';
+            }
             EXPECT_EQ(allowed, expected) << row.condition << (key == Key::A ? " key A" : " key B");
             EXPECT_EQ(card.restore(4), expected[3] == '-') << row.condition;
             EXPECT_EQ(card.transfer(5), expected[3] == '-') << row.condition;
@@ -213,7 +227,9 @@ TEST(SimMemoryCard, EachBlockOfASectorHasItsOwnCondition)
 // b = key B.
 TEST(SimMemoryCard, TrailersObeyTheirConditions)
 {
-    struct Row { const char *condition, *writeA, *readA, *writeB, *readB; };
+    struct Row {
+        const char *condition, *writeA, *readA, *writeB, *readB;
+    };
     const Row table[] = {
         {"000", "a b", " cb", "   ", "---"}, {"010", "   ", " cb", "   ", "---"}, {"100", "   ", " c ", "a b", " c "},
         {"110", "   ", " c ", "   ", " c "}, {"001", "acb", " cb", "   ", "---"}, {"011", "   ", " c ", "acb", " c "},
@@ -287,8 +303,14 @@ TEST(SimMemoryCard, ANewKeyCountsFromTheNextAuthentication)
 
 TEST(SimValueBlock, HasThreeCopiesAndItsAddress)
 {
-    EXPECT_EQ(toHex(ValueBlock{0x01020304, 0x08}.encode()), "04030201" "FBFCFDFE" "04030201" "08F708F7");
-    EXPECT_EQ(toHex(ValueBlock{-1, 0xFF}.encode()), "FFFFFFFF" "00000000" "FFFFFFFF" "FF00FF00");
+    EXPECT_EQ(toHex(ValueBlock{0x01020304, 0x08}.encode()), "04030201"
+                                                            "FBFCFDFE"
+                                                            "04030201"
+                                                            "08F708F7");
+    EXPECT_EQ(toHex(ValueBlock{-1, 0xFF}.encode()), "FFFFFFFF"
+                                                    "00000000"
+                                                    "FFFFFFFF"
+                                                    "FF00FF00");
     for (const std::int32_t value : {0, 1, -1, 12500, INT32_MAX, INT32_MIN}) {
         const auto decoded = ValueBlock::decode(ValueBlock{value, 7}.encode());
         ASSERT_TRUE(decoded) << value;
@@ -357,8 +379,9 @@ protected:
     }
     void TearDown() override
     {
-        for (const char* name : {"/card.image", "/card.image.new", "/card.json"})
+        for (const char* name : {"/card.image", "/card.image.new", "/card.json"}) {
             ::unlink((directory + name).c_str());
+        }
         ::rmdir(directory.c_str());
     }
     void writeFile(const std::string& text) const { std::ofstream(path) << text; }
@@ -374,8 +397,9 @@ protected:
     static std::string lines(unsigned count)
     {
         std::string text;
-        while (count-- > 0)
+        while (count-- > 0) {
             text += std::string(32, '0') + "\n";
+        }
         return text;
     }
 };
@@ -384,8 +408,9 @@ TEST_F(SimImage, WhatIsSavedIsLoaded)
 {
     for (const std::size_t size : {SectorCard::kSmall, SectorCard::kLarge}) {
         std::vector<Bytes> blocks;
-        for (std::size_t i = 0; i < size; ++i)
+        for (std::size_t i = 0; i < size; ++i) {
             blocks.emplace_back(16, static_cast<std::uint8_t>(i * 7));
+        }
         saveImage(path, blocks);
         EXPECT_EQ(loadImage(path), blocks);
     }

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // The simulated reader by the bytes on its line. Frames are written by the test support, not by the reader's own code.
-#include "sim/profiles/profile.h"
-#include "sim/reader/pty_port.h"
-#include "sim/reader/fault.h"
 #include "sim/reader/reader.h"
+
 #include "sim/cards/transcript_card.h"
+#include "sim/profiles/profile.h"
+#include "sim/reader/fault.h"
+#include "sim/reader/pty_port.h"
 #include "support/line.h"
 #include "support/scripted_reader.h"
 
@@ -85,8 +86,9 @@ struct OneBlockCard : MemoryCard {
 Bytes joined(const std::vector<Reader::Output>& outputs)
 {
     Bytes all;
-    for (const auto& output : outputs)
+    for (const auto& output : outputs) {
         all.insert(all.end(), output.bytes.begin(), output.bytes.end());
+    }
     return all;
 }
 
@@ -121,8 +123,9 @@ TEST_F(SimReader, AFrameIsTheSameInWhateverPiecesItComes)
         EXPECT_EQ(send({whole.begin(), at}), "") << cut;
         EXPECT_EQ(send({at, whole.end()}), answer) << cut;
     }
-    for (std::size_t i = 0; i + 1 < whole.size(); ++i)
+    for (std::size_t i = 0; i + 1 < whole.size(); ++i) {
         EXPECT_EQ(send({whole[i]}), "") << i;
+    }
     EXPECT_EQ(send({whole.back()}), answer);
 }
 
@@ -130,7 +133,16 @@ TEST_F(SimReader, AnAnswerHasTheFrameOfACommand)
 {
     reader.insert(Slot::Contact, card);
     // 0006 32 00 3B 02 14 50, check 32^00^3B^02^14^50 = 4F
-    EXPECT_EQ(command("3222018000"), "02" "30303036" "3332" "3030" "333B" "3032" "3134" "3530" "343F" "03");
+    EXPECT_EQ(command("3222018000"), "02"
+                                     "30303036"
+                                     "3332"
+                                     "3030"
+                                     "333B"
+                                     "3032"
+                                     "3134"
+                                     "3530"
+                                     "343F"
+                                     "03");
 }
 
 TEST_F(SimReader, TwoFramesInOnePieceGetTwoAnswers)
@@ -147,10 +159,14 @@ TEST_F(SimReader, EveryWayAFrameCanBeWrongIsAnsweredWithF0AndNotCarriedOut)
     ASSERT_EQ(send(good), reply(0));
     reader.clearHistory();
 
-    struct { std::size_t at; std::uint8_t byte; const char* event; } cases[] = {
-        {1, 0x31, "bad frame: length"},      {4, 0x35, "bad frame: length"},  {4, 0x33, "bad frame: length"},
-        {5, 0x41, "bad frame: characters"},  {6, 0x2F, "bad frame: characters"}, {8, 0x40, "bad frame: characters"},
-        {2, 0xB0, "bad frame: characters"},  {13, 0x30, "bad frame: check"},  {14, 0x30, "bad frame: check"},
+    struct {
+        std::size_t at;
+        std::uint8_t byte;
+        const char* event;
+    } cases[] = {
+        {1, 0x31, "bad frame: length"},     {4, 0x35, "bad frame: length"},     {4, 0x33, "bad frame: length"},
+        {5, 0x41, "bad frame: characters"}, {6, 0x2F, "bad frame: characters"}, {8, 0x40, "bad frame: characters"},
+        {2, 0xB0, "bad frame: characters"}, {13, 0x30, "bad frame: check"},     {14, 0x30, "bad frame: check"},
         {12, 0x31, "bad frame: check"},
     };
     for (const auto& c : cases) {
@@ -166,8 +182,12 @@ TEST_F(SimReader, EveryWayAFrameCanBeWrongIsAnsweredWithF0AndNotCarriedOut)
 
 TEST_F(SimReader, AFrameTooShortForItsOwnLengthIsBad)
 {
-    for (const char* text : {"0203", "023003", "0230303003", "0230303030" "3003", "02303030303003"})
+    for (const char* text : {"0203", "023003", "0230303003",
+                             "0230303030"
+                             "3003",
+                             "02303030303003"}) {
         EXPECT_EQ(sendHex(text), reply(0xF0)) << text;
+    }
     EXPECT_EQ(sendHex("02 30303030 3030 03"), reply(0xE0)); // a command of no bytes: a frame, but no known command
 }
 
@@ -215,11 +235,13 @@ TEST_F(SimReader, TheSpeedFollowsTheEscapeSequences)
 
 TEST_F(SimReader, AnEscapeSequenceIsTheSameInSinglePieces)
 {
-    for (const std::uint8_t byte : fromHex("1B244932"))
+    for (const std::uint8_t byte : fromHex("1B244932")) {
         EXPECT_EQ(send({byte}), "");
+    }
     EXPECT_EQ(reader.listeningSpeed(), 38400);
-    for (const std::uint8_t byte : fromHex("1B24421B2541"))
+    for (const std::uint8_t byte : fromHex("1B24421B2541")) {
         EXPECT_EQ(send({byte}), "");
+    }
     EXPECT_EQ(reader.listeningSpeed(), 9600);
 }
 
@@ -246,8 +268,8 @@ TEST_F(SimReader, TheVersionIsToldAt9600Only)
     EXPECT_EQ(sendHex("1B4B544C564E"), "5639");
     reader.setVersion("");
     EXPECT_EQ(sendHex("1B4B544C564E"), "");
-    EXPECT_EQ(reader.events(), (Strings{"version", "switch 38400", "version ignored at 38400", "switch 9600", "version",
-                                        "version"}));
+    EXPECT_EQ(reader.events(),
+              (Strings{"version", "switch 38400", "version ignored at 38400", "switch 9600", "version", "version"}));
 }
 
 TEST_F(SimReader, BytesAtAnotherSpeedAreGarbage)
@@ -271,8 +293,9 @@ TEST_F(SimReader, NoByteAtAnotherSpeedIsTakenForTheBeginningOfAnything)
 {
     reader.checkLineSpeed(true);
     Bytes all;
-    for (unsigned b = 0; b < 256; ++b)
+    for (unsigned b = 0; b < 256; ++b) {
         all.push_back(static_cast<std::uint8_t>(b));
+    }
     EXPECT_EQ(send(all, 38400), "");
     EXPECT_EQ(reader.events(), Strings{"garbage: 256 bytes at 38400"});
 }
@@ -302,7 +325,10 @@ TEST_F(SimReader, EmptySlotsSayNoCard)
 
 TEST_F(SimReader, EverySlotHasItsOwnCard)
 {
-    struct { Slot slot; const char* byte; } slots[] = {
+    struct {
+        Slot slot;
+        const char* byte;
+    } slots[] = {
         {Slot::Contact, "00"}, {Slot::Psam1, "10"}, {Slot::Psam2, "11"}, {Slot::Psam3, "12"}, {Slot::Psam4, "13"}};
     std::vector<std::shared_ptr<EchoCard>> cards;
     for (const auto& s : slots) {
@@ -319,8 +345,9 @@ TEST_F(SimReader, EverySlotHasItsOwnCard)
         EXPECT_EQ(command("3223" + byte), reply(0));
         EXPECT_FALSE(reader.powered(s.slot));
     }
-    for (std::size_t i = 0; i < cards.size(); ++i)
+    for (std::size_t i = 0; i < cards.size(); ++i) {
         EXPECT_EQ(cards[i]->log, (Strings{"on", std::string("80CA9F36") + slots[i].byte, "off"})) << i;
+    }
 }
 
 TEST_F(SimReader, ACardInTheFieldIsActivatedAndSpokenToUnderFF)
@@ -389,15 +416,38 @@ TEST_F(SimReader, ACardModelThatFailsDoesNotTakeTheReaderAlong)
 TEST_F(SimReader, UnknownCommandsSlotsAndParametersAreRefused)
 {
     reader.insert(Slot::Contact, card);
-    for (const char* text : {"3200", "32270000", "3245", "3122018000", "32"})
+    for (const char* text : {"3200", "32270000", "3245", "3122018000", "32"}) {
         EXPECT_EQ(command(text), reply(0xE0)) << text;
-    for (const char* text : {"3222018001", "322201800F", "3222018014", "32220180FF", "322320", "3223FF", "322614 00A4"})
+    }
+    for (const char* text :
+         {"3222018001", "322201800F", "3222018014", "32220180FF", "322320", "3223FF", "322614 00A4"}) {
         EXPECT_EQ(command(text), reply(0x0A)) << text;
-    for (const char* text : {"32220180", "322201800000", "3222008000", "3222018100", "3223", "32230000", "322401",
-                             "32240181", "3224018000", "3225", "322500", "32250100", "3225000000", "322600", "3226",
-                             "32410101", "324101", "324204 60 FFFFFFFFFF", "324204 60 FFFFFFFFFFFFFF", "3243",
-                             "32430404", "324404", "324404 00"})
+    }
+    for (const char* text : {"32220180",
+                             "322201800000",
+                             "3222008000",
+                             "3222018100",
+                             "3223",
+                             "32230000",
+                             "322401",
+                             "32240181",
+                             "3224018000",
+                             "3225",
+                             "322500",
+                             "32250100",
+                             "3225000000",
+                             "322600",
+                             "3226",
+                             "32410101",
+                             "324101",
+                             "324204 60 FFFFFFFFFF",
+                             "324204 60 FFFFFFFFFFFFFF",
+                             "3243",
+                             "32430404",
+                             "324404",
+                             "324404 00"}) {
         EXPECT_EQ(command(text), reply(0xE1)) << text;
+    }
     EXPECT_TRUE(card->log.empty());
 }
 
@@ -429,12 +479,15 @@ TEST_F(SimReader, TheKeyModeNamesTheKey)
 {
     reader.insert(memory);
     command("32410100");
-    for (const char* a : {"60", "41", "00"})
+    for (const char* a : {"60", "41", "00"}) {
         EXPECT_EQ(command(std::string("324208") + a + "010203040506"), reply(0)) << a;
-    for (const char* b : {"61", "42", "01"})
+    }
+    for (const char* b : {"61", "42", "01"}) {
         EXPECT_EQ(command(std::string("324208") + b + "010203040506"), reply(0)) << b;
-    for (const char* neither : {"02", "30", "62", "FF"})
+    }
+    for (const char* neither : {"02", "30", "62", "FF"}) {
         EXPECT_EQ(command(std::string("324208") + neither + "010203040506"), reply(0xE1)) << neither;
+    }
     const std::string a = "8 A 010203040506", b = "8 B 010203040506";
     EXPECT_EQ(memory->log, (Strings{"on", a, a, a, b, b, b}));
 }
@@ -605,7 +658,13 @@ TEST_F(SimReader, FaultsCanBeBoundToAnOperationAndCombined)
 
 TEST(SimFault, TheTextFormsAreRead)
 {
-    struct { const char* text; Fault::Kind kind; int value; int command; int operation; } cases[] = {
+    struct {
+        const char* text;
+        Fault::Kind kind;
+        int value;
+        int command;
+        int operation;
+    } cases[] = {
         {"status=06@3", Fault::Kind::Status, 6, 3, -1},     {"status=ff", Fault::Kind::Status, 255, 0, -1},
         {"status=0", Fault::Kind::Status, 0, 0, -1},        {"silence@4", Fault::Kind::Silence, 0, 4, -1},
         {"silence", Fault::Kind::Silence, 0, 0, -1},        {"noise=5", Fault::Kind::Noise, 5, 0, -1},
@@ -627,12 +686,15 @@ TEST(SimFault, TheTextFormsAreRead)
 TEST(SimFault, OtherTextsAreRefused)
 {
     for (const char* text :
-         {"", "statu=06", "status", "status=", "status=100", "status=-1", "status=0x6", "status=g", "Status=06",
-          "silence=1", "noise", "noise=0", "noise=x", "noise=-5", "noise=5 ", " noise=5", "short", "short=0", "long=",
-          "noend=1", "check=1", "delay", "delay=0", "delay=99999999999999999999", "pull@0", "pull@", "pull@x",
-          "pull@-1", "pull/", "pull/100", "pull/x", "pull/26@3", "status@3=06", "pull@1@2", "pull/1/2", "@3", "/26",
-          "=06"})
+         {"",           "statu=06",  "status",      "status=",   "status=100", "status=-1",
+          "status=0x6", "status=g",  "Status=06",   "silence=1", "noise",      "noise=0",
+          "noise=x",    "noise=-5",  "noise=5 ",    " noise=5",  "short",      "short=0",
+          "long=",      "noend=1",   "check=1",     "delay",     "delay=0",    "delay=99999999999999999999",
+          "pull@0",     "pull@",     "pull@x",      "pull@-1",   "pull/",      "pull/100",
+          "pull/x",     "pull/26@3", "status@3=06", "pull@1@2",  "pull/1/2",   "@3",
+          "/26",        "=06"}) {
         EXPECT_FALSE(parseFault(text)) << text;
+    }
 }
 
 // ---------------------------------------------------------------- transcripts
@@ -644,8 +706,7 @@ TranscriptCard::Pair pair(const std::string& command, const std::string& respons
 
 TEST(SimTranscript, TheFirstFittingPairAnswers)
 {
-    TranscriptCard card(fromHex("3B00"),
-                        {pair("00B2 01 ?? 00", "019000"), pair("00B2*", "6A83"), pair("0084", "6700")},
+    TranscriptCard card(fromHex("3B00"), {pair("00B2 01 ?? 00", "019000"), pair("00B2*", "6A83"), pair("0084", "6700")},
                         TranscriptCard::Order::Any, fromHex("6D00"));
     EXPECT_EQ(toHex(card.powerOn()), "3B00");
     for (int turn = 0; turn < 2; ++turn) {
@@ -661,8 +722,9 @@ TEST(SimTranscript, ACommandListedAgainGetsItsResponsesInTurn)
 {
     TranscriptCard card({}, {pair("0084", "01"), pair("0084", "02")}, TranscriptCard::Order::Any, {});
     const auto next = [&card] { return toHex(card.transmit(fromHex("0084"))); };
-    for (const char* response : {"01", "02", "02"})
+    for (const char* response : {"01", "02", "02"}) {
         EXPECT_EQ(next(), response);
+    }
     card.powerOn();
     EXPECT_EQ(next(), "01");
 }
@@ -682,8 +744,9 @@ TEST(SimTranscript, AStrictTranscriptKeepsItsOrder)
 
 TEST(SimTranscript, PatternsThatAreNoneAreRefused)
 {
-    for (const char* text : {"0", "0G", "?", "0?", "00*01", "**", "00 A"})
+    for (const char* text : {"0", "0G", "?", "0?", "00*01", "**", "00 A"}) {
         EXPECT_FALSE(TranscriptCard::parsePattern(text)) << text;
+    }
 }
 
 // ---------------------------------------------------------------- profiles
@@ -733,7 +796,10 @@ TEST_F(SimProfile, ComplaintsNameFilePlaceAndWhatIsExpected)
 {
     const std::string transcript = R"("type":"transcript","atr":"3B00")";
     const auto withCard = [](const std::string& card) { return R"({"cards":[)" + card + "]}"; };
-    struct { std::string json; const char* text; } cases[] = {
+    struct {
+        std::string json;
+        const char* text;
+    } cases[] = {
         {"[]", "dir/test.json: profile: expected an object, found []"},
         {R"({"card":[]})", "dir/test.json: profile.card: unknown here; known are name, comment, version, cards, "
                            "faults, issuer"},
@@ -794,8 +860,9 @@ TEST_F(SimProfile, ComplaintsNameFilePlaceAndWhatIsExpected)
          "dir/test.json: faults[0]: expected a fault such as status=06@3, silence@4, noise=5, delay=200/26 or pull@7, "
          R"(found "stop")"},
     };
-    for (const auto& c : cases)
+    for (const auto& c : cases) {
         EXPECT_EQ(complaint(c.json), c.text) << c.json;
+    }
 }
 
 TEST_F(SimProfile, TextThatIsNoJsonIsPlaced)
@@ -816,8 +883,9 @@ TEST_F(SimProfile, AProfileWithAMistakeChangesNothing)
 TEST_F(SimProfile, ShippedProfilesAreFoundByNameAndLoad)
 {
     const Strings names = shippedProfiles();
-    for (const char* name : {"memory", "psam", "wallet"})
+    for (const char* name : {"memory", "psam", "wallet"}) {
         EXPECT_NE(std::find(names.begin(), names.end(), name), names.end()) << name;
+    }
     for (const std::string& name : names) {
         Reader fresh;
         const Profile found = findProfile(name);
@@ -869,12 +937,14 @@ TEST_F(SimProfile, TheWalletKnowsItsSecondApplicationHoweverOftenItIsAsked)
 
 // ---------------------------------------------------------------- the pseudo-terminal
 
-template <class F> bool within5s(F done)
+template <class F>
+bool within5s(F done)
 {
     const auto end = std::chrono::steady_clock::now() + 5s;
     while (!done()) {
-        if (std::chrono::steady_clock::now() > end)
+        if (std::chrono::steady_clock::now() > end) {
             return false;
+        }
         std::this_thread::sleep_for(1ms);
     }
     return true;
@@ -910,12 +980,14 @@ public:
         Bytes all;
         while (all.size() < count) {
             pollfd p{fd_, POLLIN, 0};
-            if (::poll(&p, 1, 5000) != 1)
+            if (::poll(&p, 1, 5000) != 1) {
                 break;
+            }
             std::array<std::uint8_t, 256> buffer{};
             const ssize_t n = ::read(fd_, buffer.data(), std::min(buffer.size(), count - all.size()));
-            if (n <= 0)
+            if (n <= 0) {
                 break;
+            }
             all.insert(all.end(), buffer.begin(), buffer.begin() + n);
         }
         return toHex(all);
@@ -1089,7 +1161,7 @@ TEST_F(SimPty, AFixedNameLeadsToTheTtyWhileItIsServed)
         ASSERT_GT(::readlink(link.c_str(), target.data(), target.size() - 1), 0);
         EXPECT_EQ(std::string(target.data()), "/dev/" + port.name());
     }
-    struct stat status{};
+    struct stat status {};
     EXPECT_NE(::lstat(link.c_str(), &status), 0);
 
     std::ofstream(link) << "a file of somebody's";

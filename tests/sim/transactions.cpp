@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // Whole transactions between the library, a card that computes and an issuer that sees nothing but the two texts.
-#include "sim/data/card_values.h"
 #include "sim/cards/crypto.h"
-#include "sim/issuer/cryptogram_text.h"
 #include "sim/cards/emv_card.h"
-#include "sim/issuer/issuer.h"
+#include "sim/data/card_values.h"
 #include "sim/data/json_node.h"
+#include "sim/issuer/cryptogram_text.h"
+#include "sim/issuer/issuer.h"
 #include "sim/profiles/profile.h"
 #include "sim/reader/reader.h"
 #include "support/transaction.h"
@@ -213,7 +213,7 @@ TEST_F(SimTransaction, TwoHundredRandomOnesAreVerifiedFromTheTextsAlone)
         contactless += way == Way::Field ? 1 : 0;
         // One in ten is large enough to be declined, two in ten to be referred.
         const std::uint64_t kind = host.below(10);
-        const std::uint64_t amount = kind == 0 ? 2000001 + host.below(2999999)
+        const std::uint64_t amount = kind == 0  ? 2000001 + host.below(2999999)
                                      : kind < 3 ? 500001 + host.below(1500000)
                                                 : host.below(500001);
         const std::string given = host.text(amount);
@@ -430,8 +430,8 @@ TEST_F(SimTransaction, LongOtherAmountOverwritesTheAmount)
 
 TEST_F(SimTransaction, LongValuesThatAreCutAreSignedAsTheyAreCut)
 {
-    const std::string given = "P0045000T0062099AAS01420260319101112K0161122334455667788U008235958FFV048" +
-                              hexOf("Corner Shop, Nanjing Rd.");
+    const std::string given =
+        "P0045000T0062099AAS01420260319101112K0161122334455667788U008235958FFV048" + hexOf("Corner Shop, Nanjing Rd.");
     EXPECT_EQ(transact(given), 0);
     for (const auto& values : {sent(0x80, listOf("8C")), sent(0x40, listOf("8D"))}) {
         EXPECT_EQ(values.at(0x9C), "20");

@@ -3,18 +3,19 @@
 // compile alone; and what we rely on: includes that only point down. Tools and paths come from the build.
 #include <gtest/gtest.h>
 
+#include <regex.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <regex.h>
 #include <set>
 #include <sstream>
 #include <string>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <vector>
 
 namespace fs = std::filesystem;
@@ -163,7 +164,7 @@ TEST_F(BuiltLibrary, ExportsTheCommittedNamesAndNoOthers)
 
 TEST_F(BuiltLibrary, ExportsItsGlobalsWithTheirSizes)
 {
-    const std::map<std::string, int> sizes = {{"DbgString", 512},     {"gcTagName", 432},      {"m_VrICType", 1},
+    const std::map<std::string, int> sizes = {{"DbgString", 512},       {"gcTagName", 432},    {"m_VrICType", 1},
                                               {"vr_comportparam", 128}, {"vr_comportmode", 4}, {"m_portmode", 4},
                                               {"vrdk03com_handle", 4}};
     const std::string symbols = readelf("--dyn-syms");
@@ -251,7 +252,8 @@ protected:
 std::string headerName(const ::testing::TestParamInfo<const char*>& info)
 {
     std::string name = info.param;
-    std::replace_if(name.begin(), name.end(), [](char c) { return c == '/' || c == '.'; }, '_');
+    std::replace_if(
+        name.begin(), name.end(), [](char c) { return c == '/' || c == '.'; }, '_');
     return name;
 }
 

@@ -20,10 +20,7 @@ inline std::string repeated(const std::string& hex, std::size_t times)
 
 inline std::string hexByte(std::size_t value) { return toHex({static_cast<std::uint8_t>(value)}); }
 
-inline std::string hexOf(const std::string& characters)
-{
-    return toHex(Bytes(characters.begin(), characters.end()));
-}
+inline std::string hexOf(const std::string& characters) { return toHex(Bytes(characters.begin(), characters.end())); }
 
 inline std::string withoutBlanks(const std::string& hex) { return toHex(fromHex(hex)); }
 

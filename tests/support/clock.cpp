@@ -82,8 +82,7 @@ int usleep(unsigned microseconds)
 {
     if (!state().frozen) {
         timespec left{microseconds / 1000000, std::int64_t{microseconds % 1000000} * 1000};
-        while (nanosleep(&left, &left) != 0 && errno == EINTR) {
-        }
+        while (nanosleep(&left, &left) != 0 && errno == EINTR) {}
         return 0;
     }
     state().sleeps.push_back(microseconds);

@@ -24,9 +24,11 @@ int check(int result, const char* what)
 
 int bitsPerSecond(speed_t code)
 {
-    static const struct { speed_t code; int speed; } table[] = {
-        {B1200, 1200},   {B2400, 2400},   {B4800, 4800},     {B9600, 9600},
-        {B19200, 19200}, {B38400, 38400}, {B115200, 115200},
+    static const struct {
+        speed_t code;
+        int speed;
+    } table[] = {
+        {B1200, 1200}, {B2400, 2400}, {B4800, 4800}, {B9600, 9600}, {B19200, 19200}, {B38400, 38400}, {B115200, 115200},
     };
     for (const auto& row : table) {
         if (row.code == code) {
@@ -117,14 +119,14 @@ void Line::forget()
 
 int Line::speed() const
 {
-    struct termios now{};
+    struct termios now {};
     check(tcgetattr(keeper_, &now), "tcgetattr");
     return bitsPerSecond(cfgetospeed(&now));
 }
 
 struct termio Line::settings() const
 {
-    struct termio now{};
+    struct termio now {};
     check(ioctl(keeper_, TCGETA, &now), "TCGETA");
     return now;
 }

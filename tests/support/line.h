@@ -24,14 +24,14 @@ public:
     Line(const Line&) = delete;
     Line& operator=(const Line&) = delete;
 
-    const std::string& port() const { return port_; }                     // "pts/3"
+    const std::string& port() const { return port_; } // "pts/3"
     std::string param(const std::string& tail = ":9600,N,8,1") const { return port_ + tail; }
 
     // Who answers: called with the bytes that came and the speed the host has set, whenever the host waits.
     std::function<void(const Bytes& bytes, int speed)> onBytes;
 
-    void send(const Bytes& bytes);                    // to the host
-    void sendLater(const Bytes& bytes, int afterMs);  // when that much of the host's time has passed
+    void send(const Bytes& bytes);                   // to the host
+    void sendLater(const Bytes& bytes, int afterMs); // when that much of the host's time has passed
 
     // What the host sent so far, a piece each time it waited: "1B244932@9600".
     const std::vector<std::string>& pieces() const { return pieces_; }
@@ -41,12 +41,15 @@ public:
     int speed() const;              // bits per second, as set now
     struct termio settings() const; // as set now
     void setSettings(const struct termio& settings);
-    void hangUp();                  // the other end goes away
+    void hangUp(); // the other end goes away
 
     void serve(); // what Clock::onSleep calls
 
 private:
-    struct Pending { std::int64_t due; Bytes bytes; };
+    struct Pending {
+        std::int64_t due;
+        Bytes bytes;
+    };
     int master_ = -1;
     int keeper_ = -1; // keeps the tty alive between two openings
     std::string port_;

@@ -55,7 +55,10 @@ bool decodeFrame(const Bytes& text, Bytes& content, std::string& reason)
     return true;
 }
 
-const struct { const char* bytes; const char* name; } kSequences[] = {
+const struct {
+    const char* bytes;
+    const char* name;
+} kSequences[] = {
     {"1B244932", "ESC $ I 2"},
     {"1B244934", "ESC $ I 4"},
     {"1B24421B2541", "ESC $ B ESC % A"},
@@ -121,10 +124,7 @@ ScriptedReader& ScriptedReader::slot(std::uint8_t slotByte)
     return *this;
 }
 
-ScriptedReader& ScriptedReader::powerOn(const std::string& atr)
-{
-    return slot(0x00).command("32 22 01 80 00", atr);
-}
+ScriptedReader& ScriptedReader::powerOn(const std::string& atr) { return slot(0x00).command("32 22 01 80 00", atr); }
 
 ScriptedReader& ScriptedReader::powerOnField(const std::string& answer)
 {

@@ -14,8 +14,8 @@
 namespace vorn::test {
 
 // The reader's frames, written independently of the library.
-Bytes frame(const Bytes& content);                                          // STX length content check ETX
-Bytes replyFrame(std::uint8_t status, const Bytes& payload);                // content: 32 status payload
+Bytes frame(const Bytes& content);                           // STX length content check ETX
+Bytes replyFrame(std::uint8_t status, const Bytes& payload); // content: 32 status payload
 
 class ScriptedReader {
 public:
@@ -31,7 +31,7 @@ public:
     ScriptedReader& slot(std::uint8_t slotByte);
     ScriptedReader& powerOn(const std::string& atr = "3B00");
     ScriptedReader& powerOnField(const std::string& answer = "3B80"); // after an empty contact slot
-    ScriptedReader& powerOff();                                        // of the slot set
+    ScriptedReader& powerOff();                                       // of the slot set
     ScriptedReader& apdu(const std::string& commandApdu, const std::string& responseApdu);
 
     bool done() const { return steps_.empty(); }
@@ -44,7 +44,11 @@ public:
     // Each frame's speed must be 38400, or the test fails.
 
 private:
-    struct Step { Bytes command; Bytes answer; bool answered; };
+    struct Step {
+        Bytes command;
+        Bytes answer;
+        bool answered;
+    };
     void receive(const Bytes& bytes, int speed);
     void handleFrame(const Bytes& text, int speed);
     Line& line_;
@@ -80,7 +84,7 @@ protected:
 
 private:
     std::string directory_;
-    struct termio original_{};
+    struct termio original_ {};
 };
 
 std::string fileText(const std::string& path);

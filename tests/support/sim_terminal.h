@@ -85,10 +85,12 @@ public:
 
     // The terminal's data objects; those that are not here are filled with zeros.
     std::map<sim::tlv::Tag, sim::Bytes> objects = {
-        {0x9F02, unhex("000000010000")}, {0x9F03, unhex("000000000000")}, {0x9F1A, unhex("0156")},
-        {0x95, unhex("0000000800")},     {0x5F2A, unhex("0156")},         {0x9A, unhex("230315")},
-        {0x9F21, unhex("101112")},       {0x9C, unhex("01")},             {0x9F37, unhex("1E78EEBC")},
-        {0x9F7A, unhex("01")},           {0x9F4E, sim::Bytes(20, 0x41)},
+        {0x9F02, unhex("000000010000")}, {0x9F03, unhex("000000000000")},
+        {0x9F1A, unhex("0156")},         {0x95, unhex("0000000800")},
+        {0x5F2A, unhex("0156")},         {0x9A, unhex("230315")},
+        {0x9F21, unhex("101112")},       {0x9C, unhex("01")},
+        {0x9F37, unhex("1E78EEBC")},     {0x9F7A, unhex("01")},
+        {0x9F4E, sim::Bytes(20, 0x41)},
     };
 
     sim::Bytes fill(const sim::Bytes& list) const
@@ -110,10 +112,7 @@ public:
         return header + sim::toHex({static_cast<std::uint8_t>(data.size())}) + sim::toHex(data);
     }
 
-    void select(const std::string& aid = "A000000333010101")
-    {
-        fci = data(command("00A40400", unhex(aid)));
-    }
+    void select(const std::string& aid = "A000000333010101") { fci = data(command("00A40400", unhex(aid))); }
 
     // Selects, starts the transaction and reads the records that the card names.
     void begin(const std::string& aid = "A000000333010101")
@@ -124,8 +123,8 @@ public:
         auto both = sim::tlv::find(options, 0x80);
         aip =
             both ? sim::Bytes(both->begin(), both->begin() + 2) : sim::tlv::find(options, 0x82).value_or(sim::Bytes());
-        const sim::Bytes afl = both ? sim::Bytes(both->begin() + 2, both->end())
-                                    : sim::tlv::find(options, 0x94).value_or(sim::Bytes());
+        const sim::Bytes afl =
+            both ? sim::Bytes(both->begin() + 2, both->end()) : sim::tlv::find(options, 0x94).value_or(sim::Bytes());
         records.clear();
         for (std::size_t at = 0; at + 4 <= afl.size(); at += 4) {
             for (unsigned number = afl[at + 1]; number <= afl[at + 2]; ++number) {
@@ -160,12 +159,11 @@ public:
             return item(tc ? tag >> 8 : tag, value);
         };
         const auto card = [this](sim::tlv::Tag tag) { return sim::tlv::find(records, tag).value_or(sim::Bytes()); };
-        return item(0x9F26, part(3, 11)) + item(0x9F27, part(0, 1)) + item(0x9F10, part(11, cryptogram.size()))
-               + item(0x9F37, objects.at(0x9F37)) + item(0x9F36, part(1, 3)) + item(0x95, objects.at(0x95)) + register_
-               + item(0x9A, objects.at(0x9A)) + item(0x9C, objects.at(0x9C)) + cut(0x9F02, objects.at(0x9F02))
-               + cut(0x5F2A, objects.at(0x5F2A)) + item(0x5A, card(0x5A)) + item(0x5F34, card(0x5F34))
-               + item(0x82, aip) + cut(0x9F1A, objects.at(0x9F1A)) + cut(0x9F03, objects.at(0x9F03))
-               + "9F330320A100";
+        return item(0x9F26, part(3, 11)) + item(0x9F27, part(0, 1)) + item(0x9F10, part(11, cryptogram.size())) +
+               item(0x9F37, objects.at(0x9F37)) + item(0x9F36, part(1, 3)) + item(0x95, objects.at(0x95)) + register_ +
+               item(0x9A, objects.at(0x9A)) + item(0x9C, objects.at(0x9C)) + cut(0x9F02, objects.at(0x9F02)) +
+               cut(0x5F2A, objects.at(0x5F2A)) + item(0x5A, card(0x5A)) + item(0x5F34, card(0x5F34)) + item(0x82, aip) +
+               cut(0x9F1A, objects.at(0x9F1A)) + cut(0x9F03, objects.at(0x9F03)) + "9F330320A100";
     }
     void setRegisterItem(const std::string& hex) { register_ = hex; } // 9F13, or what stands in its place
 

@@ -10,9 +10,9 @@ namespace vorn::test {
 
 struct Row {
     std::string name;
-    std::string text;           // kNumberText is put in front when it has no K of its own
-    DataObjects asked;          // what differs from terminalObjects() in the lists' values
-    DataObjects written = {};   // what differs from those in the ARQC text
+    std::string text;         // kNumberText is put in front when it has no K of its own
+    DataObjects asked;        // what differs from terminalObjects() in the lists' values
+    DataObjects written = {}; // what differs from those in the ARQC text
 };
 
 inline std::ostream& operator<<(std::ostream& out, const Row& row) { return out << row.text; }
@@ -24,12 +24,24 @@ const std::string kLongName = hexOf("Corner Shop, Nanjing Rd.");
 // What a text gives within the fields' widths.
 const Row kWithin[] = {
     {"nothing but the number", "", {}},
-    {"all keys", "P012000000012345Q012000000000500J0040344L0108040048000R0040344T00220S006260319U006101112"
-                 "M00836004000N00200O012000000200000V040" + kExactName,
-     {{"9F02", "000000012345"}, {"9F03", "000000000500"}, {"9F1A", "0344"}, {"95", "8040048000"},
-      {"5F2A", "0344"}, {"9C", "20"}, {"9A", "260319"}, {"9F21", "101112"}, {"9F66", "36004000"},
-      {"9F7A", "00"}, {"9F7B", "000000200000"}, {"9F4E", kExactName}}},
-    {"keys in another order", "T00209R0040978P012000000000777",
+    {"all keys",
+     "P012000000012345Q012000000000500J0040344L0108040048000R0040344T00220S006260319U006101112"
+     "M00836004000N00200O012000000200000V040" +
+         kExactName,
+     {{"9F02", "000000012345"},
+      {"9F03", "000000000500"},
+      {"9F1A", "0344"},
+      {"95", "8040048000"},
+      {"5F2A", "0344"},
+      {"9C", "20"},
+      {"9A", "260319"},
+      {"9F21", "101112"},
+      {"9F66", "36004000"},
+      {"9F7A", "00"},
+      {"9F7B", "000000200000"},
+      {"9F4E", kExactName}}},
+    {"keys in another order",
+     "T00209R0040978P012000000000777",
      {{"9C", "09"}, {"5F2A", "0978"}, {"9F02", "000000000777"}}},
     {"a key given twice", "T00220T00230", {{"9C", "20"}}},
     {"unknown keys", "A0021BB006010203T00220Z000", {{"9C", "20"}}},
@@ -117,15 +129,14 @@ const Row kWithin[] = {
     // A length byte 81 is read as the beginning of a longer length field, and the length that counts is that of the
     // text's first item: 4 bytes of K, or V's own 81.
     {"V of 129 bytes behind K", "V25880" + repeated("31", 128), {{"9F4E", std::string(32, '0') + repeated("31", 4)}}},
-    {"V of 129 bytes behind P", "P012000000000100V25880" + repeated("31", 128) + kNumberText,
+    {"V of 129 bytes behind P",
+     "P012000000000100V25880" + repeated("31", 128) + kNumberText,
      {{"9F02", "000000000100"}, {"9F4E", std::string(28, '0') + repeated("31", 6)}}},
-    {"V of 129 bytes in front", "V25880" + repeated("31", 20) + repeated("32", 108) + kNumberText,
+    {"V of 129 bytes in front",
+     "V25880" + repeated("31", 20) + repeated("32", 108) + kNumberText,
      {{"9F4E", repeated("31", 20)}}},
 };
 
-inline bool hasNumber(const std::string& text)
-{
-    return text[0] == 'K' || text.find(kNumberText) != std::string::npos;
-}
+inline bool hasNumber(const std::string& text) { return text[0] == 'K' || text.find(kNumberText) != std::string::npos; }
 
 } // namespace vorn::test

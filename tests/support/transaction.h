@@ -3,9 +3,10 @@
 // carries an ordinary transaction through, and the texts for the issuer item by item.
 #pragma once
 
-#include "ICC_COMM_VORN.h"
 #include "support/card_text.h"
 #include "support/scripted_reader.h"
+
+#include "ICC_COMM_VORN.h"
 
 #include <gtest/gtest.h>
 
@@ -67,7 +68,7 @@ inline DataObjects changed(DataObjects objects, const DataObjects& changes)
     return objects;
 }
 
-const std::string kNumber = "9E37A1C4";              // the unpredictable number that most tests give
+const std::string kNumber = "9E37A1C4"; // the unpredictable number that most tests give
 const std::string kNumberText = "K008" + kNumber;
 
 // The name of the bank as it is stored, to the twentieth byte: each GBK byte as the UTF-8 of a cp1252 character.
@@ -77,9 +78,10 @@ const std::string kBankName = "C396C390C2B9C3BAC387C3A0C2BAC38CC2B4C2A2";
 // gets zeros for DF60: no format is known for it.
 inline DataObjects terminalObjects()
 {
-    return {{"9F02", "000000000000"}, {"9F03", "000000000000"}, {"9F1A", "0156"},   {"95", "0000000800"},
-            {"5F2A", "0156"},         {"9C", "01"},             {"9A", "000000"},   {"9F21", "000000"},
-            {"9F37", kNumber},        {"9F66", "F4000000"},     {"9F7A", "01"},     {"9F7B", "000001000000"},
+    return {{"9F02", "000000000000"}, {"9F03", "000000000000"}, {"9F1A", "0156"},
+            {"95", "0000000800"},     {"5F2A", "0156"},         {"9C", "01"},
+            {"9A", "000000"},         {"9F21", "000000"},       {"9F37", kNumber},
+            {"9F66", "F4000000"},     {"9F7A", "01"},           {"9F7B", "000001000000"},
             {"DF60", "00"},           {"9F4E", kBankName},      {"DF69", "01"}};
 }
 
@@ -177,10 +179,7 @@ struct CardTalk {
     {
         return way == Way::Contact ? Exchange{"3222018000", "3B00", 0} : Exchange{"32240180", "3B8001", 0};
     }
-    Exchange powerOff() const
-    {
-        return way == Way::Contact ? Exchange{"322300", "", 0} : Exchange{"32250000", "", 0};
-    }
+    Exchange powerOff() const { return way == Way::Contact ? Exchange{"322300", "", 0} : Exchange{"32250000", "", 0}; }
 
     Exchanges directory() const
     {
@@ -209,10 +208,7 @@ struct CardTalk {
     {
         return apdu("80AE" + referenceControl + "00" + hexByte(dolValues.size() / 2) + dolValues, ok(response));
     }
-    Exchange lastOnline(const std::string& response = "9F130201229000") const
-    {
-        return apdu("80CA9F1300", response);
-    }
+    Exchange lastOnline(const std::string& response = "9F130201229000") const { return apdu("80CA9F1300", response); }
 };
 
 // AIP and the records 1 and 2 of the short file 2.
@@ -285,24 +281,23 @@ protected:
     std::string firstEntry(const std::string& txData, const std::string& aidList = "", int type = 1,
                            int timeout = 5) const
     {
-        return "IC_GenARQC nPortNo:" + line.port() + ",extendPort:E7,nBaudRate:115200,nTimeout:" +
-               std::to_string(timeout) + ",pnIcType:" + std::to_string(type) + ",pszAIDlist:" + aidList +
-               ",pszTxData:" + txData + "\r\n";
+        return "IC_GenARQC nPortNo:" + line.port() +
+               ",extendPort:E7,nBaudRate:115200,nTimeout:" + std::to_string(timeout) +
+               ",pnIcType:" + std::to_string(type) + ",pszAIDlist:" + aidList + ",pszTxData:" + txData + "\r\n";
     }
     std::string secondEntry(const std::string& txData, const std::string& answer, const std::string& stateText,
                             int type = 1) const
     {
         return "IC_CtlScriptData nPortNo:" + line.port() +
-               ",extendPort:E7,nBaudRate:115200,nTimeout:5,pnIcType:" + std::to_string(type) + ",pszTxData:" +
-               txData + ",pszARPC:" + answer + ",icc_tempappdata:" + stateText + "\r\n";
+               ",extendPort:E7,nBaudRate:115200,nTimeout:5,pnIcType:" + std::to_string(type) + ",pszTxData:" + txData +
+               ",pszARPC:" + answer + ",icc_tempappdata:" + stateText + "\r\n";
     }
     static std::string errorLine(int number, int result, const std::string& tail = "")
     {
         return "[ICC/ICC_COMM_VORN:" + std::to_string(number) + "]" + std::to_string(result) + tail;
     }
 
-    const std::vector<std::string> kWholeCall = {"ESC $ I 2 at 9600", "ESC $ I 4 at 38400",
-                                                 "ESC $ B ESC % A at 9600"};
+    const std::vector<std::string> kWholeCall = {"ESC $ I 2 at 9600", "ESC $ I 4 at 38400", "ESC $ B ESC % A at 9600"};
     CardTalk card;
     int icType = 1;
     int length = -77;

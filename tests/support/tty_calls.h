@@ -15,13 +15,13 @@
 namespace vorn::test {
 
 struct TtyCalls {
-    std::vector<unsigned long> requests;      // of the terminal record, in order
-    std::vector<struct termio> applied;       // what they carried to the tty
-    int refuseGet = 0;                        // 1: the next reading of the settings is refused, 2: the one after it
-    bool refuseSet = false;                   // no settings are accepted
-    int watched = -1;                         // the descriptor whose writes are noted
-    std::vector<std::string> order;           // its writes and speeds: "write 4", "speed 000D"
-    std::vector<std::size_t> pieces;          // their sizes
+    std::vector<unsigned long> requests;        // of the terminal record, in order
+    std::vector<struct termio> applied;         // what they carried to the tty
+    int refuseGet = 0;                          // 1: the next reading of the settings is refused, 2: the one after it
+    bool refuseSet = false;                     // no settings are accepted
+    int watched = -1;                           // the descriptor whose writes are noted
+    std::vector<std::string> order;             // its writes and speeds: "write 4", "speed 000D"
+    std::vector<std::size_t> pieces;            // their sizes
     std::size_t takenOfPiece = std::size_t(-1); // a line that takes no more of each piece than this
 };
 

@@ -1,21 +1,23 @@
 // SPDX-License-Identifier: Apache-2.0
 // The service calls through the kernel's own serial driver, or through its USB stack, in real time. Each test belongs
 // to a profile of the reader's cards: Debit, Memory, Wallet, Psam.
-#include "ICC_COMM_VORN.h"
 #include "sim/issuer/issuer.h"
 #include "sim/profiles/profile.h"
 
+#include "ICC_COMM_VORN.h"
+
 #include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
 
 #include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
 #include <filesystem>
 #include <string>
-#include <sys/ioctl.h>
-#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -100,14 +102,14 @@ protected:
 private:
     struct termio settings() const
     {
-        struct termio now{};
+        struct termio now {};
         EXPECT_EQ(ioctl(tty_, TCGETA, &now), 0);
         return now;
     }
 
     std::string port_ = environment("VORN_PORT");
     int tty_ = -1;
-    struct termio settings_{};
+    struct termio settings_ {};
     std::size_t descriptors_ = 0;
 };
 
@@ -173,8 +175,7 @@ TEST_F(Debit, SaleIsVerifiedAtBothEnds)
     int arqcLength = 0;
     std::vector<char> arqc(ICC_CRYPTOGRAM_CAPACITY);
     std::vector<char> state(ICC_STATE_CAPACITY);
-    ASSERT_EQ(IC_GenARQC(port(), "", 9600, 10, &cardType, "", kTransaction, &arqcLength, arqc.data(), state.data()),
-              0);
+    ASSERT_EQ(IC_GenARQC(port(), "", 9600, 10, &cardType, "", kTransaction, &arqcLength, arqc.data(), state.data()), 0);
     const auto authorised = issuer->authorise(arqc.data());
     ASSERT_TRUE(authorised.request.verified) << authorised.request.why;
 

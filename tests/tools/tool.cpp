@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // The tool as people and scripts meet it: a program with arguments, outputs and an exit code.
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <fcntl.h>
-#include <nlohmann/json.hpp>
 #include <poll.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -50,10 +50,7 @@ enum Code {
 const std::string kPan = "6229990000710246589"; // of the profile "debit"
 const std::string kMaskedPan = "622999*********6589";
 
-fs::path tool()
-{
-    return fs::read_symlink("/proc/self/exe").parent_path().parent_path() / "vorn";
-}
+fs::path tool() { return fs::read_symlink("/proc/self/exe").parent_path().parent_path() / "vorn"; }
 
 // A directory of the test's own. The tool's temporary directories go there too.
 class Scratch {
@@ -100,11 +97,13 @@ public:
     {
         std::array<int, 2> in{}, out{}, err{};
         if (::pipe2(in.data(), O_CLOEXEC) != 0 || ::pipe2(out.data(), O_CLOEXEC) != 0 ||
-            ::pipe2(err.data(), O_CLOEXEC) != 0)
+            ::pipe2(err.data(), O_CLOEXEC) != 0) {
             std::abort();
+        }
         pid_ = ::fork();
-        if (pid_ == 0)
+        if (pid_ == 0) {
             become(scratch, arguments, in[0], results < 0 ? out[1] : results, err[1], unprivileged);
+        }
         ::close(in[0]);
         ::close(out[1]);
         ::close(err[1]);
@@ -115,8 +114,9 @@ public:
     ~Process()
     {
         for (const int fd : {in_, out_, err_}) {
-            if (fd >= 0)
+            if (fd >= 0) {
                 ::close(fd);
+            }
         }
         if (pid_ > 0) {
             ::kill(pid_, SIGKILL);
@@ -146,11 +146,13 @@ public:
         std::array<pollfd, 2> waiting{{{out_, POLLIN, 0}, {err_, POLLIN, 0}}};
         std::array<std::string*, 2> texts{&output, &errors};
         for (int open = 2; open > 0;) {
-            if (::poll(waiting.data(), waiting.size(), 60000) <= 0)
+            if (::poll(waiting.data(), waiting.size(), 60000) <= 0) {
                 return -1;
+            }
             for (std::size_t i = 0; i < 2; ++i) {
-                if (waiting[i].revents == 0)
+                if (waiting[i].revents == 0) {
                     continue;
+                }
                 std::array<char, 4096> piece{};
                 const ssize_t count = ::read(waiting[i].fd, piece.data(), piece.size());
                 if (count > 0) {
@@ -177,12 +179,14 @@ private:
         ::setenv("TMPDIR", scratch.temporary().c_str(), 1);
         const std::string program = tool().string();
         std::vector<char*> argv{const_cast<char*>(program.c_str())};
-        for (const std::string& argument : arguments)
+        for (const std::string& argument : arguments) {
             argv.push_back(const_cast<char*>(argument.c_str()));
+        }
         argv.push_back(nullptr);
         constexpr unsigned nobody = 65534;
-        if (unprivileged && (::setgid(nobody) != 0 || ::setuid(nobody) != 0))
+        if (unprivileged && (::setgid(nobody) != 0 || ::setuid(nobody) != 0)) {
             ::_exit(127);
+        }
         ::execv(program.c_str(), argv.data());
         ::_exit(127);
     }
@@ -191,8 +195,9 @@ private:
     {
         std::string line;
         char c = 0;
-        while (::read(fd, &c, 1) == 1 && c != '\n')
+        while (::read(fd, &c, 1) == 1 && c != '\n') {
             line += c;
+        }
         return line;
     }
 
@@ -214,8 +219,9 @@ Result run(const Scratch& scratch, const Arguments& arguments, const std::string
            bool unprivileged = false)
 {
     Process process(scratch, arguments, results, unprivileged);
-    if (!input.empty())
+    if (!input.empty()) {
         process.write(input);
+    }
     process.closeInput();
     Result result;
     result.code = process.finish(result.output, result.errors);
@@ -308,8 +314,9 @@ TEST_F(ToolTest, APortWithoutPermissionIsNotTakenForAMissingOne)
     fs::permissions(scratch.temporary(), fs::perms::all);
     const Result result = run(scratch, {"info", "--port", path}, "", -1, root);
     ::close(master);
-    if (result.code == 127)
+    if (result.code == 127) {
         GTEST_SKIP() << "another user may not run the tool here";
+    }
     EXPECT_EQ(result.code, kPermission) << result.errors;
     EXPECT_TRUE(result.complains("dialout"));
 }
@@ -337,8 +344,9 @@ TEST_F(ToolTest, NoCardInTimeEndsTheWait)
     EXPECT_TRUE(result.complains("no card in time"));
     EXPECT_TRUE(result.output.empty());
     for (const Arguments& line :
-         {Arguments{"log"}, {"wallet"}, {"sale", "--ask"}, {"atr"}, {"apdu", "00A40400"}, {"m1", "activate"}})
+         {Arguments{"log"}, {"wallet"}, {"sale", "--ask"}, {"atr"}, {"apdu", "00A40400"}, {"m1", "activate"}}) {
         EXPECT_EQ(run(scratch, with(line, {"--sim", "psam", "--wait", "0"})).code, kNoCard) << line[0];
+    }
 }
 
 TEST_F(ToolTest, ACardThatComesLateIsRead)
@@ -478,8 +486,9 @@ TEST_F(ToolTest, InfoShowsTheCardsData)
     const Result result = run(scratch, {"info", "--sim", "debit"});
     EXPECT_EQ(result.code, kOk);
     for (const char* const text : {"Read through                contact", "622999*********6589", "356.80", "1000.00",
-                                   "500.00", "2030-12-31", "欧阳晓明", "identity card (00)"})
+                                   "500.00", "2030-12-31", "欧阳晓明", "identity card (00)"}) {
         EXPECT_TRUE(result.says(text)) << text << result.output;
+    }
     EXPECT_FALSE(result.says("199003150017"));
 }
 
@@ -620,8 +629,9 @@ TEST_F(ToolTest, ASaleShowsItsStepsAndIsApproved)
     EXPECT_EQ(result.code, kOk) << result.output << result.errors;
     for (const char* const text :
          {"SELECT A000000333010101", "\"PBOC DEBIT\"", "asking for ARQC", "ARQC verified", "approve",
-          "EXTERNAL AUTHENTICATE", "asking for TC", "PUT DATA 9F77", "script        done", "TC verified", "approved"})
+          "EXTERNAL AUTHENTICATE", "asking for TC", "PUT DATA 9F77", "script        done", "TC verified", "approved"}) {
         EXPECT_TRUE(result.says(text)) << text << result.output;
+    }
     EXPECT_FALSE(result.says("vr_comportparam"));
 }
 
@@ -730,8 +740,9 @@ TEST_F(ToolTest, LogIsATableThatSaysWhatItCannotTell)
     const Result result = run(scratch, {"log", "--sim", "debit"});
     EXPECT_EQ(result.code, kOk);
     for (const char* const text :
-         {"2026-09-18", "18:30:42", "青禾超市城北店", "50.00", "cash (01)", "not told", "authorised"})
+         {"2026-09-18", "18:30:42", "青禾超市城北店", "50.00", "cash (01)", "not told", "authorised"}) {
         EXPECT_TRUE(result.says(text)) << text << result.output;
+    }
     EXPECT_FALSE(result.says("86.50"));
     const Json log = run(scratch, {"log", "--sim", "debit", "--json"}).json();
     ASSERT_EQ(log["transactions"].size(), 6U);
@@ -742,7 +753,9 @@ TEST_F(ToolTest, LogIsATableThatSaysWhatItCannotTell)
 
 std::string record(const std::string& merchantHex, const std::string& counter)
 {
-    return "260101120000000000000100000000000000" "01560156" + merchantHex + "00" + counter + "9000";
+    return "260101120000000000000100000000000000"
+           "01560156" +
+           merchantHex + "00" + counter + "9000";
 }
 
 std::string logProfile(const std::vector<std::string>& records)
@@ -848,15 +861,18 @@ TEST_F(ToolTest, ATrailerIsWrittenOnlyWhenToldTwice)
     }
     const Arguments twice = {"--trailer", "--yes-overwrite-trailer"};
     // Access bits that contradict themselves would lock the sector.
-    const Result locking = run(scratch, with({"m1", "write", "--sim", profile, "--block", "19", "--data",
-                                              "A0A1A2A3A4A5FF078169B0B1B2B3B4B5"}, twice));
+    const Result locking = run(
+        scratch,
+        with({"m1", "write", "--sim", profile, "--block", "19", "--data", "A0A1A2A3A4A5FF078169B0B1B2B3B4B5"}, twice));
     EXPECT_EQ(locking.code, kUnconfirmed);
     EXPECT_EQ(contents(scratch.path() / "memory.image"), before);
 
     EXPECT_EQ(run(scratch, with(write, twice)).code, kOk);
     EXPECT_EQ(run(scratch, {"m1", "auth", "--sim", profile, "--block", "16", "--key", "A0A1A2A3A4A5"}).code, kOk);
     EXPECT_EQ(run(scratch, with({"m1", "write", "--sim", profile, "--block", "20", "--data", std::string(32, '0')},
-                                {"--trailer"})).code, kUsage);
+                                {"--trailer"}))
+                  .code,
+              kUsage);
 }
 
 TEST_F(ToolTest, ADumpIsWholeWithAllKeysAndCanBeLoaded)
@@ -936,8 +952,9 @@ TEST_F(ToolTest, SimNeedsAProfileAndNamesThem)
     EXPECT_EQ(run(scratch, {"sim"}).code, kUsage);
     const Result list = run(scratch, {"sim", "--list"});
     EXPECT_EQ(list.code, kOk);
-    for (const char* const name : {"debit\n", "credit\n", "multi\n", "memory\n", "wallet\n"})
+    for (const char* const name : {"debit\n", "credit\n", "multi\n", "memory\n", "wallet\n"}) {
         EXPECT_TRUE(list.says(name)) << name;
+    }
 }
 
 } // namespace

@@ -3,8 +3,9 @@
 // functions of libusb that it uses are defined here, in front of the real ones, which they pass everything on to.
 #include "usb/usb_test.h"
 
-#include <dlfcn.h>
 #include <libusb-1.0/libusb.h>
+
+#include <dlfcn.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -186,7 +187,7 @@ int libusb_bulk_transfer(libusb_device_handle* handle, unsigned char endpoint, u
         return LIBUSB_ERROR_TIMEOUT;
     }
     return real<decltype(libusb_bulk_transfer)>("libusb_bulk_transfer")(handle, endpoint, data, length, transferred,
-                                                                       timeout);
+                                                                        timeout);
 }
 
 } // extern "C"
@@ -229,8 +230,8 @@ protected:
     char parameter[32] = "VID_3A5C&PID_7E21";
 };
 
-const Calls kOpening = {"init default", "list default", "free list 1", "open default 3A5C:7E21", "driver active? 0",
-                        "claim 0"};
+const Calls kOpening = {"init default",           "list default",     "free list 1",
+                        "open default 3A5C:7E21", "driver active? 0", "claim 0"};
 
 } // namespace
 
@@ -267,8 +268,8 @@ TEST_F(UsbCalls, WhatAFailedOpeningTookIsGivenBack)
 {
     device.unplug();
     EXPECT_EQ(open(), -1);
-    EXPECT_EQ(calls(), (Calls{"init default", "list default", "free list 1", "open default 3A5C:7E21",
-                              "exit default"}));
+    EXPECT_EQ(calls(),
+              (Calls{"init default", "list default", "free list 1", "open default 3A5C:7E21", "exit default"}));
     device.plug();
     device.bindDriver("usbhid");
     device.refuseDetaching(true);
@@ -336,8 +337,8 @@ TEST_F(UsbCalls, DevicesThatCannotBeListedAreReportedAndTheOpeningGoesOn)
     EXPECT_EQ(open(), VORN_USB_HANDLE);
     EXPECT_EQ(out, "Device Opened\n");
     expectSystemErrors(err, {"Get Device Error\n: "});
-    EXPECT_EQ(calls(), (Calls{"init default", "list default", "open default 3A5C:7E21", "driver active? 0",
-                              "claim 0"}));
+    EXPECT_EQ(calls(),
+              (Calls{"init default", "list default", "open default 3A5C:7E21", "driver active? 0", "claim 0"}));
 }
 
 TEST_F(UsbCalls, DescriptorsThatCannotBeReadAreReportedOnePerDevice)

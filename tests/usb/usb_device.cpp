@@ -3,9 +3,8 @@
 
 #include <umockdev.h>
 
-#include <linux/usbdevice_fs.h>
-
 #include <fcntl.h>
+#include <linux/usbdevice_fs.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -37,8 +36,24 @@ Bytes deviceDescriptor(const UsbDescription& description)
 {
     const auto low = [](unsigned value) { return static_cast<std::uint8_t>(value & 0xFF); };
     const auto high = [](unsigned value) { return static_cast<std::uint8_t>(value >> 8); };
-    return {0x12, 0x01, 0x00, 0x02, 0x00, 0x00, 0x00, 0x40, low(description.vendor), high(description.vendor),
-            low(description.product), high(description.product), 0x00, 0x01, 0x01, 0x02, 0x03, 0x01};
+    return {0x12,
+            0x01,
+            0x00,
+            0x02,
+            0x00,
+            0x00,
+            0x00,
+            0x40,
+            low(description.vendor),
+            high(description.vendor),
+            low(description.product),
+            high(description.product),
+            0x00,
+            0x01,
+            0x01,
+            0x02,
+            0x03,
+            0x01};
 }
 
 void appendInterface(Bytes& to, std::uint8_t number, std::uint8_t alternate, const UsbDescription::Endpoints& endpoints)
@@ -63,8 +78,9 @@ Bytes configuration(const UsbDescription& description)
     }
     constexpr std::size_t kHeader = 9;
     const std::size_t total = kHeader + interfaces.size();
-    const std::uint8_t header[kHeader] = {0x09, 0x02, static_cast<std::uint8_t>(total & 0xFF),
-                                          static_cast<std::uint8_t>(total >> 8), number, 0x01, 0x00, 0x80, 0x32};
+    const std::uint8_t header[kHeader] = {
+        0x09, 0x02, static_cast<std::uint8_t>(total & 0xFF), static_cast<std::uint8_t>(total >> 8), number, 0x01, 0x00,
+        0x80, 0x32};
     interfaces.insert(interfaces.begin(), header, header + kHeader);
     return interfaces;
 }
@@ -91,9 +107,9 @@ std::string deviceText(const std::string& place, int number, const UsbDescriptio
     const std::string product = hexWord(description.product);
     return "P: /devices/usb1/" + place + "\nN: bus/usb/001/00" + digit +
            "\nE: SUBSYSTEM=usb\nE: DEVTYPE=usb_device\nE: DEVNAME=/dev/bus/usb/001/00" + digit +
-           "\nE: DRIVER=usb\nE: BUSNUM=001\nE: DEVNUM=00" + digit + "\nE: MAJOR=189\nE: MINOR=" +
-           std::to_string(number - 1) + "\nE: PRODUCT=" + vendor + "/" + product + "/100\nA: dev=189:" +
-           std::to_string(number - 1) + "\\n\nA: busnum=1\\n\nA: devnum=" + digit +
+           "\nE: DRIVER=usb\nE: BUSNUM=001\nE: DEVNUM=00" + digit +
+           "\nE: MAJOR=189\nE: MINOR=" + std::to_string(number - 1) + "\nE: PRODUCT=" + vendor + "/" + product +
+           "/100\nA: dev=189:" + std::to_string(number - 1) + "\\n\nA: busnum=1\\n\nA: devnum=" + digit +
            "\\n\nA: bConfigurationValue=1\\n\nA: speed=12\\n\nA: idVendor=" + vendor + "\\n\nA: idProduct=" + product +
            "\\n\nH: descriptors=" + descriptors(description) + "\n";
 }
@@ -152,11 +168,9 @@ public:
     {
         char bytes[4096] = {};
         if (writable) {
-            while (read(fifo_, bytes, sizeof bytes) > 0) {
-            }
+            while (read(fifo_, bytes, sizeof bytes) > 0) {}
         } else {
-            while (write(fifo_, bytes, sizeof bytes) > 0) {
-            }
+            while (write(fifo_, bytes, sizeof bytes) > 0) {}
         }
     }
 

@@ -65,10 +65,10 @@ public:
         std::uint8_t endpoint;
         Bytes bytes;
     };
-    std::vector<Write> writes() const;         // every bulk transfer out
+    std::vector<Write> writes() const;          // every bulk transfer out
     std::vector<std::size_t> readSizes() const; // the room of every bulk transfer in
     std::uint8_t lastReadEndpoint() const;
-    std::vector<std::string> calls() const;    // "driver?", "detach", "claim 0", "claim 0 busy", "release 0", ...
+    std::vector<std::string> calls() const; // "driver?", "detach", "claim 0", "claim 0 busy", "release 0", ...
     std::size_t packetsLeft() const;
     bool claimed() const;
     int openHandles() const;

@@ -65,9 +65,9 @@ protected:
         const auto room = static_cast<std::size_t>(max) + 1;
         got.assign(room + 8, 0xEE);
         const int count = run([&] { return ReadBytes_Ex(handle, got.data(), max, kStx, kEtx, timeoutS); });
-        EXPECT_TRUE(std::all_of(got.begin() + static_cast<std::ptrdiff_t>(room), got.end(),
-                                [](std::uint8_t byte) { return byte == 0xEE; }))
-            << "written behind max + 1 bytes";
+        EXPECT_TRUE(std::all_of(got.begin() + static_cast<std::ptrdiff_t>(room), got.end(), [](std::uint8_t byte) {
+            return byte == 0xEE;
+        })) << "written behind max + 1 bytes";
         got.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
         return count;
     }
@@ -77,9 +77,8 @@ protected:
         const Bytes bytes = fromHex(hex);
         Bytes payload(VORN_PAYLOAD_MAX);
         int length = -1;
-        const int result = run([&] {
-            return trans_icc_cmd(bytes.data(), static_cast<int>(bytes.size()), payload.data(), &length);
-        });
+        const int result =
+            run([&] { return trans_icc_cmd(bytes.data(), static_cast<int>(bytes.size()), payload.data(), &length); });
         payload.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
         got = payload;
         return result;
@@ -313,8 +312,8 @@ TEST_F(UsbOpening, MoreInterfacesAndEndpointsThanCanBeNotedDoNoHarm)
 
 TEST_F(UsbOpening, AnotherDevicesEndpointsAreNotTaken)
 {
-    for (const UsbDescription& bystander : {UsbDescription{0x3A5C, 0x7E22, {{{0x09, 0x89}}}},
-                                            UsbDescription{0x1D6B, 0x7E21, {{{0x0A, 0x8A}}}}}) {
+    for (const UsbDescription& bystander :
+         {UsbDescription{0x3A5C, 0x7E22, {{{0x09, 0x89}}}}, UsbDescription{0x1D6B, 0x7E21, {{{0x0A, 0x8A}}}}}) {
         device.plug();
         device.plugBystander(bystander);
         ASSERT_EQ(open(), VORN_USB_HANDLE);
@@ -429,7 +428,11 @@ namespace {
 
 class UsbConsole : public UsbLinkTest {
 protected:
-    void SetUp() override { ASSERT_EQ(open(), VORN_USB_HANDLE); vrdk03com_handle = handle; }
+    void SetUp() override
+    {
+        ASSERT_EQ(open(), VORN_USB_HANDLE);
+        vrdk03com_handle = handle;
+    }
 };
 
 } // namespace
@@ -478,8 +481,8 @@ TEST_F(UsbConsole, AWriteThatFailsIsReportedAndTheReplyReadAllTheSame)
 
 TEST_F(UsbConsole, AReadThatFailsShowsLibusbsCode)
 {
-    const std::pair<int, const char*> rows[] = {{-EPIPE, "-9"},     {-EPROTO, "-1"}, {-EILSEQ, "-1"},
-                                                {-EOVERFLOW, "-8"}, {-ETIME, "-1"}};
+    const std::pair<int, const char*> rows[] = {
+        {-EPIPE, "-9"}, {-EPROTO, "-1"}, {-EILSEQ, "-1"}, {-EOVERFLOW, "-8"}, {-ETIME, "-1"}};
     for (const auto& [status, code] : rows) {
         device.sendError(status);
         EXPECT_EQ(readFrame(), -5);
@@ -541,9 +544,11 @@ TEST_F(UsbWriting, WriteBytesReturnsItsCountThoughNothingIsTaken)
 
 TEST_F(UsbWriting, EachPieceOfAFrameIsOneTransfer)
 {
-    const struct { std::size_t commandSize; std::vector<std::size_t> pieces; } rows[] = {
-        {1, {10}},      {59, {126}},      {60, {128}},           {61, {128, 2}},
-        {123, {128, 126}}, {124, {128, 128}}, {125, {128, 128, 2}}, {508, std::vector<std::size_t>(8, 128)}};
+    const struct {
+        std::size_t commandSize;
+        std::vector<std::size_t> pieces;
+    } rows[] = {{1, {10}},         {59, {126}},       {60, {128}},          {61, {128, 2}},
+                {123, {128, 126}}, {124, {128, 128}}, {125, {128, 128, 2}}, {508, std::vector<std::size_t>(8, 128)}};
     device.onWrite = [&](const Bytes& bytes) {
         if (bytes.back() == kEtx) {
             device.send(replyFrame(0x00, {}));

@@ -114,8 +114,8 @@ protected:
         return run([&] { return theCall(); });
     }
 
-    int commands = 0;                        // pieces that the reader was sent
-    std::function<bool(int)> beforeReply;    // false: the reader does not get the piece
+    int commands = 0;                     // pieces that the reader was sent
+    std::function<bool(int)> beforeReply; // false: the reader does not get the piece
 
 private:
     std::unique_ptr<sim::Reader> reader_;
@@ -212,8 +212,8 @@ TEST_F(UsbServices, AContactlessCardIsFoundWhenNoContactCardIsThere)
         record.add("interface", m_VrICType);
         return record.lines();
     });
-    EXPECT_EQ(transcript, (Transcript{"IC_PowerOn 0 3B8001", "IC_SendAPDU 0 00B00000009000", "IC_PowerOff 0",
-                                      "interface 2"}));
+    EXPECT_EQ(transcript,
+              (Transcript{"IC_PowerOn 0 3B8001", "IC_SendAPDU 0 00B00000009000", "IC_PowerOff 0", "interface 2"}));
 }
 
 TEST_F(UsbServices, PsamsAreReachedThroughTheirSlots)
@@ -231,10 +231,10 @@ TEST_F(UsbServices, PsamsAreReachedThroughTheirSlots)
         record.add("empty slot", IC_PowerOn(port, "", 9600, 5, 2, 3, atr.text()));
         return record.lines();
     });
-    EXPECT_EQ(transcript, (Transcript{"IC_PowerOn 0 3B6D000080318065000000000000100001",
-                                      "IC_SendAPDU 0 801234567890000000019000", "IC_PowerOff 0",
-                                      "IC_PowerOn 0 3B6800000102030405060708", "IC_SendAPDU 0 000000029000",
-                                      "IC_PowerOff 0", "empty slot -9"}));
+    EXPECT_EQ(transcript,
+              (Transcript{"IC_PowerOn 0 3B6D000080318065000000000000100001", "IC_SendAPDU 0 801234567890000000019000",
+                          "IC_PowerOff 0", "IC_PowerOn 0 3B6800000102030405060708", "IC_SendAPDU 0 000000029000",
+                          "IC_PowerOff 0", "empty slot -9"}));
 }
 
 TEST_F(UsbServices, WithoutACardTheWaitEnds)
@@ -397,8 +397,8 @@ TEST_F(UsbMemoryCards, TheConsoleOfTwoCalls)
     Output flag{1}, uid{ICC_ATR_CAPACITY};
     EXPECT_EQ(call([&] { return IC_M1ActiveCard("USB", "", 9600, 5, flag.bytes(), uid.text()); }), 0);
     const std::string size = std::to_string(12 + uid.value().size()); // two characters a byte, in hex as on the line
-    EXPECT_EQ(out, "Device Opened\nwrite Successful!\nread Successful!\nreadtimeout-ret = 0, transferred =" + size +
-                       "\n");
+    EXPECT_EQ(out,
+              "Device Opened\nwrite Successful!\nread Successful!\nreadtimeout-ret = 0, transferred =" + size + "\n");
     EXPECT_TRUE(device.claimed());
     EXPECT_EQ(call([] { return IC_M1PowerOff("USB", "", 9600, 5); }), 0);
     EXPECT_EQ(out, "Device Opened\nwrite Successful!\nread Successful!\nreadtimeout-ret = 0, transferred =12\n"

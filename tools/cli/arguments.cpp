@@ -2,8 +2,8 @@
 #include "tools/cli/arguments.h"
 
 #include "tools/cli/errors.h"
-#include "tools/explain/hex.h"
 #include "tools/cli/interrupt.h"
+#include "tools/explain/hex.h"
 
 #include <poll.h>
 #include <unistd.h>
@@ -28,10 +28,11 @@ std::optional<char> readCharacter()
 {
     for (;;) {
         pollfd input{STDIN_FILENO, POLLIN, 0};
-        if (::poll(&input, 1, -1) < 0 && errno == EINTR)
+        if (::poll(&input, 1, -1) < 0 && errno == EINTR) {
             throwIfInterrupted();
-        else
+        } else {
             break;
+        }
     }
     char c = 0;
     return ::read(STDIN_FILENO, &c, 1) == 1 ? std::optional(c) : std::nullopt;
@@ -44,10 +45,12 @@ CLI::Validator hexArgument(std::size_t most)
     return CLI::Validator(
         [most](std::string& text) -> std::string {
             const auto bytes = bytesOf(text);
-            if (!bytes)
+            if (!bytes) {
                 return "'" + text + "' is not hex, two digits a byte";
-            if (bytes->size() > most)
+            }
+            if (bytes->size() > most) {
                 return "at most " + std::to_string(most) + " bytes";
+            }
             text = toHex(*bytes);
             return {};
         },
@@ -59,8 +62,9 @@ CLI::Validator hexArgumentOf(std::size_t exactly)
     return CLI::Validator(
         [exactly](std::string& text) -> std::string {
             const auto bytes = bytesOf(text);
-            if (!bytes || bytes->size() != exactly)
+            if (!bytes || bytes->size() != exactly) {
                 return std::to_string(exactly) + " bytes of hex are expected";
+            }
             text = toHex(*bytes);
             return {};
         },
@@ -71,8 +75,9 @@ CLI::Validator digitsArgument(std::size_t most)
 {
     return CLI::Validator(
         [most](const std::string& text) -> std::string {
-            if (text.empty() || text.size() > most || text.find_first_not_of("0123456789") != std::string::npos)
+            if (text.empty() || text.size() > most || text.find_first_not_of("0123456789") != std::string::npos) {
                 return "1 to " + std::to_string(most) + " digits are expected";
+            }
             return {};
         },
         "DIGITS");
@@ -81,16 +86,18 @@ CLI::Validator digitsArgument(std::size_t most)
 sim::Bytes bytesOfArgument(const std::string& text)
 {
     const auto bytes = bytesOf(text);
-    if (!bytes)
+    if (!bytes) {
         throw Failure(Exit::Usage, "'" + text + "' is not hex, two digits a byte");
+    }
     return *bytes;
 }
 
 std::string readStandardInput()
 {
     std::string text;
-    while (const auto c = readCharacter())
+    while (const auto c = readCharacter()) {
         text += *c;
+    }
     return text;
 }
 
@@ -98,13 +105,16 @@ std::string readLine()
 {
     std::string text;
     for (auto c = readCharacter(); c; c = readCharacter()) {
-        if (*c == '\n' && !text.empty())
+        if (*c == '\n' && !text.empty()) {
             return text;
-        if (*c != '\n' && *c != '\r')
+        }
+        if (*c != '\n' && *c != '\r') {
             text += *c;
+        }
     }
-    if (text.empty())
+    if (text.empty()) {
         throw Failure(Exit::DataMissing, "nothing came on standard input");
+    }
     return text;
 }
 

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/cli/errors.h"
 
-#include "tools/session/port_name.h"
 #include "tools/explain/status_words.h"
+#include "tools/session/port_name.h"
+
 #include "vorn/result.h"
 
 #include <utility>
@@ -80,18 +81,20 @@ const Row kRows[] = {
 
 Failure::Failure(Exit exitCode, std::string message, std::string hint)
     : exitCode_(exitCode), message_(std::move(message)), hint_(std::move(hint))
-{
-}
+{}
 
 Failure failureOf(int result, Call call, const std::string& port)
 {
-    if (result == VORN_OPEN_FAILED)
+    if (result == VORN_OPEN_FAILED) {
         return portFailure(port);
-    if (result > 0)
+    }
+    if (result > 0) {
         return {Exit::CardRefused, "the card answered " + statusText(static_cast<unsigned>(result))};
+    }
     for (const Row& row : kRows) {
-        if (row.result == result && (row.call == call || row.call == Call::Any))
+        if (row.result == result && (row.call == call || row.call == Call::Any)) {
             return {row.exitCode, row.message, row.hint};
+        }
     }
     return {Exit::Internal, "unexpected result " + std::to_string(result), "please report this"};
 }

@@ -27,23 +27,27 @@ void onSignal(int signal)
 {
     signals = signals + 1;
     if (signals < 2) {
-        if (signal != SIGINT)
+        if (signal != SIGINT) {
             ::alarm(kGraceSeconds);
+        }
         return;
     }
     if (removes != 0) {
-        for (const auto& file : files)
+        for (const auto& file : files) {
             ::unlink(file.data());
+        }
         ::rmdir(directoryName.data());
     }
     ::_exit(static_cast<int>(Exit::Interrupted));
 }
 
-template <std::size_t N> bool store(const std::string& text, std::array<char, N>& into)
+template <std::size_t N>
+bool store(const std::string& text, std::array<char, N>& into)
 {
     into.fill('\0');
-    if (text.size() >= N)
+    if (text.size() >= N) {
         return false;
+    }
     std::copy(text.begin(), text.end(), into.begin());
     return true;
 }
@@ -56,38 +60,36 @@ void catchInterrupts()
     action.sa_handler = onSignal;
     action.sa_flags = SA_RESTART;
     sigemptyset(&action.sa_mask);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGALRM})
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGALRM}) {
         ::sigaction(signal, &action, nullptr);
+    }
 }
 
-bool interrupted()
-{
-    return signals != 0;
-}
+bool interrupted() { return signals != 0; }
 
 void throwIfInterrupted()
 {
-    if (interrupted())
+    if (interrupted()) {
         throw Failure(Exit::Interrupted, "interrupted");
+    }
 }
 
 void pause(int milliseconds)
 {
-    if (!interrupted())
+    if (!interrupted()) {
         ::poll(nullptr, 0, milliseconds);
+    }
 }
 
 void removeOnSecondInterrupt(const std::string& directory)
 {
     bool whole = store(directory, directoryName);
-    for (std::size_t i = 0; i < files.size(); ++i)
+    for (std::size_t i = 0; i < files.size(); ++i) {
         whole = store(directory + "/" + kLogFiles[i], files[i]) && whole;
+    }
     removes = whole ? 1 : 0;
 }
 
-void keepOnSecondInterrupt()
-{
-    removes = 0;
-}
+void keepOnSecondInterrupt() { removes = 0; }
 
 } // namespace vorn::tool

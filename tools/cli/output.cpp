@@ -3,6 +3,8 @@
 
 #include "tools/cli/errors.h"
 
+#include <nlohmann/json.hpp>
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -10,7 +12,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <nlohmann/json.hpp>
 
 namespace vorn::tool {
 
@@ -30,8 +31,9 @@ void keepStandardOutput()
     // A reader of a pipe that goes away must not keep the card powered or the log files in place.
     std::signal(SIGPIPE, SIG_IGN);
     const int kept = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
-    if (kept >= 0)
+    if (kept >= 0) {
         results = kept;
+    }
 }
 
 void divertChatter(int fd)
@@ -45,47 +47,38 @@ void print(const std::string& text)
     std::size_t done = 0;
     while (done < text.size()) {
         const ssize_t count = ::write(results, text.data() + done, text.size() - done);
-        if (count >= 0)
+        if (count >= 0) {
             done += static_cast<std::size_t>(count);
-        else if (errno == EPIPE)
+        } else if (errno == EPIPE) {
             throw Failure(Exit::Output, ""); // who asked has gone: nobody to tell
-        else if (errno != EINTR)
+        } else if (errno != EINTR) {
             throw Failure(Exit::Output, std::string("the result could not be written: ") + std::strerror(errno));
+        }
     }
 }
 
-void printLine(const std::string& text)
-{
-    print(text + "\n");
-}
+void printLine(const std::string& text) { print(text + "\n"); }
 
-void printJson(const Json& document)
-{
-    printLine(textOf(document, 2));
-}
+void printJson(const Json& document) { printLine(textOf(document, 2)); }
 
-void printJsonLine(const Json& document)
-{
-    printLine(textOf(document, -1));
-}
+void printJsonLine(const Json& document) { printLine(textOf(document, -1)); }
 
-void note(const std::string& text)
-{
-    std::fprintf(stderr, "%s\n", text.c_str());
-}
+void note(const std::string& text) { std::fprintf(stderr, "%s\n", text.c_str()); }
 
 Progress::Progress() : terminal_(::isatty(STDERR_FILENO) == 1) {}
 
 Progress::~Progress()
 {
-    if (shown_)
+    if (shown_) {
         std::fputs("\r\x1B[K", stderr);
+    }
 }
 
 void Progress::show(const std::string& text)
 {
-    if (!terminal_)
+    if (!terminal_) {
         return;
+    }
     std::fprintf(stderr, "\r%s\x1B[K", text.c_str());
     std::fflush(stderr);
     shown_ = true;

@@ -1,18 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
 // vorn apdu: sends commands to a card and shows every answer with its status word, which IC_SendAPDU keeps to itself.
-#include "tools/explain/apdu_words.h"
 #include "tools/cli/arguments.h"
-#include "tools/commands/command.h"
-#include "tools/explain/hex.h"
 #include "tools/cli/interrupt.h"
 #include "tools/cli/output.h"
-#include "tools/session/session.h"
+#include "tools/commands/command.h"
+#include "tools/explain/apdu_words.h"
+#include "tools/explain/hex.h"
 #include "tools/explain/status_words.h"
 #include "tools/explain/tlv_view.h"
+#include "tools/session/session.h"
+
 #include "vorn/link.h"
 
-#include <memory>
 #include <nlohmann/json.hpp>
+
+#include <memory>
 #include <sstream>
 
 namespace vorn::tool {
@@ -50,10 +52,11 @@ public:
     }
     ~PoweredCard()
     {
-        if (psam_ == 0)
+        if (psam_ == 0) {
             vr_closeicc();
-        else
+        } else {
             icc_poweroff(static_cast<unsigned char>(slot()));
+        }
     }
     PoweredCard(const PoweredCard&) = delete;
     PoweredCard& operator=(const PoweredCard&) = delete;
@@ -68,9 +71,10 @@ public:
         session_.check(psam_ == 0 ? icc_sendcommand(apdu.data(), size, response.data(), &length)
                                   : samicc_sendcommand(slot(), apdu.data(), size, response.data(), &length));
         response.resize(static_cast<std::size_t>(length));
-        if (response.size() < 2)
+        if (response.size() < 2) {
             throw Failure(Exit::ReaderRefused, "the card's answer has no status word",
                           "take the card out and try again");
+        }
         return response;
     }
 
@@ -92,10 +96,12 @@ struct Sent {
 Bytes followUp(const Bytes& command, unsigned status)
 {
     const auto low = static_cast<std::uint8_t>(status & 0xFF);
-    if (status >> 8 == kMoreData)
+    if (status >> 8 == kMoreData) {
         return {0x00, 0xC0, 0x00, 0x00, low};
-    if (status >> 8 != kWrongLe)
+    }
+    if (status >> 8 != kWrongLe) {
         return {};
+    }
     constexpr std::size_t header = 4;
     Bytes again = command;
     const bool hasData = again.size() > header + 1;
@@ -109,8 +115,9 @@ void show(const Sent& sent, const Options& options)
 {
     const unsigned status = statusOf(sent.response);
     printLine("> " + commandHex(sent.command, options.show) + "   " + commandInWords(sent.command));
-    if (const Bytes data = dataOf(sent.response); !data.empty())
+    if (const Bytes data = dataOf(sent.response); !data.empty()) {
         printLine("< " + hexText(data, options.show));
+    }
     printLine("< " + statusText(status));
 }
 
@@ -133,16 +140,18 @@ std::vector<Bytes> commandsOf(const Options& options)
         std::istringstream input(readStandardInput());
         for (std::string line; std::getline(input, line);) {
             line.erase(std::min(line.find('#'), line.size()));
-            if (line.find_first_not_of(" \t\r") != std::string::npos)
+            if (line.find_first_not_of(" \t\r") != std::string::npos) {
                 texts.push_back(line);
+            }
         }
     }
     std::vector<Bytes> commands;
     for (const std::string& text : texts) {
         commands.push_back(bytesOfArgument(text));
-        if (commands.back().size() < 4 || commands.back().size() > VORN_COMMAND_MAX - 3)
+        if (commands.back().size() < 4 || commands.back().size() > VORN_COMMAND_MAX - 3) {
             throw Failure(Exit::Usage,
                           "a command has 4 to " + std::to_string(VORN_COMMAND_MAX - 3) + " bytes: " + text);
+        }
     }
     return commands;
 }
@@ -159,10 +168,11 @@ public:
             throwIfInterrupted();
             const Sent sent{command, card_.send(command)};
             status = statusOf(sent.response);
-            if (options_.json)
+            if (options_.json) {
                 exchanges_.push_back(document(sent, options_));
-            else
+            } else {
                 show(sent, options_);
+            }
             command = options_.noFollow ? Bytes() : followUp(sent.command, status);
         }
         return status;
@@ -182,14 +192,17 @@ Exit run(const Options& options)
     const Session session(options.link);
     const PoweredCard card(session, options);
     const std::string where = options.psam > 0 ? "psam" + std::to_string(options.psam) : interfaceName(m_VrICType);
-    if (!options.json)
+    if (!options.json) {
         printLine("card " + where + ", ATR " + toHex(card.atr()));
+    }
     Conversation conversation(card, options);
     unsigned status = 0x9000;
-    for (const Bytes& command : commands)
+    for (const Bytes& command : commands) {
         status = conversation.carryOut(command);
-    if (options.json)
+    }
+    if (options.json) {
         printJson({{"card", where}, {"atr", toHex(card.atr())}, {"exchanges", conversation.exchanges()}});
+    }
     return status == 0x9000 || options.anyStatus ? Exit::Ok : Exit::CardRefused;
 }
 

@@ -1,18 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 // vorn atr: powers a card, shows its answer to reset, powers it off.
-#include "ICC_COMM_VORN.h"
-#include "tools/explain/atr_view.h"
-#include "tools/commands/command.h"
-#include "tools/explain/hex.h"
 #include "tools/cli/output.h"
+#include "tools/commands/command.h"
+#include "tools/explain/atr_view.h"
+#include "tools/explain/hex.h"
 #include "tools/explain/present.h"
 #include "tools/session/session.h"
 
+#include "ICC_COMM_VORN.h"
+
 #include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
 
 #include <array>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 namespace vorn::tool {
 
@@ -48,8 +49,9 @@ void printParts(const std::string& where, const Bytes& atr)
     printLine("Card  " + where);
     printLine("ATR   " + toHex(atr));
     Table table;
-    for (const AtrPart& part : decodeAtr(atr))
+    for (const AtrPart& part : decodeAtr(atr)) {
         table.row({"  " + part.name, part.hex, part.meaning});
+    }
     print(table.text());
 }
 
@@ -59,8 +61,9 @@ void printDocument(const std::string& where, const Bytes& atr)
     document["card"] = where;
     document["atr"] = toHex(atr);
     document["parts"] = Json::array();
-    for (const AtrPart& part : decodeAtr(atr))
+    for (const AtrPart& part : decodeAtr(atr)) {
         document["parts"].push_back({{"name", part.name}, {"hex", part.hex}, {"meaning", part.meaning}});
+    }
     printJson(document);
 }
 

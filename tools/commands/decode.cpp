@@ -2,15 +2,16 @@
 // vorn decode: says what pasted hex means.
 #include "sim/issuer/cryptogram_text.h"
 #include "tools/cli/arguments.h"
-#include "tools/explain/atr_view.h"
-#include "tools/commands/command.h"
-#include "tools/explain/hex.h"
 #include "tools/cli/output.h"
+#include "tools/commands/command.h"
+#include "tools/explain/atr_view.h"
+#include "tools/explain/hex.h"
 #include "tools/explain/present.h"
 #include "tools/explain/tlv_view.h"
 
-#include <memory>
 #include <nlohmann/json.hpp>
+
+#include <memory>
 
 namespace vorn::tool {
 
@@ -39,10 +40,11 @@ struct Line {
 Line lineOf(const TlvNode& node, bool show)
 {
     std::string hex;
-    if (!node.constructed)
+    if (!node.constructed) {
         hex = show || !secretTag(node.tag) ? toHex(node.value)
-              : node.tag == 0x5A          ? maskPanHex(node.value)
-                                          : maskedHex(node.value);
+              : node.tag == 0x5A           ? maskPanHex(node.value)
+                                           : maskedHex(node.value);
+    }
     return {node.depth, tlv::toHex(node.tag), tagName(node.tag), hex, valueInWords(node, show)};
 }
 
@@ -55,8 +57,9 @@ Decoded decodeObjects(const Bytes& bytes, bool show)
 {
     const TlvWalk walk = walkTlv(bytes);
     Decoded result{{}, walk.problem};
-    for (const TlvNode& node : walk.nodes)
+    for (const TlvNode& node : walk.nodes) {
         result.lines.push_back(lineOf(node, show));
+    }
     return result;
 }
 
@@ -64,11 +67,13 @@ Decoded decodeList(const Bytes& bytes)
 {
     Decoded result;
     const auto list = tlv::parseDol(bytes);
-    if (!list)
+    if (!list) {
         return {{}, "not a list of tags and lengths"};
-    for (const tlv::DolEntry& entry : *list)
+    }
+    for (const tlv::DolEntry& entry : *list) {
         result.lines.push_back(
             {0, tlv::toHex(entry.tag), tagName(entry.tag), "", std::to_string(entry.length) + " bytes"});
+    }
     return result;
 }
 
@@ -76,27 +81,32 @@ Decoded decodeCryptogram(const Bytes& bytes, sim::CryptogramText kind, bool show
 {
     const sim::CryptogramItems items = sim::readCryptogramText(kind, toHex(bytes));
     Decoded result{{}, items.mistake};
-    for (const auto& [tag, value] : items.values)
+    for (const auto& [tag, value] : items.values) {
         result.lines.push_back(lineOf({tag, 0, 0, value, false}, show));
+    }
     return result;
 }
 
 Decoded decodeAnswer(const Bytes& bytes)
 {
     Decoded result;
-    for (const AtrPart& part : decodeAtr(bytes))
+    for (const AtrPart& part : decodeAtr(bytes)) {
         result.lines.push_back({0, part.name, part.meaning, part.hex, ""});
+    }
     return result;
 }
 
 Decoded decode(const Options& options, const Bytes& bytes)
 {
-    if (options.list)
+    if (options.list) {
         return decodeList(bytes);
-    if (options.atr)
+    }
+    if (options.atr) {
         return decodeAnswer(bytes);
-    if (options.arqc || options.tc)
+    }
+    if (options.arqc || options.tc) {
         return decodeCryptogram(bytes, options.tc ? sim::CryptogramText::Tc : sim::CryptogramText::Arqc, options.show);
+    }
     return decodeObjects(bytes, options.show);
 }
 
@@ -105,35 +115,45 @@ void printLines(const std::vector<Line>& lines)
     for (const Line& line : lines) {
         const std::string indent(2 * line.depth, ' ');
         printLine(indent + line.tag + (line.name.empty() ? "" : "  " + line.name));
-        if (!line.hex.empty())
+        if (!line.hex.empty()) {
             printLine(indent + "    " + line.hex);
-        if (!line.words.empty() && line.words != line.hex)
+        }
+        if (!line.words.empty() && line.words != line.hex) {
             printLine(indent + "    " + line.words);
+        }
     }
 }
 
 Exit run(const Options& options)
 {
     std::string text;
-    for (const std::string& part : options.texts)
+    for (const std::string& part : options.texts) {
         text += part == "-" ? readStandardInput() : part;
-    if (options.texts.empty())
+    }
+    if (options.texts.empty()) {
         text = readStandardInput();
+    }
     const Bytes bytes = bytesOfArgument(text);
-    if (bytes.empty())
+    if (bytes.empty()) {
         throw Failure(Exit::Usage, "nothing to decode", "vorn decode 6F0A8408A000000333010101");
+    }
     const Decoded decoded = decode(options, bytes);
     if (options.json) {
         Json objects = Json::array();
-        for (const Line& line : decoded.lines)
-            objects.push_back({{"depth", line.depth}, {"tag", line.tag}, {"name", line.name}, {"value", line.hex},
+        for (const Line& line : decoded.lines) {
+            objects.push_back({{"depth", line.depth},
+                               {"tag", line.tag},
+                               {"name", line.name},
+                               {"value", line.hex},
                                {"words", line.words}});
+        }
         printJson({{"objects", objects}, {"problem", decoded.problem}});
     } else {
         printLines(decoded.lines);
     }
-    if (!decoded.problem.empty())
+    if (!decoded.problem.empty()) {
         throw Failure(Exit::DataMissing, "not decoded to its end: " + decoded.problem);
+    }
     return Exit::Ok;
 }
 
@@ -149,9 +169,11 @@ void addDecode(CLI::App& root, Action& action)
         command->add_flag("--arqc", options->arqc, "The text of an ARQC"),
         command->add_flag("--tc", options->tc, "The text of a TC, whose items have shortened tags"),
         command->add_flag("--atr", options->atr, "An answer to reset")};
-    for (std::size_t i = 0; i < kinds.size(); ++i)
-        for (std::size_t j = i + 1; j < kinds.size(); ++j)
+    for (std::size_t i = 0; i < kinds.size(); ++i) {
+        for (std::size_t j = i + 1; j < kinds.size(); ++j) {
             kinds[i]->excludes(kinds[j]);
+        }
+    }
     command->add_flag("--json", options->json, "Print JSON");
     command->add_flag("--show", options->show, "Do not mask account numbers and track data");
     command->callback([options, &action] { action = [options] { return run(*options); }; });

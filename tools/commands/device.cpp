@@ -1,14 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 // vorn device: the reader's version.
-#include "ICC_COMM_VORN.h"
-#include "tools/commands/command.h"
 #include "tools/cli/output.h"
+#include "tools/commands/command.h"
 #include "tools/explain/present.h"
 #include "tools/session/session.h"
 
+#include "ICC_COMM_VORN.h"
+
+#include <nlohmann/json.hpp>
+
 #include <array>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 namespace vorn::tool {
 
@@ -27,10 +29,11 @@ Exit run(const Options& options)
     std::array<char, ICC_DEVICE_TEXT_CAPACITY> serial{};
     session.check(GetDevInfo(session.port(), version.data(), date.data(), serial.data()), Call::Device);
     const std::string text = printable(version.data());
-    if (options.json)
+    if (options.json) {
         printJson({{"port", session.port()}, {"version", text}});
-    else
+    } else {
         printLine("Port     " + std::string(session.port()) + "\nVersion  " + text);
+    }
     return Exit::Ok;
 }
 

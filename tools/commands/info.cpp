@@ -1,17 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 // vorn info: the customer's data of a debit/credit card.
-#include "ICC_COMM_VORN.h"
 #include "tools/cli/arguments.h"
+#include "tools/cli/output.h"
 #include "tools/commands/command.h"
 #include "tools/explain/hex.h"
 #include "tools/explain/lettered.h"
-#include "tools/cli/output.h"
 #include "tools/explain/present.h"
 #include "tools/session/session.h"
 
+#include "ICC_COMM_VORN.h"
+
+#include <nlohmann/json.hpp>
+
 #include <array>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 namespace vorn::tool {
 
@@ -51,13 +53,14 @@ constexpr std::array<Row, 12> kRows = {{{'A', "pan", "Account number", Form::Pan
                                         {'K', "name", "Name", Form::Name},
                                         {'L', "nameExtended", "Name extended", Form::Name}}};
 
-constexpr std::array<const char*, 6> kDocumentTypes = {"identity card", "officer's card", "passport",
+constexpr std::array<const char*, 6> kDocumentTypes = {"identity card", "officer's card",          "passport",
                                                        "entry permit",  "temporary identity card", "other"};
 
 std::string documentType(const std::string& hex)
 {
-    if (hex.size() == 2 && hex[0] == '0' && hex[1] >= '0' && hex[1] < '0' + static_cast<int>(kDocumentTypes.size()))
+    if (hex.size() == 2 && hex[0] == '0' && hex[1] >= '0' && hex[1] < '0' + static_cast<int>(kDocumentTypes.size())) {
         return std::string(kDocumentTypes[static_cast<std::size_t>(hex[1] - '0')]) + " (" + hex + ")";
+    }
     return hex;
 }
 
@@ -70,23 +73,33 @@ std::string textOfHex(const std::string& hex)
 std::string counter(const std::string& hex)
 {
     const auto bytes = fromHex(hex);
-    if (!bytes || bytes->empty() || bytes->size() > 4)
+    if (!bytes || bytes->empty() || bytes->size() > 4) {
         return printable(hex);
+    }
     return std::to_string(bigEndian(*bytes));
 }
 
 std::string present(Form form, const std::string& text, bool show)
 {
     switch (form) {
-    case Form::Pan: return printable(show ? text : maskPan(text));
-    case Form::Track2: return printable(show ? text : maskTrack2(text));
-    case Form::Amount: return amountText(text);
-    case Form::Date: return dateText(text);
-    case Form::Hex: return printable(text);
-    case Form::Counter: return counter(text);
-    case Form::DocumentType: return documentType(text);
-    case Form::Document: return show ? textOfHex(text) : maskMiddle(textOfHex(text), 3, 2);
-    case Form::Name: return textOfHex(text);
+    case Form::Pan:
+        return printable(show ? text : maskPan(text));
+    case Form::Track2:
+        return printable(show ? text : maskTrack2(text));
+    case Form::Amount:
+        return amountText(text);
+    case Form::Date:
+        return dateText(text);
+    case Form::Hex:
+        return printable(text);
+    case Form::Counter:
+        return counter(text);
+    case Form::DocumentType:
+        return documentType(text);
+    case Form::Document:
+        return show ? textOfHex(text) : maskMiddle(textOfHex(text), 3, 2);
+    case Form::Name:
+        return textOfHex(text);
     }
     return {};
 }
@@ -97,7 +110,7 @@ void printTable(const CardRecord& record, int cardInterface, bool show)
     table.row({"Read through", interfaceName(cardInterface)});
     for (const Row& row : kRows) {
         const auto text = record.field(row.letter);
-        const std::string value = !text        ? "(the card answered with something else)"
+        const std::string value = !text           ? "(the card answered with something else)"
                                   : text->empty() ? "-"
                                                   : present(row.form, *text, show);
         table.row({row.heading, value});
@@ -113,10 +126,11 @@ void printDocument(const CardRecord& record, int cardInterface, bool show)
     document["masked"] = !show;
     for (const Row& row : kRows) {
         const auto text = record.field(row.letter);
-        if (text && text->empty())
+        if (text && text->empty()) {
             document[row.key] = nullptr;
-        else if (text)
+        } else if (text) {
             document[row.key] = present(row.form, *text, show);
+        }
     }
     printJson(document);
 }
@@ -135,12 +149,14 @@ Exit run(const Options& options)
         return Exit::Ok;
     }
     const CardRecord record = parseCardRecord(text.data());
-    if (options.json)
+    if (options.json) {
         printDocument(record, cardInterface, options.show);
-    else
+    } else {
         printTable(record, cardInterface, options.show);
-    if (!record.problem.empty())
+    }
+    if (!record.problem.empty()) {
         note("the record could not be read to its end: " + record.problem);
+    }
     return Exit::Ok;
 }
 

@@ -1,16 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 // vorn log: the transactions that the card remembers.
-#include "ICC_COMM_VORN.h"
 #include "tools/cli/arguments.h"
+#include "tools/cli/output.h"
 #include "tools/commands/command.h"
 #include "tools/explain/hex.h"
 #include "tools/explain/lettered.h"
-#include "tools/cli/output.h"
 #include "tools/explain/present.h"
 #include "tools/session/session.h"
 
-#include <memory>
+#include "ICC_COMM_VORN.h"
+
 #include <nlohmann/json.hpp>
+
+#include <memory>
 
 namespace vorn::tool {
 
@@ -48,24 +50,27 @@ void printTable(const TransactionList& list)
     Table table({"Date", "Time", "Type", "Amount", "Other amount", "Currency", "Country", "Merchant", "ATC"});
     table.alignRight(4);
     table.alignRight(8);
-    for (const LoggedTransaction& one : list.transactions)
+    for (const LoggedTransaction& one : list.transactions) {
         table.row({dateText(one.date), timeText(one.time), transactionTypeText(one.type), "not told",
                    amountText(one.otherAmount, one.currency), currencyText(one.currency), one.country,
                    merchantText(one.merchant), counterText(one.counter)});
-    if (list.transactions.empty())
+    }
+    if (list.transactions.empty()) {
         printLine("The log is empty.");
-    else
+    } else {
         print(table.text());
+    }
     printLine();
-    for (const char* const limit : kLimits)
+    for (const char* const limit : kLimits) {
         printLine(limit);
+    }
 }
 
 void printDocument(const TransactionList& list)
 {
     Json document;
     document["transactions"] = Json::array();
-    for (const LoggedTransaction& one : list.transactions)
+    for (const LoggedTransaction& one : list.transactions) {
         document["transactions"].push_back({{"date", dateText(one.date)},
                                             {"time", timeText(one.time)},
                                             {"type", one.type},
@@ -76,9 +81,11 @@ void printDocument(const TransactionList& list)
                                             {"merchant", merchantText(one.merchant)},
                                             {"merchantBytesOnCard", one.merchantBytes},
                                             {"atc", counterText(one.counter)}});
+    }
     document["notTold"] = Json::array();
-    for (const char* const limit : kLimits)
+    for (const char* const limit : kLimits) {
         document["notTold"].push_back(limit);
+    }
     printJson(document);
 }
 
@@ -97,8 +104,9 @@ Exit run(const Options& options)
     }
     const TransactionList list = parseTransactions(text.data());
     (options.json ? printDocument : printTable)(list);
-    if (!list.problem.empty())
+    if (!list.problem.empty()) {
         note("the text could not be read to its end: " + list.problem);
+    }
     return Exit::Ok;
 }
 

@@ -1,22 +1,24 @@
 // SPDX-License-Identifier: Apache-2.0
 // vorn m1: contactless memory cards.
 #include "tools/cli/arguments.h"
+#include "tools/cli/interrupt.h"
+#include "tools/cli/output.h"
 #include "tools/commands/command.h"
 #include "tools/explain/hex.h"
-#include "tools/cli/interrupt.h"
-#include "tools/session/memory_session.h"
-#include "tools/cli/output.h"
 #include "tools/explain/present.h"
+#include "tools/session/memory_session.h"
+
 #include "vorn/result.h"
 
 #include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <memory>
-#include <nlohmann/json.hpp>
-#include <sys/stat.h>
 
 namespace vorn::tool {
 
@@ -62,8 +64,9 @@ std::vector<MemoryKey> keysOf(const Options& options)
             keys.push_back({static_cast<char>(bytesOfArgument(options.keyMode)[0]), "mode " + options.keyMode, value});
             continue;
         }
-        for (const char type : options.keyType) // the reader's numbers of the two keys
+        for (const char type : options.keyType) { // the reader's numbers of the two keys
             keys.push_back({type == 'A' ? '\x60' : '\x61', std::string(1, type), value});
+        }
     }
     return keys;
 }
@@ -71,9 +74,10 @@ std::vector<MemoryKey> keysOf(const Options& options)
 MemoryKey authenticated(MemorySession& card, unsigned block, const std::vector<MemoryKey>& keys)
 {
     const auto key = card.authenticate(block, keys);
-    if (!key)
+    if (!key) {
         throw Failure(Exit::NoAccess, "no key given opens sector " + std::to_string(sectorOf(block)),
                       "name the sector's keys with --key HEX (repeatable) and --key-type A, B or AB");
+    }
     return *key;
 }
 
@@ -91,18 +95,23 @@ std::string blockText(unsigned block, const Bytes& data, bool show)
 // A value block keeps its number three times, once inverted, and an address four times.
 std::string inWords(unsigned block, const Bytes& data)
 {
-    if (block == 0)
+    if (block == 0) {
         return "manufacturer";
-    if (isTrailer(block))
+    }
+    if (isTrailer(block)) {
         return "trailer";
+    }
     bool value = data[12] == data[14] && data[13] == data[15] && (data[12] ^ data[13]) == 0xFF;
-    for (std::size_t i = 0; i < 4; ++i)
+    for (std::size_t i = 0; i < 4; ++i) {
         value = value && data[i] == data[8 + i] && (data[i] ^ data[4 + i]) == 0xFF;
-    if (value)
+    }
+    if (value) {
         return "value " + std::to_string(static_cast<std::int32_t>(bigEndian({data[3], data[2], data[1], data[0]})));
+    }
     std::string text;
-    for (const std::uint8_t byte : data)
+    for (const std::uint8_t byte : data) {
         text += byte >= 0x20 && byte < 0x7F ? static_cast<char>(byte) : '.';
+    }
     return text;
 }
 
@@ -112,10 +121,11 @@ Exit activate(const Options& options)
 {
     const Session session(options.link);
     const MemorySession card(session);
-    if (options.json)
+    if (options.json) {
         printJson({{"identification", card.identification()}});
-    else
+    } else {
         printLine("Card  " + card.identification());
+    }
     return Exit::Ok;
 }
 
@@ -125,11 +135,12 @@ Exit authenticate(const Options& options)
     MemorySession card(session);
     const MemoryKey key = authenticated(card, options.block, keysOf(options));
     const unsigned sector = sectorOf(options.block);
-    if (options.json)
+    if (options.json) {
         printJson({{"identification", card.identification()}, {"sector", sector}, {"key", key.name}});
-    else
+    } else {
         printLine("Card  " + card.identification() + "\nSector " + std::to_string(sector) + " opens with key " +
                   key.name);
+    }
     return Exit::Ok;
 }
 
@@ -141,20 +152,23 @@ Exit read(const Options& options)
     Table table;
     Json blocks = Json::array();
     for (unsigned block = options.block; block < std::min(options.block + options.count, kBlocksMax); ++block) {
-        if (block == options.block || block == firstBlock(sectorOf(block)))
+        if (block == options.block || block == firstBlock(sectorOf(block))) {
             authenticated(card, block, keys);
+        }
         const auto data = card.read(block);
-        if (!data)
+        if (!data) {
             throw Failure(Exit::NoAccess, "block " + std::to_string(block) + " may not be read with this key",
                           "the other key may do: --key-type B");
+        }
         const std::string text = blockText(block, *data, options.show);
         table.row({std::to_string(block), text, inWords(block, *data)});
         blocks.push_back({{"block", block}, {"data", text}});
     }
-    if (options.json)
+    if (options.json) {
         printJson({{"identification", card.identification()}, {"blocks", blocks}});
-    else
+    } else {
         print(table.text());
+    }
     return Exit::Ok;
 }
 
@@ -163,19 +177,22 @@ void confirmTrailer(const Options& options, const Bytes& data)
 {
     const std::string block = "block " + std::to_string(options.block);
     if (!isTrailer(options.block)) {
-        if (options.trailer)
+        if (options.trailer) {
             throw Failure(Exit::Usage, block + " is not a trailer", "leave --trailer out");
+        }
         return;
     }
-    if (!options.trailer || !options.yesOverwriteTrailer)
+    if (!options.trailer || !options.yesOverwriteTrailer) {
         throw Failure(Exit::Unconfirmed,
                       block + " is the trailer of sector " + std::to_string(sectorOf(options.block)) +
                           ": it holds the sector's keys and access conditions",
                       "a wrong one locks the sector for ever; if it is meant: --trailer --yes-overwrite-trailer");
-    if (!accessBitsConsistent(data))
+    }
+    if (!accessBitsConsistent(data)) {
         throw Failure(Exit::Unconfirmed,
                       "these access bits contradict themselves: the card would lock the sector for ever",
                       "bytes 6 to 8 hold each bit and its inverse; FF0780 is what a new card has");
+    }
 }
 
 Exit write(const Options& options)
@@ -186,18 +203,21 @@ Exit write(const Options& options)
     MemorySession card(session);
     authenticated(card, options.block, keysOf(options));
     const std::string block = "block " + std::to_string(options.block);
-    if (!card.write(options.block, data))
+    if (!card.write(options.block, data)) {
         throw Failure(Exit::NoAccess, block + " may not be written with this key",
                       "the other key may do: --key-type B");
+    }
     const bool readable = !isTrailer(options.block); // a trailer's keys do not come back
     const auto back = readable ? card.read(options.block) : std::nullopt;
-    if (back && *back != data)
+    if (back && *back != data) {
         throw Failure(Exit::NoAccess, block + " reads differently from what was written", "the card may be worn out");
+    }
     const bool compared = back.has_value();
-    if (options.json)
+    if (options.json) {
         printJson({{"block", options.block}, {"written", true}, {"readBack", compared}});
-    else
+    } else {
         printLine("Wrote " + block + (compared ? ", read back and compared" : ", not read back"));
+    }
     return Exit::Ok;
 }
 
@@ -214,8 +234,9 @@ struct DumpedSector {
     std::string keyNames() const
     {
         std::string names;
-        for (const MemoryKey& key : keys)
+        for (const MemoryKey& key : keys) {
             names += (names.empty() ? "" : ", ") + key.name;
+        }
         return names;
     }
 };
@@ -233,14 +254,16 @@ DumpedSector dumpSector(MemorySession& card, unsigned sector, const std::vector<
     DumpedSector result;
     result.blocks.resize(blockCount(sector));
     for (const MemoryKey& key : keys) {
-        if (result.whole() || !card.authenticate(firstBlock(sector), {key}))
+        if (result.whole() || !card.authenticate(firstBlock(sector), {key})) {
             continue;
+        }
         result.keys.push_back(key);
         for (unsigned i = 0; i < result.blocks.size(); ++i) {
             throwIfInterrupted();
             progress.show("sector " + std::to_string(sector) + ", block " + std::to_string(firstBlock(sector) + i));
-            if (!result.blocks[i])
+            if (!result.blocks[i]) {
                 result.blocks[i] = card.read(firstBlock(sector) + i);
+            }
         }
     }
     return result;
@@ -257,8 +280,9 @@ std::vector<DumpedSector> dumpAll(MemorySession& card, const Options& options)
     for (unsigned sector = 0; sector < sectors; ++sector) {
         progress.show("sector " + std::to_string(sector));
         dump.push_back(dumpSector(card, sector, keys, progress));
-        if (stated == 0 && sector + 1 == kSmallCard && card.authenticate(firstBlock(kSmallCard), keys))
+        if (stated == 0 && sector + 1 == kSmallCard && card.authenticate(firstBlock(kSmallCard), keys)) {
             sectors = kLargeCard;
+        }
     }
     return dump;
 }
@@ -267,10 +291,11 @@ std::vector<DumpedSector> dumpAll(MemorySession& card, const Options& options)
 Bytes trailerWithKeys(Bytes trailer, const std::vector<MemoryKey>& keys)
 {
     for (const MemoryKey& key : keys) {
-        if (key.name == "A")
+        if (key.name == "A") {
             std::copy(key.value.begin(), key.value.end(), trailer.begin());
-        else if (key.name == "B")
+        } else if (key.name == "B") {
             std::copy(key.value.begin(), key.value.end(), trailer.begin() + kKeyBAt);
+        }
     }
     return trailer;
 }
@@ -284,16 +309,18 @@ void saveImage(const std::string& path, const std::vector<DumpedSector>& dump)
     unsigned block = 0;
     for (const DumpedSector& sector : dump) {
         for (const auto& data : sector.blocks) {
-            if (!data)
+            if (!data) {
                 file << "# block " << block << " could not be read\n" << std::string(2 * kBlockSize, '0') << "\n";
-            else
+            } else {
                 file << toHex(isTrailer(block) ? trailerWithKeys(*data, sector.keys) : *data) << "\n";
+            }
             ++block;
         }
     }
     file.close();
-    if (!file)
+    if (!file) {
         throw Failure(Exit::Output, path + " could not be written");
+    }
     note("image, keys included: " + path);
 }
 
@@ -304,13 +331,15 @@ void printTable(const std::string& identification, const std::vector<DumpedSecto
     unsigned block = 0;
     for (std::size_t number = 0; number < dump.size(); ++number) {
         std::string heading = std::to_string(number);
-        if (dump[number].keys.empty())
+        if (dump[number].keys.empty()) {
             table.row({heading, "", "no key given opens it", ""});
+        }
         for (const auto& data : dump[number].blocks) {
-            if (data)
+            if (data) {
                 table.row({heading, std::to_string(block), blockText(block, *data, show), inWords(block, *data)});
-            else if (!dump[number].keys.empty())
+            } else if (!dump[number].keys.empty()) {
                 table.row({heading, std::to_string(block), "may not be read with key " + dump[number].keyNames(), ""});
+            }
             heading.clear();
             ++block;
         }
@@ -343,16 +372,19 @@ Exit dump(const Options& options)
 {
     // The working directory changes with the session.
     const std::string path = options.output.empty() ? "" : std::filesystem::absolute(options.output).string();
-    if (!path.empty() && std::filesystem::exists(path))
+    if (!path.empty() && std::filesystem::exists(path)) {
         throw Failure(Exit::Output, path + " exists already", "name a new file: an image is never replaced");
+    }
     const Session session(options.link);
     MemorySession card(session);
     const std::vector<DumpedSector> sectors = dumpAll(card, options);
     (options.json ? printDocument : printTable)(card.identification(), sectors, options.show);
-    if (options.size == "auto" && sectors.size() == kSmallCard)
+    if (options.size == "auto" && sectors.size() == kSmallCard) {
         note("sector 16 did not open: taken as a card of 16 sectors (--size 4k reads more)");
-    if (!path.empty())
+    }
+    if (!path.empty()) {
         saveImage(path, sectors);
+    }
     const bool whole = std::all_of(sectors.begin(), sectors.end(), [](const DumpedSector& s) { return s.whole(); });
     return whole ? Exit::Ok : Exit::NoAccess;
 }
@@ -402,12 +434,15 @@ void addM1(CLI::App& root, Action& action)
     CLI::App* const readCommand = add(*m1, "read", "Read blocks", options, action, read);
     CLI::App* const writeCommand = add(*m1, "write", "Write a block", options, action, write);
     CLI::App* const dumpCommand = add(*m1, "dump", "Read a whole card", options, action, dump);
-    for (CLI::App* const command : {authCommand, readCommand, writeCommand, dumpCommand})
+    for (CLI::App* const command : {authCommand, readCommand, writeCommand, dumpCommand}) {
         addKeys(*command, *options);
-    for (CLI::App* const command : {authCommand, readCommand, writeCommand})
+    }
+    for (CLI::App* const command : {authCommand, readCommand, writeCommand}) {
         addBlock(*command, *options);
-    for (CLI::App* const command : {readCommand, dumpCommand})
+    }
+    for (CLI::App* const command : {readCommand, dumpCommand}) {
         command->add_flag("--show", options->show, "Do not mask the keys in trailers");
+    }
 
     readCommand->add_option("--count,-n", options->count, "How many blocks")
         ->check(CLI::Range(1U, kBlocksMax))

@@ -1,23 +1,25 @@
 // SPDX-License-Identifier: Apache-2.0
 // vorn sale: an online transaction from end to end, each step as it happens.
-#include "ICC_COMM_VORN.h"
 #include "sim/cards/emv_card.h"
 #include "sim/issuer/issuer.h"
-#include "tools/explain/apdu_words.h"
 #include "tools/cli/arguments.h"
-#include "tools/commands/command.h"
-#include "tools/session/exchange_feed.h"
-#include "tools/explain/hex.h"
 #include "tools/cli/interrupt.h"
 #include "tools/cli/output.h"
-#include "tools/explain/present.h"
+#include "tools/commands/command.h"
 #include "tools/commands/sale_options.h"
+#include "tools/explain/apdu_words.h"
+#include "tools/explain/hex.h"
+#include "tools/explain/present.h"
 #include "tools/explain/status_words.h"
 #include "tools/explain/tlv_view.h"
+#include "tools/session/exchange_feed.h"
+
+#include "ICC_COMM_VORN.h"
+
+#include <nlohmann/json.hpp>
 
 #include <array>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <optional>
 
 namespace vorn::tool {
@@ -38,8 +40,9 @@ CryptogramView viewOf(sim::CryptogramText kind, const std::string& text, bool sh
     const auto account = view.items.values.find(0x5A);
     if (!show && account != view.items.values.end()) {
         const std::string digits = toHex(account->second);
-        for (auto at = view.text.find(digits); at != std::string::npos; at = view.text.find(digits, at + 1))
+        for (auto at = view.text.find(digits); at != std::string::npos; at = view.text.find(digits, at + 1)) {
             view.text.replace(at, digits.size(), maskPanHex(account->second));
+        }
     } else if (!show && account == view.items.values.end()) {
         view.text = "(not shown: its account number could not be found to be masked)";
     }
@@ -49,16 +52,18 @@ CryptogramView viewOf(sim::CryptogramText kind, const std::string& text, bool sh
 Json documentOf(const CryptogramView& view, bool show)
 {
     Json items = Json::object();
-    for (const auto& [tag, value] : view.items.values)
+    for (const auto& [tag, value] : view.items.values) {
         items[sim::tlv::toHex(tag)] = tag == 0x5A && !show ? maskPanHex(value) : toHex(value);
+    }
     return {{"text", view.text}, {"items", items}};
 }
 
 sim::Issuer simulatedIssuer(const sim::Profile& profile)
 {
     try {
-        if (auto issuer = sim::issuerOf(profile))
+        if (auto issuer = sim::issuerOf(profile)) {
             return *issuer;
+        }
     } catch (const sim::ProfileError& error) {
         throw Failure(Exit::Profile, error.what());
     }
@@ -78,8 +83,9 @@ public:
     explicit Sale(const SaleOptions& options)
         : options_(options), transaction_(transactionText(options)), session_(options.link), issuer_(chooseIssuer())
     {
-        if (session_.simulated() != nullptr)
+        if (session_.simulated() != nullptr) {
             card_ = session_.simulated()->card.get();
+        }
     }
 
     Exit run()
@@ -94,13 +100,15 @@ public:
             const std::string answer = askIssuer();
             return finish(complete(answer));
         } catch (const Failure& failure) {
-            if (failure.exitCode() == Exit::Output)
+            if (failure.exitCode() == Exit::Output) {
                 throw;
+            }
             tellAccount(true);
             document_["outcome"] = "failed";
             document_["error"] = failure.what();
-            if (options_.json)
+            if (options_.json) {
                 printJsonResult();
+            }
             throw;
         }
     }
@@ -148,13 +156,16 @@ private:
 std::optional<sim::Issuer> Sale::chooseIssuer()
 {
     SimulatedReader* const simulated = session_.simulated();
-    if (simulated != nullptr && !options_.issuerProfile.empty())
+    if (simulated != nullptr && !options_.issuerProfile.empty()) {
         throw Failure(Exit::Usage, "--simulated-issuer-on-real-card goes with --port");
-    if (!options_.answer.empty() || options_.ask)
+    }
+    if (!options_.answer.empty() || options_.ask) {
         return std::nullopt;
+    }
     if (simulated == nullptr && options_.issuerProfile.empty()) {
-        if (options_.wrongIssuerKey)
+        if (options_.wrongIssuerKey) {
             throw Failure(Exit::Usage, "--wrong-issuer-key goes with a simulated issuer");
+        }
         return std::nullopt;
     }
     const sim::Profile profile = simulated != nullptr ? simulated->profile : profileOf(options_.issuerProfile);
@@ -172,14 +183,16 @@ std::optional<sim::Issuer> Sale::chooseIssuer()
 
 void Sale::heading(const std::string& text)
 {
-    if (!options_.json)
+    if (!options_.json) {
         printLine(text);
+    }
 }
 
 void Sale::say(const std::string& name, const std::string& text)
 {
-    if (!options_.json)
+    if (!options_.json) {
         printLine("  " + name + std::string(name.size() < 14 ? 14 - name.size() : 1, ' ') + text);
+    }
 }
 
 void Sale::showStep(const char* phase, const CardExchange& exchange)
@@ -194,8 +207,9 @@ void Sale::showStep(const char* phase, const CardExchange& exchange)
                                   {"status", statusWords},
                                   {"command", commandHex(exchange.command, options_.show)},
                                   {"response", hexText(exchange.response, options_.show)}});
-    if (options_.json)
+    if (options_.json) {
         return;
+    }
     printLine("  asked         " + asked);
     printLine("  answered      " + (answered.empty() ? "" : answered + ", ") + statusWords);
     if (options_.link.verbose) {
@@ -207,15 +221,18 @@ void Sale::showStep(const char* phase, const CardExchange& exchange)
 // The calls do not say why a card did what it did; the simulated one does.
 void Sale::tellAccount(bool always)
 {
-    if (card_ == nullptr)
+    if (card_ == nullptr) {
         return;
+    }
     const std::vector<std::string> lines = card_->account();
     document_["cardAccount"] = lines;
-    if (options_.json || !(always || options_.link.verbose) || told_ >= lines.size())
+    if (options_.json || !(always || options_.link.verbose) || told_ >= lines.size()) {
         return;
+    }
     printLine("The simulated card's own account:");
-    for (; told_ < lines.size(); ++told_)
+    for (; told_ < lines.size(); ++told_) {
         printLine("  " + lines[told_]);
+    }
 }
 
 void Sale::printJsonResult() const
@@ -252,14 +269,16 @@ void Sale::request()
 std::string Sale::askIssuer()
 {
     heading("2. The issuer answers");
-    if (issuer_)
+    if (issuer_) {
         return simulatedAnswer();
+    }
     std::string answer = options_.answer;
     if (answer.empty()) {
-        if (options_.json)
+        if (options_.json) {
             printJsonLine({{"arqc", arqc_}});
-        else
+        } else {
             note("Send the ARQC text to the host and enter its answer (hex of 91, and 71 or 72):");
+        }
         answer = toHex(bytesOfArgument(readLine()));
     }
     say("answer", answer);
@@ -283,11 +302,13 @@ std::string Sale::simulatedAnswer()
     say("ARQC", decision.request.why);
     say("decision",
         std::string(sim::nameOf(decision.decision)) + " (" + decision.why + "), code " + decision.responseCode);
-    for (const std::string& script : decision.scripts)
+    for (const std::string& script : decision.scripts) {
         say("script", script);
+    }
     say("answer", decision.text);
-    if (decision.text.empty())
+    if (decision.text.empty()) {
         throw Failure(Exit::Unverified, "the issuer could not read the card's request: " + decision.request.why);
+    }
     return decision.text;
 }
 
@@ -310,8 +331,9 @@ Outcome Sale::complete(const std::string& answer)
         say("TC text", view.text);
     }
     // Before a TC the script has not been run, whatever the text says.
-    if (tc[0] != '\0')
+    if (tc[0] != '\0') {
         showScriptResult(script.data());
+    }
     return judge(result, tc.data());
 }
 
@@ -319,8 +341,9 @@ Outcome Sale::complete(const std::string& answer)
 void Sale::showScriptResult(const std::string& text)
 {
     document_["scriptResult"] = text.empty() ? Json() : Json(text);
-    if (text.size() < 8)
+    if (text.size() < 8) {
         return;
+    }
     const std::string command =
         text[7] == 'F' ? "15 or a later one" : std::to_string(std::stoi(text.substr(7, 1), nullptr, 16));
     say("script", (text[6] == '2'   ? "done"
@@ -331,20 +354,24 @@ void Sale::showScriptResult(const std::string& text)
 
 Outcome Sale::judge(int result, const std::string& tc)
 {
-    if (result == VORN_OK && tc.empty())
+    if (result == VORN_OK && tc.empty()) {
         return {"declined", Exit::Declined, "declined: the issuer's answer asked for no TC, and the card gave none"};
-    if (result != VORN_OK && result != VORN_SCRIPT_FAILED)
+    }
+    if (result != VORN_OK && result != VORN_SCRIPT_FAILED) {
         session_.check(result, Call::SecondHalf);
+    }
     const std::optional<sim::Verification> verification =
         issuer_ ? std::optional(issuer_->verifyCompletion(tc)) : std::nullopt;
     if (verification) {
         document_["completion"] = {{"tcVerified", verification->verified}, {"verification", verification->why}};
         say("issuer", verification->why);
-        if (!verification->verified)
+        if (!verification->verified) {
             return {"unverified", Exit::Unverified, "the card gave a TC that the issuer cannot verify"};
+        }
     }
-    if (result == VORN_SCRIPT_FAILED)
+    if (result == VORN_SCRIPT_FAILED) {
         return {"scriptFailed", Exit::ScriptFailed, "approved, but a command of the issuer's script failed"};
+    }
     return {"approved", Exit::Ok,
             verification ? "approved, and the TC is right" : "approved; the TC is for the host to verify"};
 }
@@ -355,8 +382,9 @@ Exit Sale::finish(const Outcome& outcome)
     tellAccount(outcome.exitCode != Exit::Ok);
     document_["outcome"] = outcome.name;
     document_["message"] = outcome.message;
-    if (options_.json)
+    if (options_.json) {
         printJsonResult();
+    }
     return outcome.exitCode;
 }
 

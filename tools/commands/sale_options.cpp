@@ -4,6 +4,7 @@
 #include "tools/cli/arguments.h"
 #include "tools/explain/hex.h"
 #include "tools/explain/present.h"
+
 #include "vorn/convert.h"
 
 #include <algorithm>
@@ -20,8 +21,9 @@ constexpr std::size_t kMerchantSize = 20;
 
 std::string item(char key, const std::string& hex)
 {
-    if (hex.empty())
+    if (hex.empty()) {
         return {};
+    }
     char header[8];
     std::snprintf(header, sizeof header, "%c%03u", key, static_cast<unsigned>(hex.size() % 1000));
     return header + hex;
@@ -42,9 +44,10 @@ std::string amountDigits(const std::string& text, std::size_t decimals)
     part.append(decimals - std::min(decimals, part.size()), '0');
     const std::string all = whole + part;
     const std::string value = all.substr(std::min(all.find_first_not_of('0'), all.size()));
-    if (!good || value.size() > kAmountDigits)
+    if (!good || value.size() > kAmountDigits) {
         throw Failure(Exit::Usage, "'" + text + "' is not an amount",
                       "for example 12.34, with at most " + std::to_string(decimals) + " decimals in this currency");
+    }
     return std::string(kAmountDigits - value.size(), '0') + value;
 }
 
@@ -74,10 +77,12 @@ Now now()
 std::string dateDigits(const std::string& text)
 {
     std::string date = text.empty() ? now().date : withoutSeparators(text);
-    if (date.size() == 8)
+    if (date.size() == 8) {
         date.erase(0, 2);
-    if (dateText(date) == date)
+    }
+    if (dateText(date) == date) {
         throw Failure(Exit::Usage, "'" + text + "' is not a date", "for example 2026-03-15");
+    }
     return date;
 }
 
@@ -85,8 +90,9 @@ std::string timeDigits(const std::string& text)
 {
     const std::string time = text.empty() ? now().time : withoutSeparators(text);
     if (time.size() != 6 || !digits(time) || time.substr(0, 2) > "23" || time.substr(2, 2) > "59" ||
-        time.substr(4) > "59")
+        time.substr(4) > "59") {
         throw Failure(Exit::Usage, "'" + text + "' is not a time", "for example 14:30:00");
+    }
     return time;
 }
 
@@ -94,24 +100,29 @@ std::string timeDigits(const std::string& text)
 std::string codeDigits(const std::string& text)
 {
     std::string code = currencyCode(text);
-    if (code.size() == 3)
+    if (code.size() == 3) {
         code.insert(0, "0");
-    if (code.size() != 4 || !digits(code))
+    }
+    if (code.size() != 4 || !digits(code)) {
         throw Failure(Exit::Usage, "'" + text + "' is not a currency or country code", "for example 0156 or CNY");
+    }
     return code;
 }
 
 // Padded with blanks, as cards and terminals do.
 std::string merchantHex(const std::string& utf8)
 {
-    if (utf8.empty())
+    if (utf8.empty()) {
         return {};
+    }
     std::vector<char> gbk(utf8.size() + 8);
-    if (Utf8ToGbk(utf8.data(), utf8.size(), gbk.data(), gbk.size()) != 0)
+    if (Utf8ToGbk(utf8.data(), utf8.size(), gbk.data(), gbk.size()) != 0) {
         throw Failure(Exit::Usage, "the merchant's name cannot be written in GBK");
+    }
     std::string name = gbk.data();
-    if (name.size() > kMerchantSize)
+    if (name.size() > kMerchantSize) {
         throw Failure(Exit::Usage, "the merchant's name is longer than 20 bytes in GBK");
+    }
     name.resize(kMerchantSize, ' ');
     return toHex(Bytes(name.begin(), name.end()));
 }

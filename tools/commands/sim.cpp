@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // vorn sim: a reader with a profile's cards, on a pseudo-terminal, for any host.
-#include "tools/commands/command.h"
-#include "tools/explain/hex.h"
 #include "tools/cli/interrupt.h"
 #include "tools/cli/output.h"
+#include "tools/commands/command.h"
+#include "tools/explain/hex.h"
 #include "tools/session/session.h"
 
 #ifdef VORN_USB_REDIRECTION
@@ -11,9 +11,9 @@
 #endif
 
 #include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
 
 #include <memory>
-#include <nlohmann/json.hpp>
 
 namespace vorn::tool {
 
@@ -46,13 +46,15 @@ void showHistory(SimulatedReader& simulated, sim::PtyPort& port, bool show)
     port.locked([&] {
         if (show) {
             lines = simulated.reader.events();
-            for (const auto& exchange : simulated.reader.exchanges())
+            for (const auto& exchange : simulated.reader.exchanges()) {
                 lines.push_back(exchangeText(exchange));
+            }
         }
         simulated.reader.clearHistory();
     });
-    for (const std::string& line : lines)
+    for (const std::string& line : lines) {
         note(line);
+    }
 }
 
 Exit listProfiles(bool json)
@@ -61,8 +63,9 @@ Exit listProfiles(bool json)
         printJson(Json(sim::shippedProfiles()));
         return Exit::Ok;
     }
-    for (const std::string& name : sim::shippedProfiles())
+    for (const std::string& name : sim::shippedProfiles()) {
         printLine(name);
+    }
     return Exit::Ok;
 }
 
@@ -72,8 +75,9 @@ class UsbReader {
 public:
     explicit UsbReader([[maybe_unused]] const Options& options)
     {
-        if (options.usbSocket.empty())
+        if (options.usbSocket.empty()) {
             return;
+        }
 #ifdef VORN_USB_REDIRECTION
         reader_ = std::make_unique<SimulatedReader>(options.profile, options.faults);
         port_ = std::make_unique<sim::UsbRedirPort>(reader_->reader, options.usbSocket);
@@ -93,10 +97,12 @@ private:
 
 Exit run(const Options& options)
 {
-    if (options.list)
+    if (options.list) {
         return listProfiles(options.json);
-    if (options.profile.empty())
+    }
+    if (options.profile.empty()) {
         throw Failure(Exit::Usage, "no profile named", "'vorn sim --list' names those that come with the tool");
+    }
     SimulatedReader simulated(options.profile, options.faults);
     simulated.reader.checkLineSpeed(options.checkSpeed);
     sim::PtyPort::Options portOptions;
@@ -105,10 +111,11 @@ Exit run(const Options& options)
     sim::PtyPort port(simulated.reader, portOptions);
     const UsbReader usb(options);
 
-    if (options.json)
+    if (options.json) {
         printJsonLine({{"port", port.name()}, {"profile", simulated.profile.name}});
-    else
+    } else {
         printLine(port.name());
+    }
     note("A reader with the cards of '" + simulated.profile.name + "' answers on /dev/" + port.name() + ". Try:");
     note("  vorn info --port " + port.name());
     note("Ctrl-C ends it.");

@@ -1,14 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 // vorn wallet: a hard wallet's identification.
-#include "ICC_COMM_VORN.h"
-#include "tools/commands/command.h"
 #include "tools/cli/output.h"
+#include "tools/commands/command.h"
 #include "tools/explain/present.h"
 #include "tools/session/session.h"
 
+#include "ICC_COMM_VORN.h"
+
+#include <nlohmann/json.hpp>
+
 #include <array>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 namespace vorn::tool {
 
@@ -26,9 +28,9 @@ Exit run(const Options& options)
     std::array<char, ICC_CONTEXT_ID_CAPACITY> context{};
     std::array<char, ICC_WALLET_TEXT_CAPACITY> mode{};
     std::array<char, ICC_WALLET_TEXT_CAPACITY> aid{};
-    session.check(IC_GetZzhHardWalletInfo(session.port(), "", 9600, session.timeout(), context.data(), mode.data(),
-                                          aid.data()),
-                  Call::Wallet);
+    session.check(
+        IC_GetZzhHardWalletInfo(session.port(), "", 9600, session.timeout(), context.data(), mode.data(), aid.data()),
+        Call::Wallet);
     if (options.json) {
         printJson({{"contextId", context.data()}, {"transactionMode", mode.data()}, {"aid", aid.data()}});
         return Exit::Ok;

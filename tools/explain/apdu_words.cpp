@@ -33,13 +33,27 @@ struct Row {
 };
 
 const Row kRows[] = {
-    {0x16, "CARD BLOCK"},        {0x18, "APPLICATION UNBLOCK"}, {0x1E, "APPLICATION BLOCK"},
-    {kVerify, "VERIFY"},         {0x22, "WALLET INFORMATION"},  {kPinChange, "PIN CHANGE/UNBLOCK"},
-    {0x50, "INITIALIZE"},        {0x52, "CREDIT FOR LOAD"},     {kExternalAuthenticate, "EXTERNAL AUTHENTICATE"},
-    {0x84, "GET CHALLENGE"},     {0x88, "INTERNAL AUTHENTICATE"}, {kSelect, "SELECT"},
-    {kProcessingOptions, "GET PROCESSING OPTIONS"}, {kGenerateCryptogram, "GENERATE AC"}, {0xB0, "READ BINARY"},
-    {kReadRecord, "READ RECORD"}, {0xC0, "GET RESPONSE"},       {kGetData, "GET DATA"},
-    {0xD6, "UPDATE BINARY"},     {kPutData, "PUT DATA"},        {0xDC, "UPDATE RECORD"},
+    {0x16, "CARD BLOCK"},
+    {0x18, "APPLICATION UNBLOCK"},
+    {0x1E, "APPLICATION BLOCK"},
+    {kVerify, "VERIFY"},
+    {0x22, "WALLET INFORMATION"},
+    {kPinChange, "PIN CHANGE/UNBLOCK"},
+    {0x50, "INITIALIZE"},
+    {0x52, "CREDIT FOR LOAD"},
+    {kExternalAuthenticate, "EXTERNAL AUTHENTICATE"},
+    {0x84, "GET CHALLENGE"},
+    {0x88, "INTERNAL AUTHENTICATE"},
+    {kSelect, "SELECT"},
+    {kProcessingOptions, "GET PROCESSING OPTIONS"},
+    {kGenerateCryptogram, "GENERATE AC"},
+    {0xB0, "READ BINARY"},
+    {kReadRecord, "READ RECORD"},
+    {0xC0, "GET RESPONSE"},
+    {kGetData, "GET DATA"},
+    {0xD6, "UPDATE BINARY"},
+    {kPutData, "PUT DATA"},
+    {0xDC, "UPDATE RECORD"},
     {0xE2, "APPEND RECORD"},
 };
 
@@ -48,8 +62,9 @@ constexpr std::size_t kDataAt = 5;
 
 Bytes commandData(const Bytes& apdu)
 {
-    if (apdu.size() <= kDataAt)
+    if (apdu.size() <= kDataAt) {
         return {};
+    }
     const std::size_t size = std::min<std::size_t>(apdu[kHeaderSize], apdu.size() - kDataAt);
     return {apdu.begin() + kDataAt, apdu.begin() + static_cast<std::ptrdiff_t>(kDataAt + size)};
 }
@@ -105,8 +120,9 @@ std::string tagsIn(const Bytes& data)
 {
     std::string text;
     for (const TlvNode& node : walkTlv(data).nodes) {
-        if (!node.constructed)
+        if (!node.constructed) {
             text += (text.empty() ? "" : " ") + tlv::toHex(node.tag);
+        }
     }
     return text;
 }
@@ -125,36 +141,51 @@ Bytes dataOf(const Bytes& response)
 
 std::string commandInWords(const Bytes& apdu)
 {
-    if (apdu.size() < kHeaderSize)
+    if (apdu.size() < kHeaderSize) {
         return "no command";
+    }
     const auto* const row =
         std::find_if(std::begin(kRows), std::end(kRows), [&](const Row& r) { return r.ins == apdu[1]; });
-    if (row == std::end(kRows))
+    if (row == std::end(kRows)) {
         return "command " + toHex({apdu[0], apdu[1]});
+    }
     const std::string name = row->name;
     switch (apdu[1]) {
-    case kSelect: return name + " " + nameText(commandData(apdu)) + ((apdu[3] & 0x02U) != 0 ? ", next occurrence" : "");
-    case kReadRecord: return name + " " + std::to_string(apdu[2]) + " of file " + std::to_string(apdu[3] >> 3);
+    case kSelect:
+        return name + " " + nameText(commandData(apdu)) + ((apdu[3] & 0x02U) != 0 ? ", next occurrence" : "");
+    case kReadRecord:
+        return name + " " + std::to_string(apdu[2]) + " of file " + std::to_string(apdu[3] >> 3);
     case kGetData:
-    case kPutData: return name + " " + objectText(apdu);
-    case kGenerateCryptogram: return name + ", asking for " + cryptogramName(apdu[2]);
-    case kExternalAuthenticate: return name + " (the issuer's answer)";
-    default: return name;
+    case kPutData:
+        return name + " " + objectText(apdu);
+    case kGenerateCryptogram:
+        return name + ", asking for " + cryptogramName(apdu[2]);
+    case kExternalAuthenticate:
+        return name + " (the issuer's answer)";
+    default:
+        return name;
     }
 }
 
 std::string answerInWords(const Bytes& apdu, const Bytes& response)
 {
     const Bytes data = dataOf(response);
-    if (apdu.size() < kHeaderSize || data.empty())
+    if (apdu.size() < kHeaderSize || data.empty()) {
         return {};
+    }
     switch (apdu[1]) {
-    case kSelect: return selected(data);
-    case kProcessingOptions: return processingOptions(data);
-    case kGenerateCryptogram: return cryptogram(data);
-    case kReadRecord: return tagsIn(data);
-    case kGetData: return hexText(data, false);
-    default: return std::to_string(data.size()) + " bytes";
+    case kSelect:
+        return selected(data);
+    case kProcessingOptions:
+        return processingOptions(data);
+    case kGenerateCryptogram:
+        return cryptogram(data);
+    case kReadRecord:
+        return tagsIn(data);
+    case kGetData:
+        return hexText(data, false);
+    default:
+        return std::to_string(data.size()) + " bytes";
     }
 }
 
@@ -162,8 +193,9 @@ std::string commandHex(const Bytes& apdu, bool show)
 {
     std::string text = toHex(apdu);
     const bool pin = apdu.size() > kDataAt && (apdu[1] == kVerify || apdu[1] == kPinChange);
-    if (pin && !show)
+    if (pin && !show) {
         std::fill(text.begin() + 2 * kDataAt, text.end(), '*');
+    }
     return text;
 }
 

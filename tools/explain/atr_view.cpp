@@ -25,23 +25,28 @@ std::string number(const char* what, int value)
 std::string interfaceMeaning(char letter, int round, std::uint8_t byte)
 {
     switch (letter) {
-    case 'A': return round == 1 ? number("F = ", kClockRates[byte >> 4]) + number(", D = ", kBitRates[byte & 0x0F])
-                     : round == 2 ? "specific mode, protocol T=" + std::to_string(byte & 0x0F)
-                     : round == 3 ? "information field size " + std::to_string(byte)
-                                  : "";
-    case 'B': return round == 1 || round == 2 ? "programming voltage, not used any more" : "";
-    case 'C': return round == 1 ? (byte == 0xFF ? "least guard time" : std::to_string(byte) + " extra guard times")
-                     : round == 2 ? "waiting time integer " + std::to_string(byte)
-                                  : "";
-    default: return "protocol T=" + std::to_string(byte & 0x0F);
+    case 'A':
+        return round == 1   ? number("F = ", kClockRates[byte >> 4]) + number(", D = ", kBitRates[byte & 0x0F])
+               : round == 2 ? "specific mode, protocol T=" + std::to_string(byte & 0x0F)
+               : round == 3 ? "information field size " + std::to_string(byte)
+                            : "";
+    case 'B':
+        return round == 1 || round == 2 ? "programming voltage, not used any more" : "";
+    case 'C':
+        return round == 1   ? (byte == 0xFF ? "least guard time" : std::to_string(byte) + " extra guard times")
+               : round == 2 ? "waiting time integer " + std::to_string(byte)
+                            : "";
+    default:
+        return "protocol T=" + std::to_string(byte & 0x0F);
     }
 }
 
 std::string asText(const Bytes& bytes)
 {
     std::string text;
-    for (const std::uint8_t byte : bytes)
+    for (const std::uint8_t byte : bytes) {
         text += byte >= 0x20 && byte < 0x7F ? static_cast<char>(byte) : '.';
+    }
     return "\"" + text + "\"";
 }
 
@@ -54,14 +59,17 @@ public:
         const auto first = next();
         part("TS", *first, *first == kDirect ? "direct convention" : "inverse convention");
         const auto format = next();
-        if (!format)
+        if (!format) {
             return missing("T0");
+        }
         const std::size_t historical = *format & 0x0FU;
         part("T0", *format, std::to_string(historical) + " historical bytes");
-        if (!interfaceBytes(*format))
+        if (!interfaceBytes(*format)) {
             return missing("an interface byte");
-        if (atr_.size() - at_ < historical)
+        }
+        if (atr_.size() - at_ < historical) {
             return missing("historical bytes");
+        }
         if (historical > 0) {
             const Bytes bytes(atr_.begin() + static_cast<std::ptrdiff_t>(at_),
                               atr_.begin() + static_cast<std::ptrdiff_t>(at_ + historical));
@@ -89,18 +97,21 @@ private:
         for (int round = 1; round <= 8; ++round) {
             const unsigned follow = indicator >> 4;
             for (unsigned i = 0; i < 4; ++i) {
-                if ((follow >> i & 1U) == 0)
+                if ((follow >> i & 1U) == 0) {
                     continue;
+                }
                 const auto byte = next();
-                if (!byte)
+                if (!byte) {
                     return false;
+                }
                 const char letter = static_cast<char>('A' + static_cast<int>(i));
                 part(std::string("T") + letter + std::to_string(round), *byte, interfaceMeaning(letter, round, *byte));
                 indicator = *byte;
                 checked_ = checked_ || (letter == 'D' && (*byte & 0x0F) != 0);
             }
-            if ((follow & 0x8U) == 0)
+            if ((follow & 0x8U) == 0) {
                 return true;
+            }
         }
         return false;
     }
@@ -115,9 +126,10 @@ private:
         } else if (checked_) {
             return missing("TCK");
         }
-        if (at_ < atr_.size())
-            parts_.push_back({"more", toHex(Bytes(atr_.begin() + static_cast<std::ptrdiff_t>(at_), atr_.end())),
-                              "behind the end"});
+        if (at_ < atr_.size()) {
+            parts_.push_back(
+                {"more", toHex(Bytes(atr_.begin() + static_cast<std::ptrdiff_t>(at_), atr_.end())), "behind the end"});
+        }
         return parts_;
     }
 
@@ -131,8 +143,9 @@ private:
 
 std::vector<AtrPart> decodeAtr(const sim::Bytes& atr)
 {
-    if (atr.empty() || (atr[0] != kDirect && atr[0] != kInverse))
+    if (atr.empty() || (atr[0] != kDirect && atr[0] != kInverse)) {
         return {{"answer", toHex(atr), "not of the form of an answer to reset"}};
+    }
     return Decoder(atr).decode();
 }
 

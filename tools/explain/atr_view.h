@@ -10,7 +10,7 @@
 namespace vorn::tool {
 
 struct AtrPart {
-    std::string name;    // "TA1"
+    std::string name; // "TA1"
     std::string hex;
     std::string meaning; // may be empty
 };

@@ -10,28 +10,24 @@ namespace {
 
 constexpr std::size_t kHeader = 4; // letter and length
 
-bool hexDigit(char c)
-{
-    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F');
-}
+bool hexDigit(char c) { return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F'); }
 
 std::optional<std::size_t> lengthAt(const std::string& text, std::size_t at)
 {
-    if (at + 3 > text.size())
+    if (at + 3 > text.size()) {
         return std::nullopt;
+    }
     std::size_t length = 0;
     for (std::size_t i = at; i < at + 3; ++i) {
-        if (text[i] < '0' || text[i] > '9')
+        if (text[i] < '0' || text[i] > '9') {
             return std::nullopt;
+        }
         length = 10 * length + static_cast<std::size_t>(text[i] - '0');
     }
     return length;
 }
 
-std::string placeOf(std::size_t at)
-{
-    return " at character " + std::to_string(at + 1);
-}
+std::string placeOf(std::size_t at) { return " at character " + std::to_string(at + 1); }
 
 // A field of hex text with a length that is always the same.
 struct FixedField {
@@ -65,15 +61,18 @@ bool hexAt(const std::string& text, std::size_t at, std::size_t size)
 // Reads the fields before the name. Returns where W stands, or nothing.
 std::optional<std::size_t> readFixed(const std::string& text, std::size_t at, LoggedTransaction* into)
 {
-    if (text.compare(at, kHeader, kBegin) != 0)
+    if (text.compare(at, kHeader, kBegin) != 0) {
         return std::nullopt;
+    }
     at += kHeader;
     for (const FixedField& field : fixedFields()) {
         if (text.compare(std::min(at, text.size()), kHeader, field.header) != 0 ||
-            !hexAt(text, at + kHeader, field.size))
+            !hexAt(text, at + kHeader, field.size)) {
             return std::nullopt;
-        if (into != nullptr)
+        }
+        if (into != nullptr) {
             into->*field.value = text.substr(at + kHeader, field.size);
+        }
         at += kHeader + field.size;
     }
     return at < text.size() && text[at] == 'W' ? std::optional(at) : std::nullopt;
@@ -85,8 +84,9 @@ std::optional<std::size_t> findCounter(const std::string& text, std::size_t from
 {
     for (std::size_t at = text.find(kCounter, from); at != std::string::npos; at = text.find(kCounter, at + 1)) {
         const std::size_t end = at + kHeader + kCounterSize;
-        if (hexAt(text, at + kHeader, kCounterSize) && (end == text.size() || readFixed(text, end, nullptr)))
+        if (hexAt(text, at + kHeader, kCounterSize) && (end == text.size() || readFixed(text, end, nullptr))) {
             return at;
+        }
     }
     return std::nullopt;
 }

@@ -2,6 +2,7 @@
 #include "tools/explain/present.h"
 
 #include "tools/explain/hex.h"
+
 #include "vorn/convert.h"
 
 #include <algorithm>
@@ -42,19 +43,21 @@ struct Named {
     const char* name;
 };
 
-template <std::size_t N> std::string named(const Named (&rows)[N], const std::string& code)
+template <std::size_t N>
+std::string named(const Named (&rows)[N], const std::string& code)
 {
     for (const Named& row : rows) {
-        if (code == row.code)
+        if (code == row.code) {
             return std::string(row.name) + " (" + code + ")";
+        }
     }
     return code;
 }
 
-const Named kCountries[] = {{"0156", "China"},          {"0344", "Hong Kong"}, {"0446", "Macao"},
-                            {"0158", "Taiwan"},         {"0840", "USA"},       {"0392", "Japan"},
-                            {"0410", "Korea"},          {"0702", "Singapore"}, {"0826", "United Kingdom"},
-                            {"0276", "Germany"},        {"0250", "France"},    {"0643", "Russia"}};
+const Named kCountries[] = {{"0156", "China"},   {"0344", "Hong Kong"}, {"0446", "Macao"},
+                            {"0158", "Taiwan"},  {"0840", "USA"},       {"0392", "Japan"},
+                            {"0410", "Korea"},   {"0702", "Singapore"}, {"0826", "United Kingdom"},
+                            {"0276", "Germany"}, {"0250", "France"},    {"0643", "Russia"}};
 
 const Named kTypes[] = {{"00", "purchase"}, {"01", "cash"},    {"09", "purchase with cashback"}, {"20", "refund"},
                         {"21", "deposit"},  {"30", "inquiry"}, {"31", "balance inquiry"},        {"40", "transfer"},
@@ -69,15 +72,20 @@ struct Character {
 std::optional<Character> characterAt(const std::string& text, std::size_t at)
 {
     const auto first = static_cast<unsigned char>(text[at]);
-    const std::size_t size = first < 0x80 ? 1 : (first & 0xE0) == 0xC0 ? 2 : (first & 0xF0) == 0xE0 ? 3
-                             : (first & 0xF8) == 0xF0 ? 4 : 0;
-    if (size == 0 || at + size > text.size())
+    const std::size_t size = first < 0x80             ? 1
+                             : (first & 0xE0) == 0xC0 ? 2
+                             : (first & 0xF0) == 0xE0 ? 3
+                             : (first & 0xF8) == 0xF0 ? 4
+                                                      : 0;
+    if (size == 0 || at + size > text.size()) {
         return std::nullopt;
+    }
     std::uint32_t code = size == 1 ? first : first & (0xFFU >> (size + 1));
     for (std::size_t i = 1; i < size; ++i) {
         const auto next = static_cast<unsigned char>(text[at + i]);
-        if ((next & 0xC0) != 0x80)
+        if ((next & 0xC0) != 0x80) {
             return std::nullopt;
+        }
         code = code << 6 | (next & 0x3FU);
     }
     return Character{code, size};
@@ -108,18 +116,16 @@ std::string maskMiddle(const std::string& text, std::size_t first, std::size_t l
     return masked;
 }
 
-std::string maskPan(const std::string& digits)
-{
-    return maskMiddle(digits, 6, 4);
-}
+std::string maskPan(const std::string& digits) { return maskMiddle(digits, 6, 4); }
 
 std::string maskTrack2(const std::string& track)
 {
     const std::size_t separator = std::min(track.find('='), track.size());
     std::string masked = track;
     masked.replace(0, separator, maskPan(track.substr(0, separator)));
-    for (std::size_t i = separator + 1; i < masked.size(); ++i)
+    for (std::size_t i = separator + 1; i < masked.size(); ++i) {
         masked[i] = '*';
+    }
     return masked;
 }
 
@@ -130,10 +136,7 @@ std::string maskPanHex(const Bytes& value)
     return maskPan(hex.substr(0, padding)) + hex.substr(padding);
 }
 
-std::string maskTrackHex(const Bytes& value)
-{
-    return maskMiddle(toHex(value), 6, 0);
-}
+std::string maskTrackHex(const Bytes& value) { return maskMiddle(toHex(value), 6, 0); }
 
 // ---------------------------------------------------------------- values
 
@@ -157,39 +160,46 @@ std::string textOfGbk(const Bytes& bytes)
     text.erase(std::min(text.find('\0'), text.size()));
     text.erase(text.find_last_not_of(' ') + 1);
     std::vector<char> converted(3 * text.size() + 8);
-    if (GbkToUtf8(text.data(), text.size(), converted.data(), converted.size()) != 0)
+    if (GbkToUtf8(text.data(), text.size(), converted.data(), converted.size()) != 0) {
         return toHex(bytes) + " (no GBK text)";
+    }
     return printable(converted.data());
 }
 
 std::string amountText(const std::string& bcd, const std::string& currency)
 {
-    if (!digitsOnly(bcd))
+    if (!digitsOnly(bcd)) {
         return bcd;
+    }
     const std::size_t decimals = currencyDecimals(currency);
     std::string digits = bcd.substr(std::min(bcd.find_first_not_of('0'), bcd.size()));
-    if (digits.size() <= decimals)
+    if (digits.size() <= decimals) {
         digits = std::string(decimals + 1 - digits.size(), '0') + digits;
-    if (decimals > 0)
+    }
+    if (decimals > 0) {
         digits.insert(digits.size() - decimals, ".");
+    }
     return digits;
 }
 
 std::string dateText(const std::string& yymmdd)
 {
-    if (yymmdd.size() != 6 || !digitsOnly(yymmdd))
+    if (yymmdd.size() != 6 || !digitsOnly(yymmdd)) {
         return yymmdd;
+    }
     const std::string month = yymmdd.substr(2, 2);
     const std::string day = yymmdd.substr(4, 2);
-    if (month < "01" || month > "12" || day > "31")
+    if (month < "01" || month > "12" || day > "31") {
         return yymmdd;
+    }
     return "20" + yymmdd.substr(0, 2) + "-" + month + "-" + day;
 }
 
 std::string timeText(const std::string& hhmmss)
 {
-    if (hhmmss.size() != 6 || !digitsOnly(hhmmss))
+    if (hhmmss.size() != 6 || !digitsOnly(hhmmss)) {
         return hhmmss;
+    }
     return hhmmss.substr(0, 2) + ":" + hhmmss.substr(2, 2) + ":" + hhmmss.substr(4, 2);
 }
 
@@ -202,8 +212,9 @@ std::string currencyText(const std::string& code)
 std::string currencyCode(const std::string& text)
 {
     for (const Currency& row : kCurrencies) {
-        if (text == row.letters)
+        if (text == row.letters) {
             return row.code;
+        }
     }
     return text;
 }
@@ -219,23 +230,25 @@ std::string countryText(const std::string& code)
 {
     const std::string country = named(kCountries, code);
     const Currency* const currency = currencyOf(code);
-    if (currency == nullptr)
+    if (currency == nullptr) {
         return country;
+    }
     return country == code ? currencyText(code) : country.substr(0, country.find(" (")) + " / " + currencyText(code);
 }
 
-std::string transactionTypeText(const std::string& type)
-{
-    return named(kTypes, type);
-}
+std::string transactionTypeText(const std::string& type) { return named(kTypes, type); }
 
 std::string cryptogramName(unsigned informationData)
 {
     switch (informationData & 0xC0U) {
-    case 0x00: return "AAC";
-    case 0x40: return "TC";
-    case 0x80: return "ARQC";
-    default: return "no cryptogram";
+    case 0x00:
+        return "AAC";
+    case 0x40:
+        return "TC";
+    case 0x80:
+        return "ARQC";
+    default:
+        return "no cryptogram";
     }
 }
 
@@ -268,15 +281,18 @@ std::string Table::text() const
     std::vector<std::size_t> widths;
     const auto measure = [&widths](const std::vector<std::string>& cells) {
         widths.resize(std::max(widths.size(), cells.size()));
-        for (std::size_t i = 0; i < cells.size(); ++i)
+        for (std::size_t i = 0; i < cells.size(); ++i) {
             widths[i] = std::max(widths[i], columns(cells[i]));
+        }
     };
     measure(headings_);
-    for (const auto& row : rows_)
+    for (const auto& row : rows_) {
         measure(row);
+    }
     std::string text = headings_.empty() ? "" : line(headings_, widths);
-    for (const auto& row : rows_)
+    for (const auto& row : rows_) {
         text += line(row, widths);
+    }
     return text;
 }
 

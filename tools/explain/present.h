@@ -32,7 +32,7 @@ std::string timeText(const std::string& hhmmss);
 std::string currencyText(const std::string& code); // "CNY (0156)"
 std::string currencyCode(const std::string& text); // "0156" of "CNY"; what is not known as it is
 std::size_t currencyDecimals(const std::string& code);
-std::string countryText(const std::string& code);  // letters where they are known
+std::string countryText(const std::string& code); // letters where they are known
 std::string transactionTypeText(const std::string& type);
 std::string cryptogramName(unsigned informationData); // "TC", "ARQC", "AAC"
 

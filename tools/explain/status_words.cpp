@@ -77,8 +77,9 @@ std::string filledIn(const char* meaning, unsigned statusWord)
         const unsigned low = statusWord & 0xFF;
         text.replace(at, 2, std::to_string(low == 0 ? 256 : low));
     }
-    if (const auto at = text.find("%x"); at != std::string::npos)
+    if (const auto at = text.find("%x"); at != std::string::npos) {
         text.replace(at, 2, std::to_string(statusWord & 0x0F));
+    }
     return text;
 }
 
@@ -87,8 +88,9 @@ std::string filledIn(const char* meaning, unsigned statusWord)
 std::string statusMeaning(unsigned statusWord)
 {
     for (const Row& row : kRows) {
-        if (statusWord >= row.first && statusWord <= row.last)
+        if (statusWord >= row.first && statusWord <= row.last) {
             return filledIn(row.meaning, statusWord);
+        }
     }
     return "of the card's own";
 }

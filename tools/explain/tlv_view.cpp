@@ -145,10 +145,7 @@ const Row* rowOf(Tag tag)
     return row == std::end(kRows) ? nullptr : row;
 }
 
-std::string place(std::size_t position)
-{
-    return "at byte " + std::to_string(position);
-}
+std::string place(std::size_t position) { return "at byte " + std::to_string(position); }
 
 void walkLevel(const Bytes& bytes, std::size_t base, std::size_t depth, TlvWalk& walk)
 {
@@ -170,8 +167,9 @@ void walkLevel(const Bytes& bytes, std::size_t base, std::size_t depth, TlvWalk&
         }
         const bool constructed = tlv::constructed(*tag);
         walk.nodes.push_back({*tag, depth, base + valueAt, *value, constructed});
-        if (constructed && depth < kDeepest)
+        if (constructed && depth < kDeepest) {
             walkLevel(*value, base + valueAt, depth + 1, walk);
+        }
     }
 }
 
@@ -179,8 +177,9 @@ std::string trackText(const Bytes& value, bool show)
 {
     std::string text = toHex(value);
     text = text.substr(0, text.find('F'));
-    if (const auto separator = text.find('D'); separator != std::string::npos)
+    if (const auto separator = text.find('D'); separator != std::string::npos) {
         text[separator] = '=';
+    }
     return show ? text : maskTrack2(text);
 }
 
@@ -194,11 +193,13 @@ std::string panText(const Bytes& value, bool show)
 std::string listText(const Bytes& value)
 {
     const auto list = tlv::parseDol(value);
-    if (!list)
+    if (!list) {
         return "not a list of tags and lengths";
+    }
     std::string text;
-    for (const tlv::DolEntry& entry : *list)
+    for (const tlv::DolEntry& entry : *list) {
         text += (text.empty() ? "" : ", ") + tlv::toHex(entry.tag) + ":" + std::to_string(entry.length);
+    }
     return text;
 }
 
@@ -207,17 +208,28 @@ std::string wordsOf(Form form, const Bytes& value, bool show)
     const std::string hex = toHex(value);
     switch (form) {
     case Form::Hex:
-    case Form::Aid: return "";
-    case Form::Text: return printable(std::string(value.begin(), value.end()));
-    case Form::Gbk: return textOfGbk(value);
-    case Form::Amount: return amountText(hex);
-    case Form::Date: return dateText(hex);
-    case Form::Time: return timeText(hex);
-    case Form::Country: return countryText(hex);
-    case Form::Pan: return panText(value, show);
-    case Form::Track2: return trackText(value, show);
-    case Form::Dol: return listText(value);
-    case Form::Cid: return value.empty() ? "" : cryptogramName(value[0]);
+    case Form::Aid:
+        return "";
+    case Form::Text:
+        return printable(std::string(value.begin(), value.end()));
+    case Form::Gbk:
+        return textOfGbk(value);
+    case Form::Amount:
+        return amountText(hex);
+    case Form::Date:
+        return dateText(hex);
+    case Form::Time:
+        return timeText(hex);
+    case Form::Country:
+        return countryText(hex);
+    case Form::Pan:
+        return panText(value, show);
+    case Form::Track2:
+        return trackText(value, show);
+    case Form::Dol:
+        return listText(value);
+    case Form::Cid:
+        return value.empty() ? "" : cryptogramName(value[0]);
     }
     return "";
 }
@@ -243,10 +255,7 @@ bool secretTag(Tag tag)
     return row != nullptr && row->secret;
 }
 
-std::string maskedHex(const Bytes& value)
-{
-    return maskMiddle(toHex(value), 6, 4);
-}
+std::string maskedHex(const Bytes& value) { return maskMiddle(toHex(value), 6, 4); }
 
 namespace {
 
@@ -258,8 +267,9 @@ std::string maskDigitRuns(std::string text)
     static constexpr char kDigits[] = "0123456789";
     for (std::size_t at = text.find_first_of(kDigits); at != std::string::npos; at = text.find_first_of(kDigits, at)) {
         const std::size_t end = std::min(text.find_first_not_of(kDigits, at), text.size());
-        if (end - at >= kAccountNumberMin)
+        if (end - at >= kAccountNumberMin) {
             text.replace(at, end - at, maskMiddle(text.substr(at, end - at), 6, 4));
+        }
         at = end;
     }
     return text;
@@ -270,15 +280,17 @@ std::string maskDigitRuns(std::string text)
 std::string hexText(const Bytes& bytes, bool show)
 {
     std::string text = toHex(bytes);
-    if (show)
+    if (show) {
         return text;
+    }
     const TlvWalk walk = walkTlv(bytes);
     bool known = false;
     for (const TlvNode& node : walk.nodes) {
         known = known || rowOf(node.tag) != nullptr;
-        if (secretTag(node.tag))
+        if (secretTag(node.tag)) {
             text.replace(2 * node.valueAt, 2 * node.value.size(),
                          node.tag == 0x5A ? maskPanHex(node.value) : maskTrackHex(node.value));
+        }
     }
     return known && walk.problem.empty() ? text : maskDigitRuns(text);
 }
@@ -286,8 +298,9 @@ std::string hexText(const Bytes& bytes, bool show)
 std::string valueInWords(const TlvNode& node, bool show)
 {
     const Row* const row = rowOf(node.tag);
-    if (row == nullptr || node.constructed)
+    if (row == nullptr || node.constructed) {
         return "";
+    }
     const std::string words = wordsOf(row->form, node.value, show);
     return row->secret && !show && row->form == Form::Text ? maskMiddle(words, 3, 2) : words;
 }

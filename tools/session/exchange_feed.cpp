@@ -17,10 +17,7 @@ const std::string kResponseMark = "Outdata----------------------capdu";
 constexpr std::size_t kReaderHeader = 3; // the reader's own bytes before the APDU
 constexpr auto kPause = std::chrono::milliseconds(10);
 
-bool contains(const std::string& text, const std::string& part)
-{
-    return text.find(part) != std::string::npos;
-}
+bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
 } // namespace
 
@@ -33,10 +30,7 @@ void ExchangeParser::add(const std::string& text)
     }
 }
 
-void ExchangeParser::end()
-{
-    deliver();
-}
+void ExchangeParser::end() { deliver(); }
 
 // Lines of the two dumps are hex or empty. Other lines may stand before a mark in the same line: not all log entries
 // end theirs.
@@ -44,14 +38,16 @@ void ExchangeParser::line(const std::string& text)
 {
     const bool command = contains(text, kCommandMark);
     if (command || contains(text, kResponseMark)) {
-        if (command)
+        if (command) {
             deliver();
+        }
         state_ = command ? State::Command : State::Response;
         return;
     }
     const auto bytes = fromHex(text);
-    if (state_ == State::Other)
+    if (state_ == State::Other) {
         return;
+    }
     if (!bytes) {
         deliver();
         return;
@@ -78,23 +74,22 @@ ExchangeFeed::ExchangeFeed(std::string log, ExchangeParser::Receiver receiver)
     thread_ = std::thread([this] { follow(); });
 }
 
-ExchangeFeed::~ExchangeFeed()
-{
-    stop();
-}
+ExchangeFeed::~ExchangeFeed() { stop(); }
 
 void ExchangeFeed::finish()
 {
     stop();
-    if (failure_)
+    if (failure_) {
         std::rethrow_exception(std::exchange(failure_, nullptr));
+    }
 }
 
 void ExchangeFeed::stop()
 {
     stop_ = true;
-    if (thread_.joinable())
+    if (thread_.joinable()) {
         thread_.join();
+    }
 }
 
 void ExchangeFeed::follow()
@@ -115,8 +110,9 @@ void ExchangeFeed::readMore()
 {
     std::ifstream in(log_, std::ios::binary);
     in.seekg(position_);
-    if (!in)
+    if (!in) {
         return;
+    }
     std::array<char, 4096> piece{};
     while (in.read(piece.data(), piece.size()), in.gcount() > 0) {
         position_ += in.gcount();

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/session/memory_session.h"
 
-#include "ICC_COMM_VORN.h"
 #include "tools/cli/interrupt.h"
 #include "tools/cli/output.h"
+
+#include "ICC_COMM_VORN.h"
 
 #include <array>
 #include <chrono>
@@ -30,10 +31,7 @@ unsigned firstBlock(unsigned sector)
     return sector < kSmallSectors ? sector * kSmallBlocks : kFirstLarge + (sector - kSmallSectors) * kLargeBlocks;
 }
 
-unsigned blockCount(unsigned sector)
-{
-    return sector < kSmallSectors ? kSmallBlocks : kLargeBlocks;
-}
+unsigned blockCount(unsigned sector) { return sector < kSmallSectors ? kSmallBlocks : kLargeBlocks; }
 
 bool isTrailer(unsigned block)
 {
@@ -53,8 +51,9 @@ MemorySession::MemorySession(const Session& session) : session_(session)
     using Clock = std::chrono::steady_clock;
     const auto end = Clock::now() + std::chrono::seconds(session.waitSeconds());
     int result = activate();
-    if (result == VORN_READER_NO_CARD && session.waitSeconds() > 0)
+    if (result == VORN_READER_NO_CARD && session.waitSeconds() > 0) {
         note("waiting for a card (" + std::to_string(session.waitSeconds()) + " s)");
+    }
     while (result == VORN_READER_NO_CARD && Clock::now() < end && !interrupted()) {
         pause(kPollPause);
         result = activate();
@@ -62,26 +61,25 @@ MemorySession::MemorySession(const Session& session) : session_(session)
     session.check(result, Call::Memory);
 }
 
-MemorySession::~MemorySession()
-{
-    IC_M1PowerOff(session_.port(), "", 9600, session_.timeout());
-}
+MemorySession::~MemorySession() { IC_M1PowerOff(session_.port(), "", 9600, session_.timeout()); }
 
 int MemorySession::activate()
 {
     unsigned char flag = 0;
     std::array<char, ICC_ATR_CAPACITY> text{};
     const int result = IC_M1ActiveCard(session_.port(), "", 9600, session_.timeout(), &flag, text.data());
-    if (result == VORN_OK)
+    if (result == VORN_OK) {
         identification_ = text.data();
+    }
     return result;
 }
 
 // The reader reports a refused key or access like other refusals; a reader that is gone is another matter.
 bool MemorySession::accepted(int result) const
 {
-    if (result == VORN_READER_REFUSED || result == VORN_READER_NO_CARD)
+    if (result == VORN_READER_REFUSED || result == VORN_READER_NO_CARD) {
         return false;
+    }
     session_.check(result, Call::Memory);
     return true;
 }
@@ -91,8 +89,9 @@ std::optional<MemoryKey> MemorySession::authenticate(unsigned block, const std::
     for (const MemoryKey& key : keys) {
         throwIfInterrupted();
         if (accepted(IC_M1CheckCardPin(session_.port(), "", 9600, session_.timeout(), static_cast<int>(block),
-                                       &key.mode, key.value.data())))
+                                       &key.mode, key.value.data()))) {
             return key;
+        }
         // A card that was given a wrong key answers nothing more until it is activated again.
         session_.check(activate(), Call::Memory);
     }
@@ -102,8 +101,9 @@ std::optional<MemoryKey> MemorySession::authenticate(unsigned block, const std::
 std::optional<sim::Bytes> MemorySession::read(unsigned block)
 {
     sim::Bytes data(ICC_M1_BLOCK_SIZE);
-    if (!accepted(IC_M1ReadCard(session_.port(), "", 9600, session_.timeout(), static_cast<int>(block), data.data())))
+    if (!accepted(IC_M1ReadCard(session_.port(), "", 9600, session_.timeout(), static_cast<int>(block), data.data()))) {
         return std::nullopt;
+    }
     return data;
 }
 

@@ -11,7 +11,7 @@
 namespace vorn::tool {
 
 struct MemoryKey {
-    char mode;       // the byte that tells the reader which of the sector's keys it is
+    char mode;        // the byte that tells the reader which of the sector's keys it is
     std::string name; // "A", "B", or the mode in hex
     sim::Bytes value;
 };

@@ -33,8 +33,9 @@ std::optional<std::string> belowDev(const fs::path& path)
 {
     std::error_code error;
     const std::string real = fs::canonical(path, error).string();
-    if (error || !startsWith(real, kDev))
+    if (error || !startsWith(real, kDev)) {
         return std::nullopt;
+    }
     return real.substr(kDev.size());
 }
 
@@ -51,17 +52,19 @@ bool usbReaderAttached()
     std::error_code error;
     for (const auto& device : fs::directory_iterator("/sys/bus/usb/devices", error)) {
         if (firstLine(device.path() / "idVendor") == kUsbVendor &&
-            firstLine(device.path() / "idProduct") == kUsbProduct)
+            firstLine(device.path() / "idProduct") == kUsbProduct) {
             return true;
+        }
     }
     return false;
 }
 
 Failure usbFailure()
 {
-    if (!usbReaderAttached())
+    if (!usbReaderAttached()) {
         return {Exit::Port, "no reader on USB (3A5C:7E21)",
                 "plug it in, or name the tty it is attached to with --port"};
+    }
     return {Exit::Permission, "the reader on USB could not be opened",
             "another program may use it, or a udev rule is needed that lets you open 3A5C:7E21"};
 }
@@ -79,8 +82,10 @@ Failure openFailure(const std::string& path, int error)
     case ENODEV:
         return {Exit::Port, "no such port: " + path,
                 "'ls /dev/tty*' shows the ttys; 'vorn sim' makes one without hardware"};
-    case EBUSY: return {Exit::Port, path + " is used by another program", "end that program"};
-    default: return {Exit::Port, path + " cannot be opened: " + std::strerror(error)};
+    case EBUSY:
+        return {Exit::Port, path + " is used by another program", "end that program"};
+    default:
+        return {Exit::Port, path + " cannot be opened: " + std::strerror(error)};
     }
 }
 
@@ -89,36 +94,44 @@ Failure openFailure(const std::string& path, int error)
 std::string portName(const std::string& written)
 {
     std::string name = written;
-    if (startsWith(name, kDev))
+    if (startsWith(name, kDev)) {
         name.erase(0, kDev.size());
-    else if (startsWith(name, "/"))
+    } else if (startsWith(name, "/")) {
         name = belowDev(name).value_or(name);
+    }
     // The library ends the name at the first colon, and /dev/serial/by-path has names with colons.
-    if (name.find_first_of(":,") != std::string::npos)
+    if (name.find_first_of(":,") != std::string::npos) {
         name = belowDev(kDev + name).value_or(name);
-    if (startsWith(name, "/"))
+    }
+    if (startsWith(name, "/")) {
         throw Failure(Exit::Port, "no such port: " + written, "a port is a tty below /dev, a link to one, or USB");
-    if (name.empty() || name.size() > kLongestName || name.find_first_of(":,") != std::string::npos)
+    }
+    if (name.empty() || name.size() > kLongestName || name.find_first_of(":,") != std::string::npos) {
         throw Failure(Exit::Usage, "'" + written + "' cannot be the name of a port", "for example ttyS1, pts/3 or USB");
+    }
     return name;
 }
 
 Failure portFailure(const std::string& port)
 {
-    if (port == "USB")
+    if (port == "USB") {
         return usbFailure();
+    }
     const std::string path = kDev + port;
     std::string lower = port;
     std::transform(lower.begin(), lower.end(), lower.begin(), [](unsigned char c) { return std::tolower(c); });
-    if (lower == "usb")
+    if (lower == "usb") {
         return {Exit::Port, "no such port: " + path, "the reader on USB is named in capitals: --port USB"};
+    }
     const int fd = ::open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0)
+    if (fd < 0) {
         return openFailure(path, errno);
+    }
     const bool tty = ::isatty(fd) == 1;
     ::close(fd);
-    if (!tty)
+    if (!tty) {
         return {Exit::Port, path + " is not a tty", "name the tty that the reader is attached to"};
+    }
     return {Exit::Port, path + " does not take the line settings", "it may be a port without hardware behind it"};
 }
 

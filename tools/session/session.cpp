@@ -6,12 +6,14 @@
 #include "tools/cli/interrupt.h"
 #include "tools/cli/output.h"
 #include "tools/session/port_name.h"
+
 #include "vorn/link.h"
+
+#include <nlohmann/json.hpp>
 
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
-#include <nlohmann/json.hpp>
 #include <system_error>
 
 namespace vorn::tool {
@@ -28,12 +30,14 @@ std::shared_ptr<sim::EmvCard> replaceCard(const sim::Profile& profile, sim::Read
     for (std::size_t i = 0; i < cards.size(); ++i) {
         const nlohmann::json& card = cards[i];
         const std::string slot = card.value("slot", "");
-        if (card.value("type", "") != "emv" || (slot != "contact" && slot != "field"))
+        if (card.value("type", "") != "emv" || (slot != "contact" && slot != "field")) {
             continue;
+        }
         auto emv = std::dynamic_pointer_cast<sim::EmvCard>(
             sim::makeEmvCard(card, profile.path + ": cards[" + std::to_string(i) + "]"));
-        if (emv == nullptr)
+        if (emv == nullptr) {
             continue;
+        }
         reader.insert(slot == "contact" ? sim::Slot::Contact : sim::Slot::Field, emv,
                       std::chrono::milliseconds(card.value("after_ms", 0)));
         return emv;
@@ -92,9 +96,12 @@ void addInterfaceOptions(CLI::App& command, InterfaceOptions& options)
 std::string interfaceName(int cardInterface)
 {
     switch (cardInterface) {
-    case VORN_INTERFACE_CONTACT: return "contact";
-    case VORN_INTERFACE_CONTACTLESS: return "contactless";
-    default: return "none";
+    case VORN_INTERFACE_CONTACT:
+        return "contact";
+    case VORN_INTERFACE_CONTACTLESS:
+        return "contactless";
+    default:
+        return "none";
     }
 }
 
@@ -109,17 +116,19 @@ SimulatedReader::SimulatedReader(const std::string& nameOrPath, const std::vecto
     }
     for (const std::string& text : faults) {
         const auto fault = sim::parseFault(text);
-        if (!fault)
+        if (!fault) {
             throw Failure(Exit::Usage, "no fault: " + text,
                           "KIND[=VALUE][@N][/OP], for example status=06@3 or silence@4");
+        }
         reader.addFault(*fault);
     }
 }
 
 Session::Session(const LinkOptions& options) : wait_(options.wait)
 {
-    if (options.port.empty() == options.profile.empty())
+    if (options.port.empty() == options.profile.empty()) {
         throw Failure(Exit::Usage, "no reader named", "--port ttyS1 or --port USB; --sim debit works without a reader");
+    }
     if (options.port.empty()) {
         simulated_ = std::make_unique<SimulatedReader>(options.profile, options.faults);
         sim::PtyPort::Options ptyOptions;
@@ -130,21 +139,20 @@ Session::Session(const LinkOptions& options) : wait_(options.wait)
         port_ = portName(options.port);
     }
     logs_ = std::make_unique<LogDirectory>(options.logDirectory, options.keepLogs);
-    if (options.verbose)
+    if (options.verbose) {
         divertChatter(2);
+    }
 }
 
 Session::~Session() = default;
 
-int Session::timeout() const
-{
-    return wait_ < 10 ? 10 : wait_;
-}
+int Session::timeout() const { return wait_ < 10 ? 10 : wait_; }
 
 void Session::check(int result, Call call) const
 {
-    if (result == VORN_OK)
+    if (result == VORN_OK) {
         return;
+    }
     throwIfInterrupted();
     throw failureOf(result, call, port_);
 }
@@ -164,8 +172,9 @@ sim::Bytes Session::powerUserCard(int mode) const
     sim::Bytes answer(VORN_PAYLOAD_MAX);
     int length = 0;
     int result = vr_openicc(mode, answer.data(), &length);
-    if (result == VORN_READER_NO_CARD && wait_ > 0)
+    if (result == VORN_READER_NO_CARD && wait_ > 0) {
         note("waiting for a card (" + std::to_string(wait_) + " s)");
+    }
     while (result == VORN_READER_NO_CARD && Clock::now() < end && !interrupted()) {
         pause(kPollPause);
         result = vr_openicc(mode, answer.data(), &length);
@@ -191,9 +200,6 @@ OpenLink::OpenLink(const Session& session)
     session.check(opdev());
 }
 
-OpenLink::~OpenLink()
-{
-    cldev();
-}
+OpenLink::~OpenLink() { cldev(); }
 
 } // namespace vorn::tool

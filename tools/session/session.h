@@ -63,7 +63,7 @@ public:
     Session& operator=(const Session&) = delete;
 
     const char* port() const { return port_.c_str(); } // as the library takes it
-    int timeout() const; // nTimeout: a card is there already when it is used
+    int timeout() const;                               // nTimeout: a card is there already when it is used
     int waitSeconds() const { return wait_; }
     SimulatedReader* simulated() { return simulated_.get(); }
     std::string serviceLog() const { return logs_->serviceLog(); }

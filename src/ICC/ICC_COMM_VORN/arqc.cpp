@@ -30,8 +30,8 @@ constexpr TransactionExit kGpoFailed = {4054, CardPower::Off, LinkEnd::Closed, V
 constexpr TransactionExit kRecordsFailed = returningStepResult(4070, CardPower::Off);
 constexpr TransactionExit kNoCdol1 = {4119, CardPower::Stays, LinkEnd::Closed, -2, LogForm::WithMinusTwo};
 constexpr TransactionExit kCdol1NotBuilt = returningStepResult(4134, CardPower::Stays);
-constexpr TransactionExit kGenerateFailed = {4145, CardPower::Off,  LinkEnd::Closed,
-                                             VORN_FIRST_AC_FAILED,  LogForm::Plain, LogTime::BeforePowerOff};
+constexpr TransactionExit kGenerateFailed = {
+    4145, CardPower::Off, LinkEnd::Closed, VORN_FIRST_AC_FAILED, LogForm::Plain, LogTime::BeforePowerOff};
 constexpr TransactionExit kNotArqc = {kNoLogLine, CardPower::Stays, LinkEnd::Closed, -2};
 constexpr TransactionExit kNotFormat1 = {4162, CardPower::Stays, LinkEnd::Closed, -3};
 constexpr TransactionExit kNoCdol2 = {4465, CardPower::Stays, LinkEnd::Closed, -2};
@@ -122,8 +122,7 @@ class FirstHalf {
 public:
     FirstHalf(const LetteredItems& given, int* pnARQCLen, char* pszARQC, char* state)
         : given_(given), pnARQCLen_(pnARQCLen), pszARQC_(pszARQC), stateText_(state)
-    {
-    }
+    {}
 
     int run(const char* pszAIDlist)
     {
@@ -219,8 +218,7 @@ extern "C" int IC_GenARQC(const char* nPortNo, const char* extendPort, int nBaud
     const int icType = pnIcType == nullptr ? 0 : *pnIcType;
     logService("IC_GenARQC nPortNo:%s,extendPort:%s,nBaudRate:%d,nTimeout:%d,pnIcType:%d,pszAIDlist:%s,"
                "pszTxData:%s\r\n",
-               textOf(nPortNo), textOf(extendPort), nBaudRate, nTimeout, icType, textOf(pszAIDlist),
-               textOf(pszTxData));
+               textOf(nPortNo), textOf(extendPort), nBaudRate, nTimeout, icType, textOf(pszAIDlist), textOf(pszTxData));
     if (icc_tempappdata == nullptr) {
         logService("param icc_tempappdata  is null!");
         return VORN_STATE_MISSING;

@@ -18,10 +18,10 @@ namespace {
 
 // How a field's text is made of the value.
 enum class Form {
-    Hex,        // as it is
-    Digits,     // up to the first 'F'
-    Track2,     // the first 'D' becomes '=', then up to the first 'F'
-    PaddedText  // without the blanks at its end
+    Hex,       // as it is
+    Digits,    // up to the first 'F'
+    Track2,    // the first 'D' becomes '=', then up to the first 'F'
+    PaddedText // without the blanks at its end
 };
 
 enum class From { Records, GetData };

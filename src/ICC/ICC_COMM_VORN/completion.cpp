@@ -92,11 +92,8 @@ Decision decisionFor(ByteView responseCode)
         char code[3];
         Decision decision;
     } kDecisions[] = {
-        {"00", {kTc, &kTcRefused}},
-        {"10", {kTc, &kTcRefused}},
-        {"11", {kTc, &kTcRefused}},
-        {"01", {kTcAndCdaBits, nullptr}},
-        {"02", {kTcAndCdaBits, nullptr}},
+        {"00", {kTc, &kTcRefused}},       {"10", {kTc, &kTcRefused}},       {"11", {kTc, &kTcRefused}},
+        {"01", {kTcAndCdaBits, nullptr}}, {"02", {kTcAndCdaBits, nullptr}},
     };
     for (const auto& row : kDecisions) {
         if (std::memcmp(row.code, responseCode.data(), 2) == 0) {
@@ -143,10 +140,7 @@ public:
         put(kOutcomeAt, outcome, sizeof outcome);
     }
 
-    void setDone()
-    {
-        put(kOutcomeAt, "2", 1);
-    }
+    void setDone() { put(kOutcomeAt, "2", 1); }
 
     const char* text() const { return text_; }
 
@@ -173,8 +167,12 @@ class SecondHalf {
 public:
     SecondHalf(const LetteredItems& given, const DecodedText& answer, const DecodedText& state, int* pnTCLen,
                char* pszTC, char* pszScriptResult)
-        : given_(given), answer_(answer.view()), state_(state.shifted(kStateTypeSize)), pnTCLen_(pnTCLen),
-          pszTC_(pszTC), scriptResult_(pszScriptResult)
+        : given_(given),
+          answer_(answer.view()),
+          state_(state.shifted(kStateTypeSize)),
+          pnTCLen_(pnTCLen),
+          pszTC_(pszTC),
+          scriptResult_(pszScriptResult)
     {
         storeText(pszTC, "");
     }
@@ -223,8 +221,8 @@ private:
             return leave(kShortIssuerAuth, kNothingFailed);
         }
         vrdk_ExternalAuth(issuerAuth.bytes, IssuerAuthData::kSize);
-        return generate(dolValues, decisionFor(ByteView(issuerAuth.bytes, IssuerAuthData::kSize)
-                                                   .from(IssuerAuthData::kArpcSize)));
+        return generate(dolValues,
+                        decisionFor(ByteView(issuerAuth.bytes, IssuerAuthData::kSize).from(IssuerAuthData::kArpcSize)));
     }
 
     int generate(ByteView dolValues, const Decision& decision)
@@ -289,8 +287,8 @@ private:
 
 } // namespace
 
-extern "C" int IC_CtlScriptData(const char* nPortNo, const char* extendPort, int nBaudRate, int nTimeout,
-                                int* pnIcType, const char* pszTxData, const char* pszARPC, int* pnTCLen, char* pszTC,
+extern "C" int IC_CtlScriptData(const char* nPortNo, const char* extendPort, int nBaudRate, int nTimeout, int* pnIcType,
+                                const char* pszTxData, const char* pszARPC, int* pnTCLen, char* pszTC,
                                 char* pszScriptResult, const char* icc_tempappdata)
 {
     beginTracedCall("IC_CtlScriptData", nPortNo, extendPort, nBaudRate, nTimeout);

@@ -7,6 +7,7 @@
 #include "ICC_COMM_VORN.h"
 
 #include <cJSON.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -47,19 +48,12 @@ cJSON* describe(int result, const DeviceTexts& device)
     };
     const Member failure[] = {{"ErrorCode", "-10"}, {"ErrorMessage", "open port fail"}};
     const Member description[] = {
-        {"ErrorCode", "0"},
-        {"ErrorMessage", "success"},
-        {"DeviceBrand", "VORN"},
-        {"DllVersion", "1.0.0.8"},
-        {"DeviceVersion", device.version},
-        {"ProductionDate", device.date},
-        {"DeviceSN", device.serial},
-        {"DeviceModel", "DK7710"},
+        {"ErrorCode", "0"},          {"ErrorMessage", "success"},       {"DeviceBrand", "VORN"},
+        {"DllVersion", "1.0.0.8"},   {"DeviceVersion", device.version}, {"ProductionDate", device.date},
+        {"DeviceSN", device.serial}, {"DeviceModel", "DK7710"},
     };
     cJSON* document = cJSON_CreateObject();
-    const auto add = [document](const Member& member) {
-        cJSON_AddStringToObject(document, member.key, member.value);
-    };
+    const auto add = [document](const Member& member) { cJSON_AddStringToObject(document, member.key, member.value); };
     if (result == kOpenPortFailure) {
         for (const Member& member : failure) {
             add(member);

@@ -107,8 +107,7 @@ extern "C" {
 int IC_M1ActiveCard(const char* nPortNo, const char*, int, int, unsigned char* pFlag, char* pszUID)
 {
     Payload identification;
-    const int result =
-        onOpenLink("IC_M1ActiveCard", nPortNo, true, [&] { return icc_M1ActiveCard(identification); });
+    const int result = onOpenLink("IC_M1ActiveCard", nPortNo, true, [&] { return icc_M1ActiveCard(identification); });
     if (result == VORN_OK) {
         char text[VORN_PAYLOAD_TEXT_CAPACITY];
         storeHex(text, identification.view());
@@ -133,8 +132,8 @@ int IC_M1ReadCard(const char* nPortNo, const char*, int, int, int nBlockNo, unsi
 
 int IC_M1WriteCard(const char* nPortNo, const char*, int, int, int nBlockNo, const unsigned char* pData)
 {
-    return logOk(onOpenLink("IC_M1WriteCard", nPortNo, pData != nullptr,
-                            [&] { return icc_M1WriteCard(nBlockNo, pData); }));
+    return logOk(
+        onOpenLink("IC_M1WriteCard", nPortNo, pData != nullptr, [&] { return icc_M1WriteCard(nBlockNo, pData); }));
 }
 
 int IC_M1PowerOff(const char* nPortNo, const char*, int, int)

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Raw power-on, APDU and power-off for the user's card and the PSAMs.
 #include "ICC/ICC_COMM_VORN/call_frame.h"
-
 #include "public/local_log.h"
 
 #include "ICC_COMM_VORN.h"
@@ -69,8 +68,8 @@ int IC_OpenPort(const char*, const char*, int, int) { return VORN_OK; }
 
 int IC_ClosePort(const char*, const char*, int, int) { return VORN_OK; }
 
-int IC_PowerOn(const char* nPortNo, const char* extendPort, int nBaudRate, int nTimeout, int nCardType,
-               int nPSAMCardNo, char* pszATR)
+int IC_PowerOn(const char* nPortNo, const char* extendPort, int nBaudRate, int nTimeout, int nCardType, int nPSAMCardNo,
+               char* pszATR)
 {
     storeText(pszATR, "");
     logCall("IC_PowerOn", nPortNo, extendPort, nBaudRate, nTimeout, nCardType, nPSAMCardNo);

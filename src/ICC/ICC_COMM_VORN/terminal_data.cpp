@@ -67,7 +67,7 @@ struct TerminalObject {
     TooLong inFirst;
     TooLong inSecond;
     Calls calls;
-    Tag tagWhenGivenInSecond; // what the second call writes a given value under
+    Tag tagWhenGivenInSecond;  // what the second call writes a given value under
     bool gapWhenGivenInSecond; // one byte stands between tag and length there
 };
 

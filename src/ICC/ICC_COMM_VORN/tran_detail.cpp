@@ -24,12 +24,8 @@ struct LogField {
 
 constexpr LogField kFieldsBeforeName[] = {
     {'P', 6, 6, false}, // the authorised amount never reaches the caller: hosts read the next field right behind P012
-    {'Q', 12, 6, true},
-    {'R', 20, 2, true},
-    {'S', 0, 3, true},
-    {'T', 42, 1, true},
-    {'U', 3, 3, true},
-    {'V', 18, 2, true},
+    {'Q', 12, 6, true}, {'R', 20, 2, true}, {'S', 0, 3, true},
+    {'T', 42, 1, true}, {'U', 3, 3, true},  {'V', 18, 2, true},
 };
 constexpr LogField kCounterField = {'X', 43, 2, true};
 
@@ -125,8 +121,8 @@ int readDetail(const char* pszAIDlist, int* pnTxDetailLen, char* pszTxDetail)
 
 } // namespace
 
-extern "C" int IC_GetTranDeta(const char* nPortNo, const char* extendPort, int nBaudRate, int nTimeout,
-                              int* pnIcType, const char* pszAIDlist, int* pnTxDetailLen, char* pszTxDetail)
+extern "C" int IC_GetTranDeta(const char* nPortNo, const char* extendPort, int nBaudRate, int nTimeout, int* pnIcType,
+                              const char* pszAIDlist, int* pnTxDetailLen, char* pszTxDetail)
 {
     beginTracedCall("IC_GetTranDeta", nPortNo, extendPort, nBaudRate, nTimeout);
     const int icType = pnIcType == nullptr ? 0 : *pnIcType;
