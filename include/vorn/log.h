@@ -9,6 +9,11 @@
  *   ICC_COMM_VORN.log    arguments and results of the exported calls, hex dumps of the reader's slot commands
  *
  * The second holds account numbers, track 2 data and names in clear: keep the working directory private (mode 0700).
+ * A file that is not there is created for its user alone (mode 0600) whatever the umask; one that is there keeps its
+ * mode, and a link is followed. The files are not inherited by the host's children. Texts hold whatever bytes a host or
+ * a card sent: what reads the files must not trust them.
+ *
+ * What the library writes and prints raises no SIGPIPE and no SIGXFSZ in the host.
  *
  * Hex dump: "%02X " a byte, a line feed after every 16th byte and one at the end; a dump of more than 16 bytes
  * also begins with a line feed.
@@ -35,7 +40,8 @@ VORN_API void log_write_bcd(const unsigned char* data, int n);
 /* To ICC_COMM_VORN.log: a hex dump of n bytes. */
 VORN_API void messLog_write_bcd(const unsigned char* data, int n);
 
-/* Loads VORN_HOST_LOG_LIBRARY and looks up its LogInfo, LogWarn and LogError; one loaded before is unloaded first.
+/* Loads VORN_HOST_LOG_LIBRARY and looks up its LogInfo, LogWarn and LogError. Called again it looks them up again; the
+ * library stays loaded in between and counts once.
  * Returns 1 when all three are there.
  * Returns 0 and prints "error open so" when the library cannot be loaded, or "error open so 1" when a function is
  * missing (the library stays loaded then, but none of its functions is called). */

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // The bridge to the host platform's own log library, which is loaded only when the host asks for it.
+#include "public/console.h"
+
 #include "vorn/log.h"
 
 #include <dlfcn.h>
-
-#include <cstdio>
 
 // A terminal's C library may be older than the one the library is built with: these have been there all along, under
 // the first version of the target, in the C library's own libdl then.
@@ -34,17 +34,21 @@ extern "C" {
 
 int log_init()
 {
-    log_close(); // a library loaded before is not kept twice
-    dllInst = dlopen(VORN_HOST_LOG_LIBRARY, RTLD_LAZY);
-    if (dllInst == nullptr) {
-        std::puts("error open so");
+    void* const loaded = dlopen(VORN_HOST_LOG_LIBRARY, RTLD_LAZY);
+    if (loaded == nullptr) {
+        vorn::print("error open so\n");
+        forgetFunctions();
         return 0;
     }
+    if (dllInst != nullptr) {
+        dlclose(dllInst); // only now: a library that was loaded before stays so, and counts once
+    }
+    dllInst = loaded;
     info = functionNamed("LogInfo");
     warn = functionNamed("LogWarn");
     error = functionNamed("LogError");
     if (info == nullptr || warn == nullptr || error == nullptr) {
-        std::puts("error open so 1");
+        vorn::print("error open so 1\n");
         forgetFunctions(); // the library stays loaded, but none of it is called
         return 0;
     }

@@ -62,6 +62,10 @@ extern "C" void hostLogCalled(const char* function, void* a1, void* a2, void* a3
     calls().push_back({function, a1, a2, a3, a4, a6});
 }
 
+static int unloadings = 0;
+extern "C" void hostLogUnloaded();
+extern "C" void hostLogUnloaded() { ++unloadings; }
+
 namespace {
 
 // The fixed path, as this test's own for a while. Two runs of the test at the same time take turns.
@@ -369,4 +373,35 @@ TEST_F(HostLogBridge, LogCloseWithoutLogInitDoesNothing)
                   log_close();
               }),
               "");
+}
+
+TEST_F(HostLogBridge, LoadedTwiceIsNotUnloadedInBetween)
+{
+    ASSERT_EQ(initWith(kComplete), "1");
+    unloadings = 0;
+    ASSERT_EQ(init(), "1");
+    EXPECT_EQ(unloadings, 0); // what the library keeps of its own is still there
+    EXPECT_EQ(log(2), 0);
+    EXPECT_EQ(calls().size(), 1U);
+    log_close();
+    EXPECT_EQ(unloadings, 1);
+}
+
+TEST_F(HostLogBridge, LoadedManyTimesCountsOnce)
+{
+    ASSERT_EQ(initWith(kComplete), "1");
+    for (int i = 0; i < 50; ++i) {
+        ASSERT_EQ(init(), "1");
+    }
+    log_close();
+    EXPECT_FALSE(loaded());
+}
+
+TEST_P(IncompleteHostLog, IsLoadedTwiceAndUnloadedByOneLogClose)
+{
+    ASSERT_EQ(initWith(GetParam()), "0 error open so 1\n");
+    EXPECT_EQ(init(), "0 error open so 1\n");
+    EXPECT_TRUE(loaded());
+    log_close();
+    EXPECT_FALSE(loaded());
 }

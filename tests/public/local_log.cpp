@@ -8,12 +8,17 @@
 #include <climits>
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
 #include <string>
+#include <thread>
 
 using namespace vorn::test;
 namespace fs = std::filesystem;
@@ -299,3 +304,146 @@ TEST_F(LocalLogs, WorkingDirectoryThatIsGoneLosesTheEntriesOnly)
 }
 
 TEST(DebugText, IsABufferOf512CharactersThatHostsMayLookAt) { EXPECT_EQ(sizeof DbgString, 512U); }
+
+// ---------------------------------------------------------------- whose files they are
+
+namespace {
+
+class Umask {
+public:
+    explicit Umask(mode_t mask) : before_(umask(mask)) {}
+    ~Umask() { umask(before_); }
+    Umask(const Umask&) = delete;
+    Umask& operator=(const Umask&) = delete;
+
+private:
+    mode_t before_;
+};
+
+unsigned modeOf(const char* file)
+{
+    struct stat status {};
+    return stat(file, &status) == 0 ? status.st_mode & 07777U : 0;
+}
+
+void writeBoth()
+{
+    log_write("trace");
+    service("service");
+}
+
+} // namespace
+
+class LogFilesUnderAnyUmask : public LocalLogs, public ::testing::WithParamInterface<mode_t> {};
+
+TEST_P(LogFilesUnderAnyUmask, AreCreatedForTheirUserAlone)
+{
+    const Umask mask(GetParam());
+    writeBoth();
+    EXPECT_EQ(modeOf(kTrace), 0600U);
+    EXPECT_EQ(modeOf(kService), 0600U);
+    writeBoth(); // and open for the next entry
+    EXPECT_EQ(fileText(kService), "serviceservice");
+}
+
+INSTANTIATE_TEST_SUITE_P(LocalLogs, LogFilesUnderAnyUmask, ::testing::Values(0, 022, 077, 0277, 0777));
+
+TEST_F(LocalLogs, FileThatIsThereKeepsItsMode)
+{
+    for (const char* file : {kTrace, kService}) {
+        ASSERT_EQ(close(open(file, O_WRONLY | O_CREAT | O_CLOEXEC, 0600)), 0);
+        ASSERT_EQ(chmod(file, 0640), 0);
+    }
+    writeBoth();
+    EXPECT_EQ(modeOf(kTrace), 0640U);
+    EXPECT_EQ(modeOf(kService), 0640U);
+}
+
+TEST_F(LocalLogs, LinksAreFollowed)
+{
+    fs::create_symlink("elsewhere.txt", kTrace); // to a file that is not there yet
+    service("old,");
+    fs::rename(kService, "kept.txt");
+    fs::create_symlink("kept.txt", kService);
+    writeBoth();
+    EXPECT_EQ(fileText("elsewhere.txt"), "trace\r\n");
+    EXPECT_EQ(modeOf("elsewhere.txt"), 0600U);
+    EXPECT_EQ(fileText("kept.txt"), "old,service");
+    EXPECT_TRUE(fs::is_symlink(kTrace) && fs::is_symlink(kService));
+}
+
+// ---------------------------------------------------------------- what they do to the host
+
+TEST_F(LocalLogs, FilesAreNotInheritedByTheHostsChildren)
+{
+    // A pipe that nobody reads holds the library in its write, with the file open.
+    ASSERT_EQ(mkfifo(kService, 0600), 0);
+    const int reader = open(kService, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    ASSERT_NE(reader, -1);
+    const std::string text(200000, 'x');
+    std::thread writer([&] { service(text.c_str()); });
+    std::string flags;
+    while (flags.empty()) {
+        for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
+            std::error_code gone;
+            const bool log = fs::read_symlink(entry.path(), gone).filename() == kService;
+            if (log && entry.path().filename() != std::to_string(reader)) {
+                flags = fileText("/proc/self/fdinfo/" + entry.path().filename().string());
+            }
+        }
+    }
+    std::size_t taken = 0;
+    char buffer[4096];
+    while (taken < text.size()) {
+        const ssize_t count = read(reader, buffer, sizeof buffer);
+        taken += count > 0 ? static_cast<std::size_t>(count) : 0;
+    }
+    writer.join();
+    close(reader);
+    const std::size_t at = flags.find("flags:");
+    ASSERT_NE(at, std::string::npos) << flags;
+    EXPECT_NE(std::stoul(flags.substr(at + 6), nullptr, 8) & O_CLOEXEC, 0U) << flags;
+}
+
+TEST_F(LocalLogs, FileThatMayNotGrowEndsNoHost)
+{
+    const auto withLimit = [] {
+        const rlimit limit = {10, 10};
+        std::signal(SIGXFSZ, SIG_DFL);
+        setrlimit(RLIMIT_FSIZE, &limit);
+        const Bytes bytes = counting(40);
+        writeBoth();
+        writeBoth();
+        service("longer than the limit");
+        messLog_write_bcd(bytes.data(), 40);
+        std::_Exit(modeOf(kService) == 0600U ? 0 : 1);
+    };
+    EXPECT_EXIT(withLimit(), ::testing::ExitedWithCode(0), "");
+    EXPECT_EQ(fileText(kService), "serviceser");
+}
+
+TEST_F(LocalLogs, FullDeviceLosesTheEntriesOnly)
+{
+    fs::create_symlink("/dev/full", kService);
+    fs::create_symlink("/dev/full", kTrace);
+    writeBoth();
+    EXPECT_FALSE(logHeldOpen());
+}
+
+TEST_P(Dumps, OfAnyLengthAreWhole)
+{
+    const std::size_t n = 5000;
+    std::string expected = "\n";
+    for (std::size_t i = 0; i < n; ++i) {
+        expected += toHex({static_cast<std::uint8_t>(0xF8 + i)}) + " ";
+        expected += i % 16 == 15 ? "\n" : "";
+    }
+    EXPECT_EQ(dumpOf(n), expected + "\n");
+}
+
+TEST_P(Dumps, OfANegativeCountAreThoseOfNothing)
+{
+    const unsigned char byte = 1;
+    GetParam().dump(&byte, -1);
+    EXPECT_EQ(fileText(GetParam().file), "\n");
+}

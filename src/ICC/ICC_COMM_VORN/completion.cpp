@@ -7,11 +7,11 @@
 #include "ICC/ICC_COMM_VORN/transaction_exit.h"
 #include "card/dol.h"
 #include "card/tags.h"
+#include "public/console.h"
 #include "public/local_log.h"
 
 #include "ICC_COMM_VORN.h"
 
-#include <cstdio>
 #include <cstring>
 
 using namespace vorn;
@@ -292,7 +292,7 @@ extern "C" int IC_CtlScriptData(const char* nPortNo, const char* extendPort, int
                                 char* pszScriptResult, const char* icc_tempappdata)
 {
     beginTracedCall("IC_CtlScriptData", nPortNo, extendPort, nBaudRate, nTimeout);
-    std::printf("vr_comportparam = %s,vr_comportmode=%d\n", vr_comportparam, vr_comportmode);
+    print("vr_comportparam = %s,vr_comportmode=%d\n", vr_comportparam, vr_comportmode);
     logService("IC_CtlScriptData nPortNo:%s,extendPort:%s,nBaudRate:%d,nTimeout:%d,pnIcType:%d,pszTxData:%s,"
                "pszARPC:%s,icc_tempappdata:%s\r\n",
                textOf(nPortNo), textOf(extendPort), nBaudRate, nTimeout, pnIcType == nullptr ? 0 : *pnIcType,

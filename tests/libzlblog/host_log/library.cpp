@@ -3,6 +3,7 @@
 extern "C" {
 
 void hostLogCalled(const char* function, void* a1, void* a2, void* a3, int a4, void* a6);
+void hostLogUnloaded();
 void functionThatNobodyDefines();
 
 #ifndef VORN_WITHOUT_INFO
@@ -16,6 +17,9 @@ void LogWarn(void* a1, void* a2, void* a3, int a4, void* a6) { hostLogCalled("Lo
 #ifndef VORN_WITHOUT_ERROR
 void LogError(void* a1, void* a2, void* a3, int a4, void* a6) { hostLogCalled("LogError", a1, a2, a3, a4, a6); }
 #endif
+
+// When the library goes from memory.
+__attribute__((destructor)) void unloaded() { hostLogUnloaded(); }
 
 // Never called; a loader that binds everything at once refuses the library because of it.
 void logRotate() { functionThatNobodyDefines(); }
