@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // Opening and closing the link with the reader's own line protocol: the reader listens at 9600 baud until it is
 // switched, works at 38400, and is switched back. The delays are part of that protocol.
-#include "vorn/link.h"
+#include "link/waiting.h"
 
-#include <unistd.h>
+#include "vorn/link.h"
 
 #include <cstddef>
 
@@ -52,9 +52,9 @@ int opdev()
     }
     if (vr_comportmode == 0) {
         send(kSwitchToWork);
-        usleep(kAfterSwitchUs);
+        vorn::pauseFor(kAfterSwitchUs);
         setSpeed(kWorkSpeed);
-        usleep(kAfterSpeedUs);
+        vorn::pauseFor(kAfterSpeedUs);
     }
     return VORN_OK;
 }
@@ -63,14 +63,14 @@ int cldev()
 {
     if (vr_comportmode == 0) {
         send(kSwitchToRest);
-        usleep(kAfterSwitchBackUs);
+        vorn::pauseFor(kAfterSwitchBackUs);
         setSpeed(kRestSpeed);
         send(kRestore);
-        usleep(kAfterRestoreUs);
+        vorn::pauseFor(kAfterRestoreUs);
     }
     closeDev(vrdk03com_handle);
     vrdk03com_handle = -1;
-    usleep(kAfterCloseUs);
+    vorn::pauseFor(kAfterCloseUs);
     return VORN_OK;
 }
 

@@ -2,12 +2,12 @@
 // The serial half of the link: a tty through the old-style terminal record.
 #include "link/id_frame.h"
 #include "link/medium.h"
+#include "link/waiting.h"
 
 #include "vorn/link.h"
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
-#include <sys/time.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -134,13 +134,6 @@ int byteNow(int descriptor)
 {
     std::uint8_t byte = 0;
     return read(descriptor, &byte, 1) == 1 ? int{byte} : int{VORN_BYTE_TIMEOUT};
-}
-
-std::int64_t milliseconds()
-{
-    struct timeval now {};
-    gettimeofday(&now, nullptr);
-    return std::int64_t{now.tv_sec} * 1000 + now.tv_usec / 1000;
 }
 
 void writeSerial(int handle, const std::uint8_t* bytes, int count)
@@ -272,13 +265,13 @@ int Set_baud(int fd, int speed)
 
 int comm_read_adata(int fd, int timeoutMs)
 {
-    const std::int64_t start = milliseconds();
-    while (milliseconds() - start < timeoutMs) {
+    const std::int64_t start = monotonicMilliseconds();
+    while (monotonicMilliseconds() - start < timeoutMs) {
         const int byte = byteNow(fd);
         if (byte != VORN_BYTE_TIMEOUT) {
             return byte;
         }
-        usleep(kPollUs);
+        pauseFor(kPollUs);
     }
     return VORN_BYTE_TIMEOUT;
 }

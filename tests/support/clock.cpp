@@ -1,16 +1,28 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/clock.h"
 
-#include <sys/time.h>
+#include <link.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 
 namespace vorn::test {
 namespace {
 
+constexpr std::int64_t kSecond = 1000000; // in microseconds
+constexpr std::int64_t kNever = -1;
+
 struct State {
     bool frozen = false;
-    std::int64_t now = 0; // microseconds
+    std::int64_t date = 0;      // of frozen time, as all in microseconds
+    std::int64_t monotonic = 0; // likewise; goes on from test to test
+    std::int64_t lastRead = 0;  // what the library saw last on its monotonic clock
+    std::int64_t pausesUntil = kNever;
+    std::int64_t interruptEvery = 0;
+    unsigned interruptions = 0;
+    unsigned cutShort = 0;
     std::vector<unsigned> sleeps;
     std::function<void()> onSleep, onTime;
 };
@@ -21,31 +33,115 @@ State& state()
     return *theState;
 }
 
+void startAnew()
+{
+    const std::int64_t later = state().monotonic + 3600 * kSecond;
+    state() = State{};
+    state().monotonic = later;
+}
+
+std::int64_t microsecondsOf(const timespec& time) { return std::int64_t{time.tv_sec} * kSecond + time.tv_nsec / 1000; }
+
 std::int64_t realMicroseconds()
 {
     timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    return std::int64_t{now.tv_sec} * 1000000 + now.tv_nsec / 1000;
+    syscall(SYS_clock_gettime, CLOCK_REALTIME, &now);
+    return microsecondsOf(now);
+}
+
+struct Range {
+    std::uintptr_t begin = 0, end = 0;
+};
+
+int findLibrary(dl_phdr_info* object, std::size_t, void* found)
+{
+    if (std::strstr(object->dlpi_name, "ICC_COMM_VORN") == nullptr) {
+        return 0;
+    }
+    auto& range = *static_cast<Range*>(found);
+    range.begin = object->dlpi_addr;
+    for (int i = 0; i < object->dlpi_phnum; ++i) {
+        const auto& segment = object->dlpi_phdr[i];
+        if (segment.p_type == PT_LOAD) {
+            range.end = object->dlpi_addr + segment.p_vaddr + segment.p_memsz;
+        }
+    }
+    return 1;
+}
+
+bool inLibrary(const void* caller)
+{
+    static const Range library = [] {
+        Range range;
+        dl_iterate_phdr(findLibrary, &range);
+        return range;
+    }();
+    const auto address = reinterpret_cast<std::uintptr_t>(caller);
+    return address >= library.begin && address < library.end;
+}
+
+int frozenSleep(std::int64_t length)
+{
+    if (state().onSleep) {
+        state().onSleep();
+    }
+    const std::int64_t until = state().interruptEvery;
+    const bool interrupted = until > 0 && until < length;
+    Clock::advance(interrupted ? until : length);
+    return interrupted ? EINTR : 0;
+}
+
+// A pause of the library, in frozen time or really.
+int pauseOfLibrary(int flags, const timespec* request)
+{
+    State& clock = state();
+    const std::int64_t until = microsecondsOf(*request);
+    if (until != clock.pausesUntil) {
+        clock.cutShort += clock.pausesUntil != kNever ? 1 : 0;
+        clock.pausesUntil = until;
+        clock.sleeps.push_back(static_cast<unsigned>(until - clock.lastRead));
+    }
+    const int error = clock.frozen ? frozenSleep(until - clock.monotonic)
+                      : syscall(SYS_clock_nanosleep, CLOCK_MONOTONIC, flags, request, nullptr) == 0 ? 0
+                                                                                                    : errno;
+    if (error == EINTR) {
+        ++clock.interruptions;
+    } else {
+        clock.pausesUntil = kNever;
+    }
+    return error;
 }
 
 } // namespace
 
 void Clock::freeze(std::time_t start)
 {
-    state() = State{};
+    startAnew();
     state().frozen = true;
-    state().now = std::int64_t{start} * 1000000;
+    state().date = std::int64_t{start} * kSecond;
 }
 
-void Clock::release() { state() = State{}; }
+void Clock::release() { startAnew(); }
 
-void Clock::advance(std::int64_t microseconds) { state().now += microseconds; }
+void Clock::advance(std::int64_t microseconds)
+{
+    state().date += microseconds;
+    state().monotonic += microseconds;
+}
 
-std::int64_t Clock::microseconds() { return state().frozen ? state().now : realMicroseconds(); }
+void Clock::setDate(std::time_t seconds) { state().date = std::int64_t{seconds} * kSecond; }
+
+std::int64_t Clock::microseconds() { return state().frozen ? state().date : realMicroseconds(); }
 
 const std::vector<unsigned>& Clock::sleeps() { return state().sleeps; }
 
 void Clock::forgetSleeps() { state().sleeps.clear(); }
+
+void Clock::interruptEvery(std::int64_t microseconds) { state().interruptEvery = microseconds; }
+
+unsigned Clock::interruptions() { return state().interruptions; }
+
+unsigned Clock::cutShort() { return state().cutShort + (state().pausesUntil != kNever ? 1 : 0); }
 
 void Clock::onSleep(std::function<void()> action) { state().onSleep = std::move(action); }
 
@@ -54,16 +150,33 @@ void Clock::onTime(std::function<void()> action) { state().onTime = std::move(ac
 } // namespace vorn::test
 
 using vorn::test::Clock;
+using vorn::test::inLibrary;
+using vorn::test::kSecond;
 using vorn::test::state;
 
 extern "C" {
 
-int gettimeofday(struct timeval* now, void*) noexcept
+int clock_gettime(clockid_t clock, timespec* now) noexcept
 {
-    const std::int64_t microseconds = Clock::microseconds();
-    now->tv_sec = microseconds / 1000000;
-    now->tv_usec = microseconds % 1000000;
+    if (clock != CLOCK_MONOTONIC || !inLibrary(__builtin_return_address(0))) {
+        return static_cast<int>(syscall(SYS_clock_gettime, clock, now));
+    }
+    if (state().frozen) {
+        now->tv_sec = state().monotonic / kSecond;
+        now->tv_nsec = state().monotonic % kSecond * 1000;
+    } else {
+        syscall(SYS_clock_gettime, clock, now);
+    }
+    state().lastRead = vorn::test::microsecondsOf(*now);
     return 0;
+}
+
+int clock_nanosleep(clockid_t clock, int flags, const timespec* request, timespec* left)
+{
+    if (inLibrary(__builtin_return_address(0))) {
+        return vorn::test::pauseOfLibrary(flags, request);
+    }
+    return syscall(SYS_clock_nanosleep, clock, flags, request, left) == 0 ? 0 : errno;
 }
 
 std::time_t time(std::time_t* now) noexcept
@@ -71,25 +184,10 @@ std::time_t time(std::time_t* now) noexcept
     if (state().frozen && state().onTime) {
         state().onTime();
     }
-    const std::time_t seconds = Clock::microseconds() / 1000000;
+    const std::time_t seconds = Clock::microseconds() / kSecond;
     if (now != nullptr) {
         *now = seconds;
     }
     return seconds;
-}
-
-int usleep(unsigned microseconds)
-{
-    if (!state().frozen) {
-        timespec left{microseconds / 1000000, std::int64_t{microseconds % 1000000} * 1000};
-        while (nanosleep(&left, &left) != 0 && errno == EINTR) {}
-        return 0;
-    }
-    state().sleeps.push_back(microseconds);
-    if (state().onSleep) {
-        state().onSleep();
-    }
-    state().now += microseconds;
-    return 0;
 }
 }

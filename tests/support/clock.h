@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// The time that the library sees in the tests. The test executable defines gettimeofday, time and usleep, which the
-// dynamic linker finds before libc's: a wait of three seconds then costs nothing, and the test says who acts while
-// the library waits.
+// The time that the library sees in the tests. The test executable defines clock_gettime, clock_nanosleep and time, which
+// the dynamic linker finds before libc's: a wait of three seconds then costs nothing, and the test says who acts while
+// the library waits. The monotonic clock and its sleeps are the library's alone: whoever else is in the
+// process (libusb, the simulated reader's thread) keeps the real ones.
 #pragma once
 
 #include <cstdint>
@@ -13,19 +14,28 @@ namespace vorn::test {
 
 class Clock {
 public:
-    // From now on time stands still at `start` but for the library's own usleep (and advance).
+    // From now on time stands still, the date at `start`, but for the library's own sleeps (and advance).
     static void freeze(std::time_t start = 1700000000);
     // Real time and real sleeping.
     static void release();
 
     static void advance(std::int64_t microseconds);
+    // Changes the date alone, as somebody does who sets a terminal's clock.
+    static void setDate(std::time_t seconds);
     static std::int64_t microseconds(); // since the epoch, as the library sees it
 
-    // What usleep was asked for since freeze, in microseconds, in order.
+    // The library's pauses since freeze or release: what was asked for, in microseconds, in order. One that was
+    // interrupted and taken up again counts once.
     static const std::vector<unsigned>& sleeps();
     static void forgetSleeps();
 
-    // Called inside every usleep of the library, before its time has passed.
+    // In frozen time: every sleep is interrupted each time so many microseconds have passed. 0: none is.
+    static void interruptEvery(std::int64_t microseconds);
+    // How many sleeps a signal interrupted, and how many of the pauses were not taken up again.
+    static unsigned interruptions();
+    static unsigned cutShort();
+
+    // Called inside every sleep of the library, before its time has passed. In frozen time only.
     static void onSleep(std::function<void()> action);
     // Called inside every time() of the library: lets a test move the clock between two readings.
     static void onTime(std::function<void()> action);

@@ -60,13 +60,7 @@ protected:
         return result;
     }
 
-    // What the library itself slept; the emulation below it yields with usleep(0).
-    static std::vector<unsigned> sleeps()
-    {
-        std::vector<unsigned> all = Clock::sleeps();
-        all.erase(std::remove(all.begin(), all.end(), 0U), all.end());
-        return all;
-    }
+    static const std::vector<unsigned>& sleeps() { return Clock::sleeps(); }
 
     // Open descriptors of the process, once the emulation, which lives in it, has closed its ends of what was closed.
     static int settledDescriptors()
