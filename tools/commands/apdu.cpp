@@ -116,7 +116,7 @@ void show(const Sent& sent, const Options& options)
     const unsigned status = statusOf(sent.response);
     printLine("> " + commandHex(sent.command, options.show) + "   " + commandInWords(sent.command));
     if (const Bytes data = dataOf(sent.response); !data.empty()) {
-        printLine("< " + hexText(data, options.show));
+        printLine("< " + dataHex(sent.command, data, options.show));
     }
     printLine("< " + statusText(status));
 }
@@ -127,7 +127,7 @@ Json document(const Sent& sent, const Options& options)
     std::snprintf(status, sizeof status, "%04X", statusOf(sent.response) & 0xFFFFU);
     return {{"command", commandHex(sent.command, options.show)},
             {"name", commandInWords(sent.command)},
-            {"data", hexText(dataOf(sent.response), options.show)},
+            {"data", dataHex(sent.command, dataOf(sent.response), options.show)},
             {"status", status},
             {"meaning", statusMeaning(statusOf(sent.response))}};
 }

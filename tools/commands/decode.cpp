@@ -41,9 +41,7 @@ Line lineOf(const TlvNode& node, bool show)
 {
     std::string hex;
     if (!node.constructed) {
-        hex = show || !secretTag(node.tag) ? toHex(node.value)
-              : node.tag == 0x5A           ? maskPanHex(node.value)
-                                           : maskedHex(node.value);
+        hex = valueHex(node.tag, node.value, show);
     }
     return {node.depth, tlv::toHex(node.tag), tagName(node.tag), hex, valueInWords(node, show)};
 }

@@ -206,7 +206,7 @@ void Sale::showStep(const char* phase, const CardExchange& exchange)
                                   {"answered", answered},
                                   {"status", statusWords},
                                   {"command", commandHex(exchange.command, options_.show)},
-                                  {"response", hexText(exchange.response, options_.show)}});
+                                  {"response", responseHex(exchange.command, exchange.response, options_.show)}});
     if (options_.json) {
         return;
     }
@@ -214,7 +214,7 @@ void Sale::showStep(const char* phase, const CardExchange& exchange)
     printLine("  answered      " + (answered.empty() ? "" : answered + ", ") + statusWords);
     if (options_.link.verbose) {
         printLine("                > " + commandHex(exchange.command, options_.show));
-        printLine("                < " + hexText(exchange.response, options_.show));
+        printLine("                < " + responseHex(exchange.command, exchange.response, options_.show));
     }
 }
 

@@ -183,20 +183,10 @@ std::string answerInWords(const Bytes& apdu, const Bytes& response)
     case kReadRecord:
         return tagsIn(data);
     case kGetData:
-        return hexText(data, false);
+        return dataHex(apdu, data, false);
     default:
         return std::to_string(data.size()) + " bytes";
     }
-}
-
-std::string commandHex(const Bytes& apdu, bool show)
-{
-    std::string text = toHex(apdu);
-    const bool pin = apdu.size() > kDataAt && (apdu[1] == kVerify || apdu[1] == kPinChange);
-    if (pin && !show) {
-        std::fill(text.begin() + 2 * kDataAt, text.end(), '*');
-    }
-    return text;
 }
 
 } // namespace vorn::tool

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "sim/data/bytes.h"
+#include "tools/explain/mask.h"
 
 #include <string>
 
@@ -17,8 +18,5 @@ Bytes dataOf(const Bytes& response);
 std::string commandInWords(const Bytes& apdu);
 // What the response says to that command, without its status; may be empty. Account numbers are not shown.
 std::string answerInWords(const Bytes& apdu, const Bytes& response);
-
-// Hex of a command; the data of one that carries a PIN only when all may be shown.
-std::string commandHex(const Bytes& apdu, bool show);
 
 } // namespace vorn::tool

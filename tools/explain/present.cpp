@@ -91,6 +91,15 @@ std::optional<Character> characterAt(const std::string& text, std::size_t at)
     return Character{code, size};
 }
 
+// Controls, marks of direction, separators of lines, and characters without width or place.
+bool unseen(std::uint32_t code)
+{
+    return code < 0x20 || (code >= 0x7F && code < 0xA0) || code == 0xAD || code == 0x61C || code == 0x180E ||
+           (code >= 0x200B && code <= 0x200F) || (code >= 0x2028 && code <= 0x202E) ||
+           (code >= 0x2060 && code <= 0x206F) || (code >= 0xD800 && code <= 0xDFFF) || code == 0xFEFF ||
+           (code >= 0xFFF0 && code <= 0xFFFB) || code >= 0xE0000;
+}
+
 bool wide(std::uint32_t code)
 {
     return (code >= 0x1100 && code <= 0x115F) || (code >= 0x2E80 && code <= 0xA4CF) ||
@@ -101,43 +110,6 @@ bool wide(std::uint32_t code)
 
 } // namespace
 
-// ---------------------------------------------------------------- masking
-
-std::string maskMiddle(const std::string& text, std::size_t first, std::size_t last)
-{
-    // A short text would be told by its ends: nothing of it remains then but a third.
-    if (text.size() < first + last + 2) {
-        first = 0;
-        last = text.size() / 3;
-    }
-    std::string masked = text;
-    std::fill(masked.begin() + static_cast<std::ptrdiff_t>(first), masked.end() - static_cast<std::ptrdiff_t>(last),
-              '*');
-    return masked;
-}
-
-std::string maskPan(const std::string& digits) { return maskMiddle(digits, 6, 4); }
-
-std::string maskTrack2(const std::string& track)
-{
-    const std::size_t separator = std::min(track.find('='), track.size());
-    std::string masked = track;
-    masked.replace(0, separator, maskPan(track.substr(0, separator)));
-    for (std::size_t i = separator + 1; i < masked.size(); ++i) {
-        masked[i] = '*';
-    }
-    return masked;
-}
-
-std::string maskPanHex(const Bytes& value)
-{
-    const std::string hex = toHex(value);
-    const std::size_t padding = std::min(hex.find('F'), hex.size());
-    return maskPan(hex.substr(0, padding)) + hex.substr(padding);
-}
-
-std::string maskTrackHex(const Bytes& value) { return maskMiddle(toHex(value), 6, 0); }
-
 // ---------------------------------------------------------------- values
 
 std::string printable(const std::string& utf8)
@@ -145,8 +117,7 @@ std::string printable(const std::string& utf8)
     std::string text;
     for (std::size_t at = 0; at < utf8.size();) {
         const auto character = characterAt(utf8, at);
-        const bool control =
-            character && (character->code < 0x20 || (character->code >= 0x7F && character->code < 0xA0));
+        const bool control = character && unseen(character->code);
         const std::size_t size = character ? character->size : 1;
         text += !character || control ? "?" : utf8.substr(at, size);
         at += size;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "sim/data/bytes.h"
+#include "tools/explain/mask.h"
 
 #include <string>
 #include <vector>
@@ -11,17 +12,10 @@ namespace vorn::tool {
 
 using sim::Bytes;
 
-// ------------------------------------------------------------ masking
-
-std::string maskMiddle(const std::string& text, std::size_t first, std::size_t last);
-std::string maskPan(const std::string& digits);   // 622588******1234
-std::string maskTrack2(const std::string& track); // the PAN as above, nothing behind '='
-std::string maskPanHex(const Bytes& value);       // hex of a PAN with its padding
-std::string maskTrackHex(const Bytes& value);     // hex of track data: six digits remain
-
 // ------------------------------------------------------------ values
 
-// Control characters could drive the terminal, and cards come from strangers.
+// Control characters could drive the terminal, marks of writing direction turn a text round, and cards come from
+// strangers.
 std::string printable(const std::string& utf8);
 std::string textOfGbk(const Bytes& bytes); // UTF-8; hex when it is no GBK
 

@@ -21,16 +21,15 @@ struct Row {
     Tag tag;
     Form form;
     const char* name;
-    bool secret = false;
 };
 
 const Row kRows[] = {
     {0x42, Form::Hex, "Issuer identification number"},
     {0x4F, Form::Aid, "Application identifier (AID)"},
     {0x50, Form::Text, "Application label"},
-    {0x56, Form::Hex, "Track 1 equivalent data", true},
-    {0x57, Form::Track2, "Track 2 equivalent data", true},
-    {0x5A, Form::Pan, "Application PAN", true},
+    {0x56, Form::Hex, "Track 1 equivalent data"},
+    {0x57, Form::Track2, "Track 2 equivalent data"},
+    {0x5A, Form::Pan, "Application PAN"},
     {0x5F20, Form::Gbk, "Cardholder name"},
     {0x5F24, Form::Date, "Application expiration date"},
     {0x5F25, Form::Date, "Application effective date"},
@@ -91,8 +90,8 @@ const Row kRows[] = {
     {0x9F17, Form::Hex, "PIN try counter"},
     {0x9F18, Form::Hex, "Issuer script identifier"},
     {0x9F1A, Form::Country, "Terminal country code"},
-    {0x9F1F, Form::Hex, "Track 1 discretionary data", true},
-    {0x9F20, Form::Hex, "Track 2 discretionary data", true},
+    {0x9F1F, Form::Hex, "Track 1 discretionary data"},
+    {0x9F20, Form::Hex, "Track 2 discretionary data"},
     {0x9F21, Form::Time, "Transaction time"},
     {0x9F23, Form::Hex, "Upper consecutive offline limit"},
     {0x9F26, Form::Hex, "Application cryptogram"},
@@ -120,11 +119,11 @@ const Row kRows[] = {
     {0x9F4F, Form::Dol, "Log format"},
     {0x9F51, Form::Country, "Application currency code (PBOC)"},
     {0x9F5D, Form::Hex, "Available offline amount"},
-    {0x9F61, Form::Text, "Cardholder document number", true},
+    {0x9F61, Form::Text, "Cardholder document number"},
     {0x9F62, Form::Hex, "Cardholder document type"},
     {0x9F63, Form::Hex, "Card product identification"},
     {0x9F66, Form::Hex, "Terminal transaction qualifiers (TTQ)"},
-    {0x9F6B, Form::Hex, "Track 2 data", true},
+    {0x9F6B, Form::Hex, "Track 2 data"},
     {0x9F6C, Form::Hex, "Card transaction qualifiers"},
     {0x9F77, Form::Amount, "Electronic cash balance limit"},
     {0x9F78, Form::Amount, "Electronic cash single transaction limit"},
@@ -173,21 +172,20 @@ void walkLevel(const Bytes& bytes, std::size_t base, std::size_t depth, TlvWalk&
     }
 }
 
-std::string trackText(const Bytes& value, bool show)
+std::string trackText(const Bytes& value)
 {
     std::string text = toHex(value);
     text = text.substr(0, text.find('F'));
     if (const auto separator = text.find('D'); separator != std::string::npos) {
         text[separator] = '=';
     }
-    return show ? text : maskTrack2(text);
+    return text;
 }
 
-std::string panText(const Bytes& value, bool show)
+std::string panText(const Bytes& value)
 {
     const std::string text = toHex(value);
-    const std::string digits = text.substr(0, text.find('F'));
-    return show ? digits : maskPan(digits);
+    return text.substr(0, text.find('F'));
 }
 
 std::string listText(const Bytes& value)
@@ -203,7 +201,7 @@ std::string listText(const Bytes& value)
     return text;
 }
 
-std::string wordsOf(Form form, const Bytes& value, bool show)
+std::string wordsOf(Form form, const Bytes& value)
 {
     const std::string hex = toHex(value);
     switch (form) {
@@ -223,9 +221,9 @@ std::string wordsOf(Form form, const Bytes& value, bool show)
     case Form::Country:
         return countryText(hex);
     case Form::Pan:
-        return panText(value, show);
+        return panText(value);
     case Form::Track2:
-        return trackText(value, show);
+        return trackText(value);
     case Form::Dol:
         return listText(value);
     case Form::Cid:
@@ -249,60 +247,13 @@ std::string tagName(Tag tag)
     return row == nullptr ? "" : row->name;
 }
 
-bool secretTag(Tag tag)
-{
-    const Row* const row = rowOf(tag);
-    return row != nullptr && row->secret;
-}
-
-std::string maskedHex(const Bytes& value) { return maskMiddle(toHex(value), 6, 4); }
-
-namespace {
-
-// Data that are not whole objects may hold an account number anywhere: of every run of decimal digits as long as one
-// the middle is masked, and with it the track data behind a separator.
-std::string maskDigitRuns(std::string text)
-{
-    constexpr std::size_t kAccountNumberMin = 13;
-    static constexpr char kDigits[] = "0123456789";
-    for (std::size_t at = text.find_first_of(kDigits); at != std::string::npos; at = text.find_first_of(kDigits, at)) {
-        const std::size_t end = std::min(text.find_first_not_of(kDigits, at), text.size());
-        if (end - at >= kAccountNumberMin) {
-            text.replace(at, end - at, maskMiddle(text.substr(at, end - at), 6, 4));
-        }
-        at = end;
-    }
-    return text;
-}
-
-} // namespace
-
-std::string hexText(const Bytes& bytes, bool show)
-{
-    std::string text = toHex(bytes);
-    if (show) {
-        return text;
-    }
-    const TlvWalk walk = walkTlv(bytes);
-    bool known = false;
-    for (const TlvNode& node : walk.nodes) {
-        known = known || rowOf(node.tag) != nullptr;
-        if (secretTag(node.tag)) {
-            text.replace(2 * node.valueAt, 2 * node.value.size(),
-                         node.tag == 0x5A ? maskPanHex(node.value) : maskTrackHex(node.value));
-        }
-    }
-    return known && walk.problem.empty() ? text : maskDigitRuns(text);
-}
-
 std::string valueInWords(const TlvNode& node, bool show)
 {
     const Row* const row = rowOf(node.tag);
     if (row == nullptr || node.constructed) {
         return "";
     }
-    const std::string words = wordsOf(row->form, node.value, show);
-    return row->secret && !show && row->form == Form::Text ? maskMiddle(words, 3, 2) : words;
+    return valueWords(node.tag, wordsOf(row->form, node.value), show);
 }
 
 } // namespace vorn::tool

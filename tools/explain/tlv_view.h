@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// BER-TLV objects as people look at them: names, places in the bytes, and which of them are secret.
+// BER-TLV objects as people look at them: names, places in the bytes, values in words.
 #pragma once
 
 #include "sim/data/tlv.h"
+#include "tools/explain/mask.h"
 
 #include <cstddef>
 #include <string>
@@ -30,12 +31,6 @@ struct TlvWalk {
 TlvWalk walkTlv(const Bytes& bytes);
 
 std::string tagName(Tag tag); // "Application PAN", or empty
-bool secretTag(Tag tag);      // its value identifies the card or its holder
-
-// Hex text of the bytes; unless all may be shown, with stars in the values of the secret objects found in them.
-std::string hexText(const Bytes& bytes, bool show);
-// Hex text of a secret value: its beginning and end remain.
-std::string maskedHex(const Bytes& value);
 
 // The value in words, where there is something to say: text, an amount, a date, a list of tags. May be empty.
 std::string valueInWords(const TlvNode& node, bool show);

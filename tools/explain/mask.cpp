@@ -1,0 +1,254 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/explain/mask.h"
+
+#include "tools/explain/hex.h"
+#include "tools/explain/mask_scan.h"
+#include "tools/explain/tlv_view.h"
+
+#include <algorithm>
+
+namespace vorn::tool {
+
+namespace {
+
+struct Row {
+    Tag tag;
+    Secret secret;
+};
+
+const Row kSecrets[] = {
+    {0x56, Secret::Whole},         // track 1
+    {0x57, Secret::Track2},        //
+    {0x5A, Secret::AccountNumber}, //
+    {0x99, Secret::Whole},         // PIN data
+    {0x5F20, Secret::Whole},       // cardholder name
+    {0x5F21, Secret::Whole},       // track 1 as it is
+    {0x5F22, Secret::Whole},       // track 2 as it is
+    {0x5F23, Secret::Whole},       // track 3 as it is
+    {0x5F53, Secret::Whole},       // IBAN
+    {0x9F0B, Secret::Whole},       // cardholder name extended
+    {0x9F1F, Secret::Whole},       // track 1 discretionary data
+    {0x9F20, Secret::Whole},       // track 2 discretionary data
+    {0x9F24, Secret::Whole},       // payment account reference
+    {0x9F2D, Secret::Whole},       // PIN encipherment certificate: contains the account number
+    {0x9F46, Secret::Whole},       // card's certificate: contains the account number
+    {0x9F61, Secret::Document},    // cardholder document number
+    {0x9F6B, Secret::Track2},      //
+};
+
+constexpr Tag kOpaque[] = {0x4F,   0x84,   0x8C,   0x8D,   0x8E,   0x90,   0x91,   0x92,   0x93,   0x94,   0x97,  0x9D,
+                           0x9F06, 0x9F26, 0x9F32, 0x9F37, 0x9F38, 0x9F47, 0x9F48, 0x9F49, 0x9F4B, 0x9F4C, 0x9F4F};
+
+enum Instruction : std::uint8_t {
+    kVerify = 0x20,
+    kWalletInformation = 0x22,
+    kPinChange = 0x24,
+    kGetChallenge = 0x84,
+    kInternalAuthenticate = 0x88,
+    kProcessingOptions = 0xA8,
+    kGenerateCryptogram = 0xAE
+};
+constexpr std::uint8_t kProprietary = 0x80;
+constexpr std::size_t kCommandDataAt = 5;
+
+std::string stars(std::size_t count) { return std::string(count, '*'); }
+
+std::string trackHex(const std::string& hex)
+{
+    const std::size_t separator = std::min(hex.find('D'), hex.size());
+    return separator == hex.size() ? maskMiddle(hex, 6, 0)
+                                   : maskPan(hex.substr(0, separator)) + "D" + stars(hex.size() - separator - 1);
+}
+
+std::string accountHex(const std::string& hex)
+{
+    const std::size_t padding = std::min(hex.find('F'), hex.size());
+    return maskPan(hex.substr(0, padding)) + hex.substr(padding);
+}
+
+// Where the bytes are known to be harmless, so that their digits are not taken for an account number.
+void keepOpaque(const std::vector<TlvNode>& nodes, const std::string& clear, std::string& text)
+{
+    for (const TlvNode& node : nodes) {
+        if (!node.constructed && opaqueTag(node.tag)) {
+            text.replace(2 * node.valueAt, 2 * node.value.size(), clear, 2 * node.valueAt, 2 * node.value.size());
+        }
+    }
+}
+
+void hideSecrets(const std::vector<TlvNode>& nodes, std::string& text)
+{
+    for (const TlvNode& node : nodes) {
+        if (secretTag(node.tag)) {
+            text.replace(2 * node.valueAt, 2 * node.value.size(), valueHex(node.tag, node.value, false));
+        }
+    }
+}
+
+bool randomAnswer(const Bytes& apdu, const Bytes& data)
+{
+    if (apdu.size() < 4) {
+        return false;
+    }
+    switch (apdu[1]) {
+    case kGetChallenge:
+        return true;
+    case kInternalAuthenticate:
+    case kProcessingOptions:
+    case kGenerateCryptogram:
+        return !data.empty() && data[0] == 0x80; // format 1: no objects inside
+    default:
+        return false;
+    }
+}
+
+} // namespace
+
+Secret secretOf(Tag tag)
+{
+    const auto* const row =
+        std::find_if(std::begin(kSecrets), std::end(kSecrets), [tag](const Row& r) { return r.tag == tag; });
+    return row == std::end(kSecrets) ? Secret::None : row->secret;
+}
+
+bool secretTag(Tag tag) { return secretOf(tag) != Secret::None; }
+
+bool opaqueTag(Tag tag) { return std::find(std::begin(kOpaque), std::end(kOpaque), tag) != std::end(kOpaque); }
+
+// ---------------------------------------------------------------- hex of bytes
+
+std::string valueHex(Tag tag, const Bytes& value, bool show)
+{
+    const std::string hex = toHex(value);
+    if (show || opaqueTag(tag)) {
+        return hex;
+    }
+    switch (secretOf(tag)) {
+    case Secret::None:
+        return hexText(value, false);
+    case Secret::AccountNumber:
+        return accountHex(hex);
+    case Secret::Track2:
+        return trackHex(hex);
+    case Secret::Document:
+    case Secret::Whole:
+        return stars(hex.size());
+    }
+    return stars(hex.size());
+}
+
+std::string hexText(const Bytes& bytes, bool show)
+{
+    const std::string clear = toHex(bytes);
+    if (show) {
+        return clear;
+    }
+    std::string text = clear;
+    hideInHex(text);
+    const TlvWalk walk = walkTlv(bytes);
+    if (walk.problem.empty()) {
+        keepOpaque(walk.nodes, clear, text);
+    }
+    hideSecrets(walk.nodes, text);
+    return text;
+}
+
+std::string commandHex(const Bytes& apdu, bool show)
+{
+    if (show || apdu.size() <= kCommandDataAt) {
+        return toHex(apdu);
+    }
+    const Bytes header(apdu.begin(), apdu.begin() + kCommandDataAt);
+    const Bytes data(apdu.begin() + kCommandDataAt, apdu.end());
+    switch (apdu[1]) {
+    case kVerify:
+    case kPinChange:
+        return toHex(header) + stars(2 * data.size());
+    case kProcessingOptions:
+    case kGenerateCryptogram: // the terminal's own data
+        return toHex(apdu);
+    default:
+        return toHex(header) + hexText(data, false);
+    }
+}
+
+std::string dataHex(const Bytes& apdu, const Bytes& data, bool show)
+{
+    const bool wallet = apdu.size() >= 4 && apdu[0] == kProprietary && apdu[1] == kWalletInformation;
+    return !show && wallet ? stars(2 * data.size()) : hexText(data, show || randomAnswer(apdu, data));
+}
+
+std::string responseHex(const Bytes& apdu, const Bytes& response, bool show)
+{
+    if (response.size() < 2) {
+        return dataHex(apdu, response, show);
+    }
+    const auto status = response.end() - 2;
+    return dataHex(apdu, Bytes(response.begin(), status), show) + toHex(Bytes(status, response.end()));
+}
+
+// ---------------------------------------------------------------- words
+
+std::string valueWords(Tag tag, const std::string& words, bool show)
+{
+    const Secret secret = secretOf(tag);
+    if (show || words.empty()) {
+        return words;
+    }
+    switch (secret) {
+    case Secret::None:
+        return opaqueTag(tag) ? words : maskText(words);
+    case Secret::AccountNumber:
+        return maskPan(words);
+    case Secret::Track2:
+        return maskTrack2(words);
+    case Secret::Document:
+        return maskMiddle(words, 3, 2);
+    case Secret::Whole:
+        return "(masked)";
+    }
+    return "(masked)";
+}
+
+// ---------------------------------------------------------------- text of any kind
+
+std::string excerpt(const std::string& input)
+{
+    constexpr std::size_t most = 8;
+    std::string text = input.substr(0, most);
+    for (char& c : text) {
+        c = c >= '0' && c <= '9' ? '#' : c < 0x20 || c > 0x7E ? '?' : c;
+    }
+    return text + (input.size() > most ? "..." : "");
+}
+
+// ---------------------------------------------------------------- single values
+
+std::string maskMiddle(const std::string& text, std::size_t first, std::size_t last)
+{
+    // A short text would be told by its ends: nothing of it remains then but a third.
+    if (text.size() < first + last + 2) {
+        first = 0;
+        last = text.size() / 3;
+    }
+    std::string masked = text;
+    std::fill(masked.begin() + static_cast<std::ptrdiff_t>(first), masked.end() - static_cast<std::ptrdiff_t>(last),
+              '*');
+    return masked;
+}
+
+std::string maskPan(const std::string& digits) { return maskMiddle(digits, 6, 4); }
+
+std::string maskPanHex(const Bytes& value) { return accountHex(toHex(value)); }
+
+std::string maskTrack2(const std::string& track)
+{
+    const std::size_t separator = std::min(track.find_first_of("=D"), track.size());
+    std::string masked = maskPan(track.substr(0, separator));
+    if (separator < track.size()) {
+        masked += track[separator] + stars(track.size() - separator - 1);
+    }
+    return masked;
+}
+
+} // namespace vorn::tool

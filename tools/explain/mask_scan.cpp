@@ -1,0 +1,445 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/explain/mask_scan.h"
+
+#include "tools/explain/mask.h"
+
+#include <algorithm>
+#include <optional>
+#include <vector>
+
+namespace vorn::tool {
+
+namespace {
+
+constexpr std::size_t kAccountMin = 12;
+constexpr std::size_t kAccountMax = 19;
+constexpr std::size_t kCertainLength = 12; // so many digits that begin like a card's are one, whatever Luhn says
+
+bool digit(char c) { return c >= '0' && c <= '9'; }
+bool hexDigit(char c) { return digit(c) || (c >= 'A' && c <= 'F') || (c >= 'a' && c <= 'f'); }
+bool letterOrDigit(char c) { return digit(c) || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
+unsigned valueOf(char c) { return static_cast<unsigned>(digit(c) ? c - '0' : c >= 'a' ? c - 'a' + 10 : c - 'A' + 10); }
+
+void hide(std::string& text, std::size_t from, std::size_t to)
+{
+    for (std::size_t i = from; i < std::min(to, text.size()); ++i) {
+        text[i] = '*';
+    }
+}
+
+void hideMiddle(std::string& text, std::size_t from, std::size_t size)
+{
+    text.replace(from, size, maskMiddle(text.substr(from, size), 6, 4));
+}
+
+std::size_t endOfDigits(const std::string& text, std::size_t from)
+{
+    while (from < text.size() && digit(text[from])) {
+        ++from;
+    }
+    return from;
+}
+
+// ---------------------------------------------------------------- digits
+
+// The first digits of a payment card's number name its issuer, and are no row of zeros.
+bool beginsLikeCard(const char* digits)
+{
+    return digits[0] >= '3' && digits[0] <= '6' && std::string(digits + 1, 5) != "00000";
+}
+
+// Whether an account number stands anywhere in a run of digits.
+bool couldHoldAccount(const char* digits, std::size_t size)
+{
+    for (std::size_t at = 0; at + kAccountMin <= size; ++at) {
+        if (size - at >= kCertainLength && beginsLikeCard(digits + at)) {
+            return true;
+        }
+        if (digits[at] == '0') {
+            continue;
+        }
+        for (std::size_t length = kAccountMin; length <= std::min(kAccountMax, size - at); ++length) {
+            if (passesLuhn(std::string(digits + at, length))) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+// "3030303031": hex of digits as characters, which are looked at as such.
+bool characters(const char* digits, std::size_t size)
+{
+    const auto threes = [&](std::size_t at) {
+        for (; at < size; at += 2) {
+            if (digits[at] != '3') {
+                return false;
+            }
+        }
+        return true;
+    };
+    return threes(0) || threes(1);
+}
+
+bool trackSeparator(char c) { return c == '=' || c == 'D' || c == 'd'; }
+
+// Behind a separator: expiry, service code and what the issuer put there.
+std::size_t endOfTrack(const std::string& text, std::size_t from)
+{
+    while (from < text.size() && (digit(text[from]) || trackSeparator(text[from]))) {
+        ++from;
+    }
+    return from;
+}
+
+void hideDigitRuns(std::string& text)
+{
+    constexpr std::size_t expirySize = 4;
+    for (std::size_t at = 0; at < text.size();) {
+        if (!digit(text[at])) {
+            ++at;
+            continue;
+        }
+        const std::size_t end = endOfDigits(text, at);
+        const bool track = end - at >= kAccountMin && end < text.size() && trackSeparator(text[end]) &&
+                           endOfDigits(text, end + 1) - end > expirySize;
+        const char* const run = text.data() + at;
+        if (track || (end - at >= kAccountMin && !characters(run, end - at) && couldHoldAccount(run, end - at))) {
+            hideMiddle(text, at, end - at);
+        }
+        at = track ? endOfTrack(text, end) : end;
+        if (track) {
+            hide(text, end + 1, at);
+        }
+    }
+}
+
+// "363232..." is hex of digits.
+void hideCharacterDigits(std::string& hex)
+{
+    for (std::size_t at = 0; at + 2 * kAccountMin <= hex.size(); ++at) {
+        std::string digits;
+        std::size_t end = at;
+        while (end + 1 < hex.size() && hex[end] == '3' && digit(hex[end + 1])) {
+            digits += hex[end + 1];
+            end += 2;
+        }
+        if (digits.size() >= kAccountMin && couldHoldAccount(digits.data(), digits.size())) {
+            hideMiddle(hex, at, end - at);
+            at = end - 1;
+        } else if (digits.size() >= kAccountMin) {
+            at = end - 2; // seen whole; the next may begin half a byte later
+        }
+    }
+}
+
+// ---------------------------------------------------------------- objects
+
+// How the value of an object begins when bytes that look like its tag are one.
+enum class Begin { Anything, Digits, TrackOne };
+
+struct Shape {
+    const char* tag;
+    Tag number;
+    Begin begin;
+    std::size_t longest;
+};
+
+const Shape kShapes[] = {
+    {"57", 0x57, Begin::Digits, 19},        {"5A", 0x5A, Begin::Digits, 10},
+    {"56", 0x56, Begin::TrackOne, 76},      {"5F20", 0x5F20, Begin::Anything, 45},
+    {"5F21", 0x5F21, Begin::Anything, 79},  {"5F22", 0x5F22, Begin::Anything, 40},
+    {"5F23", 0x5F23, Begin::Anything, 107}, {"5F53", 0x5F53, Begin::Anything, 34},
+    {"9F0B", 0x9F0B, Begin::Anything, 127}, {"9F1F", 0x9F1F, Begin::Anything, 127},
+    {"9F20", 0x9F20, Begin::Anything, 127}, {"9F24", 0x9F24, Begin::Anything, 35},
+    {"9F2D", 0x9F2D, Begin::Anything, 255}, {"9F46", 0x9F46, Begin::Anything, 255},
+    {"9F61", 0x9F61, Begin::Anything, 127}, {"9F6B", 0x9F6B, Begin::Digits, 19},
+};
+
+bool tagAt(const std::string& hex, std::size_t at, const char* tag)
+{
+    for (; *tag != '\0'; ++tag, ++at) {
+        if (at >= hex.size() || hex[at] == '*' || !hexDigit(hex[at]) || valueOf(hex[at]) != valueOf(*tag)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+std::optional<std::size_t> byteAt(const std::string& hex, std::size_t at)
+{
+    if (at + 2 > hex.size() || !hexDigit(hex[at]) || !hexDigit(hex[at + 1])) {
+        return std::nullopt;
+    }
+    return 16 * valueOf(hex[at]) + valueOf(hex[at + 1]);
+}
+
+bool begins(const std::string& hex, std::size_t at, std::size_t size, Begin begin)
+{
+    constexpr std::size_t enough = 6;
+    switch (begin) {
+    case Begin::Anything:
+        return true;
+    case Begin::Digits:
+        return endOfDigits(hex, at) - at >= std::min({enough, size, hex.size() - at});
+    case Begin::TrackOne:
+        return hex.compare(at, 2, "42") == 0; // format B
+    }
+    return true;
+}
+
+void hideValue(std::string& hex, std::size_t at, std::size_t size, Tag tag)
+{
+    const std::size_t end = std::min(at + size, hex.size());
+    const std::string value = hex.substr(at, end - at);
+    const std::size_t digits = endOfDigits(value, 0);
+    switch (secretOf(tag)) {
+    case Secret::AccountNumber:
+        return hex.replace(at, digits,
+                           at + size > hex.size() ? maskMiddle(value.substr(0, digits), 6, 0)
+                                                  : maskPan(value.substr(0, digits))),
+               void();
+    case Secret::Track2:
+        hide(hex, at + digits, end);
+        return hex.replace(at, digits,
+                           digits < value.size() ? maskPan(value.substr(0, digits))
+                                                 : maskMiddle(value.substr(0, digits), 6, 0)),
+               void();
+    default:
+        hide(hex, at, end);
+    }
+}
+
+void hideObject(std::string& hex, std::size_t tagAtPlace, const Shape& shape)
+{
+    std::size_t at = tagAtPlace + std::string(shape.tag).size();
+    auto length = byteAt(hex, at);
+    at += 2;
+    if (length && *length == 0x81) {
+        length = byteAt(hex, at);
+        at += 2;
+    }
+    if (length && *length > 0 && *length <= shape.longest && at < hex.size() &&
+        begins(hex, at, 2 * *length, shape.begin)) {
+        hideValue(hex, at, 2 * *length, shape.number);
+    }
+}
+
+void hideObjects(std::string& hex)
+{
+    for (std::size_t at = 0; at + 4 <= hex.size(); ++at) {
+        if (hex[at] != '5' && hex[at] != '9') {
+            continue;
+        }
+        for (const Shape& shape : kShapes) {
+            if (tagAt(hex, at, shape.tag)) {
+                hideObject(hex, at, shape);
+            }
+        }
+    }
+}
+
+// ---------------------------------------------------------------- free text
+
+// A piece of text that is hex or digits, perhaps with blanks inside: its characters, and where they stand.
+struct Piece {
+    std::string dense;
+    std::vector<std::size_t> places;
+    std::size_t end = 0;
+};
+
+std::size_t endOfHex(const std::string& text, std::size_t from)
+{
+    while (from < text.size() && hexDigit(text[from])) {
+        ++from;
+    }
+    return from;
+}
+
+void take(const std::string& text, std::size_t from, std::size_t to, Piece& piece)
+{
+    for (std::size_t i = from; i < to; ++i) {
+        piece.dense += text[i];
+        piece.places.push_back(i);
+    }
+    piece.end = to;
+}
+
+bool allDigits(const std::string& text, std::size_t from, std::size_t to)
+{
+    return std::all_of(text.begin() + static_cast<std::ptrdiff_t>(from), text.begin() + static_cast<std::ptrdiff_t>(to),
+                       digit);
+}
+
+// A dump's bytes may go on in the next line; groups of digits have one blank or hyphen between them.
+std::size_t nextInDump(const std::string& text, std::size_t from)
+{
+    const std::size_t next = text.find_first_not_of(" :-\t\r\n", from);
+    return next == std::string::npos || next == from || next - from > 4 ? text.size() : next;
+}
+
+std::size_t nextGroup(const std::string& text, std::size_t from)
+{
+    return from + 1 < text.size() && (text[from] == ' ' || text[from] == '-') ? from + 1 : text.size();
+}
+
+Piece pieceAt(const std::string& text, std::size_t at)
+{
+    Piece piece;
+    const std::size_t first = endOfHex(text, at);
+    const bool dump = first - at == 2;
+    const bool group = !dump && first - at <= 6 && allDigits(text, at, first);
+    take(text, at, first, piece);
+    while (dump || group) {
+        const std::size_t next = dump ? nextInDump(text, piece.end) : nextGroup(text, piece.end);
+        const std::size_t end = endOfHex(text, next);
+        if (next >= text.size() || end == next ||
+            (dump ? end - next != 2 : end - next > 7 || !allDigits(text, next, end))) {
+            break;
+        }
+        take(text, next, end, piece);
+    }
+    return piece;
+}
+
+void hidePieces(std::string& text)
+{
+    for (std::size_t at = 0; at < text.size();) {
+        if (!hexDigit(text[at])) {
+            ++at;
+            continue;
+        }
+        Piece piece = pieceAt(text, at);
+        hideInHex(piece.dense);
+        for (std::size_t i = 0; i < piece.places.size(); ++i) {
+            text[piece.places[i]] = piece.dense[i];
+        }
+        at = piece.end;
+    }
+}
+
+// As they come from a stripe: "6225...=3012..." and "B6225...^NAME^3012...".
+void hideTracks(std::string& text)
+{
+    for (std::size_t at = text.find_first_of("=^"); at != std::string::npos; at = text.find_first_of("=^", at + 1)) {
+        std::size_t begin = at;
+        while (begin > 0 && digit(text[begin - 1])) {
+            --begin;
+        }
+        if (at - begin < kAccountMin) {
+            continue;
+        }
+        const std::size_t end =
+            text[at] == '=' ? endOfTrack(text, at + 1) : std::min(text.find_first_of("?\r\n\",}", at + 1), text.size());
+        hideMiddle(text, begin, at - begin);
+        hide(text, at + 1, end);
+        at = end - 1;
+    }
+}
+
+// ---------------------------------------------------------------- lettered records
+
+struct Field {
+    char letter;
+    std::size_t at;
+    std::size_t size;
+};
+
+std::optional<Field> fieldAt(const std::string& text, std::size_t at)
+{
+    constexpr std::size_t header = 4;
+    constexpr std::size_t longest = 128;
+    if (at + header > text.size() || text[at] < 'A' || text[at] > 'L' || !allDigits(text, at + 1, at + header)) {
+        return std::nullopt;
+    }
+    const std::size_t size = std::stoul(text.substr(at + 1, 3));
+    return size <= longest ? std::optional(Field{text[at], at + header, size}) : std::nullopt;
+}
+
+void hideField(std::string& text, const Field& field)
+{
+    const std::size_t end = std::min(field.at + field.size, text.size());
+    const std::string value = text.substr(field.at, end - field.at);
+    switch (field.letter) {
+    case 'A':
+        text.replace(field.at, value.size(), end < field.at + field.size ? maskMiddle(value, 6, 0) : maskPan(value));
+        return;
+    case 'B':
+        text.replace(field.at, value.size(), maskTrack2(value));
+        return;
+    case 'J':
+    case 'K':
+    case 'L':
+        return hide(text, field.at, end);
+    default:
+        return;
+    }
+}
+
+// The fields stand in the order of their letters; two of them, or one to the end of the text, are a record.
+std::size_t recordAt(const std::string& text, std::size_t at, std::vector<Field>& fields)
+{
+    fields.clear();
+    char before = '\0';
+    while (const auto field = fieldAt(text, at)) {
+        if (field->letter <= before) {
+            break;
+        }
+        before = field->letter;
+        fields.push_back(*field);
+        at = std::min(field->at + field->size, text.size());
+        if (at == text.size()) {
+            break;
+        }
+    }
+    return at;
+}
+
+void hideRecords(std::string& text)
+{
+    std::vector<Field> fields;
+    for (std::size_t at = text.find_first_of("ABCDEFGHIJKL"); at != std::string::npos;
+         at = text.find_first_of("ABCDEFGHIJKL", at)) {
+        const bool boundary = at == 0 || !letterOrDigit(text[at - 1]);
+        const std::size_t end = recordAt(text, at, fields);
+        const bool record = boundary && (fields.size() >= 2 || (fields.size() == 1 && end == text.size()));
+        for (const Field& field : fields) {
+            if (record) {
+                hideField(text, field);
+            }
+        }
+        at = record ? end : at + 1;
+    }
+}
+
+} // namespace
+
+bool passesLuhn(const std::string& digits)
+{
+    unsigned sum = 0;
+    bool twice = false;
+    for (auto it = digits.rbegin(); it != digits.rend(); ++it) {
+        const unsigned value = static_cast<unsigned>(*it - '0') * (twice ? 2 : 1);
+        sum += value > 9 ? value - 9 : value;
+        twice = !twice;
+    }
+    return sum % 10 == 0;
+}
+
+void hideInHex(std::string& hex)
+{
+    hideObjects(hex);
+    hideCharacterDigits(hex);
+    hideDigitRuns(hex);
+}
+
+std::string maskText(const std::string& text)
+{
+    std::string masked = text;
+    hideRecords(masked);
+    hideTracks(masked);
+    hidePieces(masked);
+    return masked;
+}
+
+} // namespace vorn::tool

@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: Apache-2.0
+// Finds secrets in texts whose form is not known.
+#pragma once
+
+#include <string>
+
+namespace vorn::tool {
+
+// The text is hex, of any cut: the values of secret objects wherever their tag and length stand, runs of digits that
+// could be an account number, track data, and digits as characters.
+void hideInHex(std::string& hex);
+
+bool passesLuhn(const std::string& digits);
+
+} // namespace vorn::tool
