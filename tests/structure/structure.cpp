@@ -23,7 +23,11 @@ namespace fs = std::filesystem;
 namespace {
 
 const fs::path kSourceTree = VORN_SOURCE_TREE;
-const std::string kLibrary = VORN_LIBRARY;
+
+// The library that the tests run with (see tests/support/main.cpp), or else the one of this build.
+const char* const kExpectedLibrary = std::getenv("VORN_EXPECT_LIBRARY");
+const std::string kLibrary = kExpectedLibrary != nullptr ? kExpectedLibrary : VORN_LIBRARY;
+
 const std::string kNm = VORN_NM;
 const std::string kReadelf = VORN_READELF;
 

@@ -3,7 +3,11 @@
 // own: the library keeps its link in globals, and a test that breaks one leaves the others alone.
 #include <gtest/gtest.h>
 
+#include <dlfcn.h>
+
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <string_view>
 
@@ -32,11 +36,36 @@ std::string testsOf(std::string_view file)
     return filter;
 }
 
+// VORN_EXPECT_LIBRARY names the file that the library has to come from: whoever runs these tests with another build of
+// it wants to know that it was that one.
+bool libraryIsTheExpectedOne()
+{
+    const char* const expected = std::getenv("VORN_EXPECT_LIBRARY");
+    if (expected == nullptr) {
+        return true;
+    }
+    Dl_info loaded{};
+    void* const call = dlsym(RTLD_DEFAULT, "IC_GetInfo");
+    if (call == nullptr || dladdr(call, &loaded) == 0) {
+        std::fprintf(stderr, "no library is loaded\n");
+        return false;
+    }
+    std::error_code none;
+    if (!std::filesystem::equivalent(loaded.dli_fname, expected, none)) {
+        std::fprintf(stderr, "the library is %s, not %s\n", loaded.dli_fname, expected);
+        return false;
+    }
+    return true;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
     testing::InitGoogleTest(&argc, argv);
+    if (!libraryIsTheExpectedOne()) {
+        return 1;
+    }
     if (argc == 3 && std::string_view(argv[1]) == "--file") {
         const std::string filter = testsOf(argv[2]);
         if (filter.empty()) {
