@@ -130,6 +130,24 @@ TEST_F(ProcessingOptions, RefusesAnEmptyFormat1)
     EXPECT_EQ(getFor("80 00 82 02 7C 00 94 04 08 01 01 00"), -1); // format 1 was answered
 }
 
+TEST_F(ProcessingOptions, TakesATag80InsideATemplateForFormat1)
+{
+    EXPECT_EQ(getFor("77 14 82 02 19 80 80 06 7C 00 08 01 01 00 94 04 10 01 02 00"), 0);
+    EXPECT_EQ(aipText(), "7C00");
+    EXPECT_EQ(aflText(), "08010100");
+}
+
+TEST_F(ProcessingOptions, GoesOnBehindAZeroWhereATagIsExpected)
+{
+    EXPECT_EQ(getFor("00 00 80 06 7C 00 08 01 01 00"), 0);
+    EXPECT_EQ(aipText() + aflText(), "7C0008010100");
+    EXPECT_EQ(getFor("77 10 00 01 EE 82 02 59 00 00 00 94 04 10 01 01 00"), 0);
+    EXPECT_EQ(aipText() + aflText(), "590010010100");
+
+    reader.apdu("80 A8 00 00 03 83 01 21", kAnyResponse);
+    EXPECT_EQ(get(tlv("6F", "0000" + tlv("84", kName) + tlv("A5", "0001EE" + tlv("9F38", "9C01"))), "9C0121"), 0);
+}
+
 TEST_F(ProcessingOptions, ReadsFormat2)
 {
     EXPECT_EQ(getFor("77 12 82 02 7C 00 94 0C 08 01 01 00 10 01 02 01 18 01 01 00"), 0);

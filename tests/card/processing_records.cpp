@@ -140,6 +140,12 @@ TEST_F(ApplicationData, ReadsNothingForAnEntryThatEndsBeforeItBegins)
     EXPECT_EQ(records(), tlv("70", kPan));
 }
 
+TEST_F(ApplicationData, FindsAWantedTagBehindAZeroWhereATagIsExpected)
+{
+    record(1, 1, tlv("70", "0000" + kPan + "00025A00" + kTrack2));
+    get("08010200", "5A57");
+}
+
 TEST_F(ApplicationData, EndsBehindRecord255)
 {
     record(254, 1, tlv("70", kPan)).record(255, 1, tlv("70", kName));

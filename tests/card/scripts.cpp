@@ -235,3 +235,22 @@ TEST_F(IssuerScript, CutInsideALengthFieldStillEnds)
     EXPECT_EQ(run("8681"), 0);
     EXPECT_EQ(count, 1);
 }
+
+TEST_F(IssuerScript, SendsAsManyBytesOfACommandAsTheLowOfTwoLengthBytesSays)
+{
+    // 261 bytes, of which five go to the card, and 256, of which none does. The next command comes behind them all.
+    const std::string behind = repeated("86", 256);
+    reader.apdu("8424000000", "9000").apdu(kBlock, "9000");
+    EXPECT_EQ(run("86820105"
+                  "8424000000" +
+                  behind + "86820100" + behind + tlv("86", kBlock)),
+              0);
+    EXPECT_EQ(count, 3);
+}
+
+TEST_F(IssuerScript, GoesOnBehindAZeroWhereATagIsExpected)
+{
+    reader.apdu(kPutData, "9000").apdu(kBlock, "9000");
+    EXPECT_EQ(run("0000" + tlv("86", kPutData) + "00028600" + tlv("86", kBlock)), 0);
+    EXPECT_EQ(count, 2);
+}

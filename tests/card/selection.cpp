@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Application selection: the directory, the application identifier, the final SELECT and the purse's identifier.
+#include "support/allocation.h"
 #include "support/card_text.h"
 #include "support/scripted_reader.h"
 
@@ -301,6 +302,67 @@ TEST_F(DirectorySelection, TakesAnIdentifierOfSixteenBytes)
     EXPECT_EQ(directory.entries(), (Entries{kPurse + "/1"}));
 }
 
+// Lengths in a directory are one byte, whatever their form: 81 is 129.
+
+TEST_F(DirectorySelection, TakesTheLength81OfATemplateForItsLength)
+{
+    // The first inner byte is the length behind 81, and names no application.
+    expectDirectory({tlv("70", "61810D" + tlv("4F", kDebit) + tlv("87", "01"))});
+    EXPECT_EQ(directory.select(kPseName), 0);
+    EXPECT_TRUE(directory.entries().empty());
+}
+
+TEST_F(DirectorySelection, TakesTheLength81OfAnIdentifierForItsLength)
+{
+    expectDirectory({tlv("70", tlv("61", "4F8108" + kDebit + tlv("87", "05")))});
+    EXPECT_EQ(directory.select(kPseName), 1);
+    EXPECT_EQ(directory.entries(), (Entries{"08" + kDebit + "870105/5"}));
+}
+
+TEST_F(DirectorySelection, TakesTheLength81OfAPriorityForItsLength)
+{
+    expectDirectory({tlv("70", tlv("61", tlv("4F", kDebit) + "87810105"))});
+    EXPECT_EQ(directory.select(kPseName), 1);
+    EXPECT_EQ(directory.entries(), (Entries{kDebit + "/1"}));
+}
+
+TEST_F(DirectorySelection, TakesTheLength81OfAFileIdentifierForItsLength)
+{
+    reader.apdu(select(kPseName), ok(tlv("6F", tlv("84", kPseName) + tlv("A5", "88810105"))));
+    EXPECT_EQ(directory.select(kPseName), 0);
+}
+
+TEST_F(DirectorySelection, GoesOnBehindAZeroWhereATagIsExpected)
+{
+    reader.apdu(select(kPseName), ok(tlv("6F", "0000" + tlv("84", kPseName) +
+                                                   tlv("A5", "000211"
+                                                             "22880101"))));
+    expectRecords({tlv("70", "0000" + tlv("61", tlv("4F", kDebit) + "0001EE" + tlv("87", "07")))});
+    EXPECT_EQ(directory.select(kPseName), 1);
+    EXPECT_EQ(directory.entries(), (Entries{kDebit + "/7"}));
+}
+
+// ---------------------------------------------------------------- the directory, without memory
+
+TEST_F(DirectorySelection, EndsItsRecordsWhenThereIsNoMemoryForOne)
+{
+    reader.apdu(select(kPseName), ok(directoryFci(kPseName)))
+        .apdu(readRecord(1, 1), ok(tlv("70", directoryEntry(kDebit, "01"))));
+    const RefusedBlock second(2);
+    EXPECT_EQ(directory.select(kPseName), 1);
+    EXPECT_TRUE(second.met());
+    EXPECT_EQ(directory.entries(), (Entries{kDebit + "/1"}));
+}
+
+TEST_F(DirectorySelection, UsesARecordAgainWhenThereIsNoMemoryForTheNext)
+{
+    expectDirectory({tlv("70", directoryEntry(kDebit, "01") + directoryEntry(kCredit, "02"))});
+    const RefusedBlock third(3); // behind the memory for the record, and for the one that is not there
+    EXPECT_EQ(directory.select(kPseName), 2);
+    EXPECT_TRUE(third.met());
+    EXPECT_EQ(directory.entries(), (Entries{kCredit + "/2"}));
+}
+
 TEST_F(DirectorySelection, SearchesEveryRecordOverTheLengthOfTheLastOne)
 {
     const std::string first = tlv("70", directoryEntry(kDebit, "01") + directoryEntry(kCredit, "02"));
@@ -409,6 +471,16 @@ TEST_F(DirectorySelection, OverwritesWhatANestedDirectoryGaveByTheEntriesBehindI
     expectRecords({tlv("70", directoryEntry("A0000002", "02") + directoryEntry("A0000003", "03"))}, 5);
     EXPECT_EQ(directory.select(kPseName), 4); // all are counted
     EXPECT_EQ(directory.entries(), (Entries{"A0000001/1", "A0000004/4"}));
+}
+
+TEST_F(DirectorySelection, TakesThePriorityOfANestedEntryAwayByOneWithout)
+{
+    const std::string nested = "4E4553544544";
+    expectDirectory({tlv("70", tlv("61", tlv("9D", nested)) + directoryEntry(kDebit, ""))});
+    reader.apdu(select(nested), ok(directoryFci(nested, "05")));
+    expectRecords({tlv("70", directoryEntry(kCredit, "02"))}, 5);
+    EXPECT_EQ(directory.select(kPseName), 2);
+    EXPECT_EQ(directory.entries(), (Entries{kDebit + "/0"}));
 }
 
 TEST_F(DirectorySelection, GoesOnBehindANestedDirectoryThatCannotBeUsed)
@@ -571,6 +643,23 @@ TEST_F(SelectionByAid, ReselectsANameThatBeginsWithZeroByA0)
     EXPECT_EQ(Matches::fciOf(matches.head), applicationFci("0000000333"));
 }
 
+TEST_F(SelectionByAid, FindsADfNameBehindAZeroWhereATagIsExpected)
+{
+    const std::string fci = tlv("6F", "0000" + tlv("84", kDebit));
+    reader.apdu(select(kDebit), ok(fci));
+    EXPECT_EQ(matches.select(kDebit), 1);
+    EXPECT_EQ(Matches::fciOf(matches.head), fci);
+}
+
+TEST_F(SelectionByAid, FindsNothingWhenThereIsNoMemoryForAMatch)
+{
+    // What the card answers last is selected by the name in the first match, of which there is none.
+    reader.apdu(select("A000000333"), ok(applicationFci(kDebit))).apdu("00A4040000", "6A82");
+    const RefusedBlock first(1);
+    EXPECT_EQ(matches.select("A000000333"), 0);
+    EXPECT_TRUE(first.met());
+}
+
 TEST_F(SelectionByAid, AddsAnOccurrenceWhateverItsFciHolds)
 {
     reader.apdu(select("A000000333"), ok(applicationFci(kDebit)))
@@ -648,4 +737,12 @@ TEST_F(ApplicationSelection, PurseFailsWith15AtEachStep)
     EXPECT_EQ(VR_selectapp(text), 15);
     reader.silent("322600" + select(kPseName));
     EXPECT_EQ(VR_selectapp(text), 15);
+}
+
+TEST_F(ApplicationSelection, PurseIdentifierOfAShorterFileEndsInZeros)
+{
+    reader.apdu(select(kPseName), "9000").apdu(select(kPurse), "9000").apdu("00B0950000", "1234ABCD9000");
+    char text[20];
+    EXPECT_EQ(VR_selectapp(text), 0);
+    EXPECT_STREQ(text, "1234ABCD00000000000");
 }
