@@ -192,6 +192,28 @@ TEST_F(Arqc, UsesTheLowByteOfTheListsLength)
     expectClosed();
 }
 
+TEST_F(Arqc, TakesAListOf255CharactersForANameOf127Bytes)
+{
+    const std::string name = repeated("A7", 127);
+    expect(Exchanges{card.powerOn(), card.apdu(select(name), ok(applicationFci(name, tlv("9F38", dolOf(kPdol)))))} +
+           fromProcessing());
+    EXPECT_EQ(first(kNumberText, (name + "5").c_str()), 0);
+    expectClosed();
+}
+
+TEST_F(Arqc, TakesAListOf256OrOfOneCharacterMoreForAnEmptyName)
+{
+    for (const std::size_t characters : {std::size_t{256}, std::size_t{257}}) {
+        SCOPED_TRACE(characters);
+        expect(Exchanges{card.powerOn(), card.apdu("00A4040000", ok(applicationFci(kAid, tlv("9F38", dolOf(kPdol))))),
+                         card.apdu("00A4040200", "6A82"), card.apdu(select(kAid), "9000")} +
+               fromProcessing());
+        EXPECT_EQ(first(kNumberText, std::string(characters, 'B').c_str()), 0);
+        EXPECT_EQ(arqc, text.arqc());
+        EXPECT_TRUE(reader.done()) << reader.next();
+    }
+}
+
 // ---------------------------------------------------------------- waiting for the card
 
 TEST_F(Arqc, AsksAgainWhileTheReaderReportsNoCard)
@@ -317,6 +339,70 @@ TEST_F(Arqc, ReadsNoRecordBeyondTheLastObjectItWants)
     expectClosed();
 }
 
+TEST_F(Arqc, ReadsOnForEveryObjectThatItWants)
+{
+    // The first record holds all but one of them, and the second that one; the third is not read any more.
+    const std::string objects[] = {tlv("8C", dolOf(kCdol1)),
+                                   tlv("5A", kPan),
+                                   tlv("5F34", "02"),
+                                   tlv("8D", kCdol2),
+                                   tlv("5F20", hexOf("ZHANG SAN")),
+                                   tlv("9F62", "00"),
+                                   tlv("9F61", hexOf("110101199003070011")),
+                                   tlv("57", "6217003810022334455D2512")};
+    for (const std::string& late : objects) {
+        SCOPED_TRACE(late);
+        std::string early;
+        for (const std::string& object : objects) {
+            early += object == late ? "" : object;
+        }
+        Exchanges exchanges = ordinary();
+        exchanges[5] = card.processing(valuesOf(kPdol), "80067C0010010300");
+        exchanges[6] = card.record(1, early);
+        exchanges[7] = card.record(2, late);
+        expect(exchanges);
+        EXPECT_EQ(first(kNumberText), 0);
+        EXPECT_EQ(arqc, text.arqc());
+        EXPECT_EQ(state, stateOf());
+        EXPECT_TRUE(reader.done()) << reader.next();
+    }
+}
+
+TEST_F(Arqc, GoesOnBehindAZeroWhereATagIsExpected)
+{
+    // In the records and in the card's answers: the third byte of that to GENERATE AC tells its kind.
+    Exchanges exchanges = ordinary();
+    exchanges[6] =
+        card.record(1, "0000" + tlv("8C", dolOf(kCdol1)) + "00025A00" + tlv("5A", kPan) + "0000" + tlv("5F34", "02"));
+    exchanges[7] = card.record(2, "0001EE" + secondRecord());
+    exchanges[8] = card.generate("80", valuesOf(kCdol1), "000180" + text.response());
+    exchanges[9] = card.lastOnline("00009F130201229000");
+    expect(exchanges);
+    EXPECT_EQ(first(kNumberText), 0);
+    EXPECT_EQ(arqc, text.arqc());
+    EXPECT_EQ(state, stateOf());
+    expectClosed();
+}
+
+TEST_F(Arqc, SendsUpTo255BytesOfListValues)
+{
+    for (std::size_t size = 250; size <= 255; ++size) {
+        SCOPED_TRACE(size);
+        Exchanges exchanges = ordinary();
+        exchanges[6] =
+            card.record(1, tlv("8C", "9F7F" + hexByte(size - 1) + "9C01") + tlv("5A", kPan) + tlv("5F34", "02"));
+        exchanges[8] = card.generate("80", repeated("00", size - 1) + "01", text.response());
+        expect(exchanges);
+        EXPECT_EQ(first(kNumberText), 0);
+        EXPECT_EQ(arqc, text.arqc());
+    }
+    Exchanges exchanges = ordinary();
+    exchanges[6] = card.record(1, tlv("8C", "9F7FFF9C01") + tlv("5A", kPan) + tlv("5F34", "02"));
+    exchanges.erase(exchanges.begin() + 8, exchanges.end());
+    expect(exchanges);
+    EXPECT_EQ(first(kNumberText), -1);
+}
+
 TEST_F(Arqc, PassesOverARecordThatCannotBeRead)
 {
     Exchanges exchanges = ordinary();
@@ -405,6 +491,19 @@ TEST_F(Arqc, ReadsAListInTheLongLengthFormByTheNamesLength)
         EXPECT_EQ(arqc, text.arqc());
         EXPECT_TRUE(reader.done());
     }
+}
+
+TEST_F(Arqc, ReadsSuchAListByTheWholeLengthOfALongName)
+{
+    // Twenty bytes of a name make twenty of the list's 23 bytes count.
+    const std::string name = repeated("A7", 20);
+    const std::string list = repeated("9F0206", 6) + "9C01" + "9F0306";
+    expect({card.powerOn(), card.apdu(select(name), ok(applicationFci(name))), card.processing("", kProcessing),
+            card.record(1, "8C8117" + list + tlv("5A", kPan) + tlv("5F34", "02")), card.record(2, secondRecord()),
+            card.generate("80", repeated("00", 36) + "01", text.response()), card.lastOnline()});
+    EXPECT_EQ(first(kNumberText, name.c_str()), 0);
+    EXPECT_EQ(arqc, text.arqc());
+    expectClosed();
 }
 
 TEST_F(Arqc, WithElevenBytesOfAnswerHasNoIssuerData)

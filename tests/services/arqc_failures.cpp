@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Every way in which the first half of an online transaction ends early: its code, its log line and number, the
 // card's power, the line, and what stands in the outputs.
+#include "support/allocation.h"
 #include "support/transaction.h"
 
 using namespace vorn::test;
@@ -89,6 +90,18 @@ TEST_P(ArqcFailure, WithoutAStateBufferTouchesNothing)
     EXPECT_TRUE(reader.lineEvents().empty());
     EXPECT_TRUE(line.sent().empty());
     expectLogs("param icc_tempappdata  is null!");
+}
+
+TEST_P(ArqcFailure, WithoutMemoryForTheTextDoesNotOpenTheLink)
+{
+    icType = givenType;
+    const RefusedBlock block(1);
+    EXPECT_EQ(first(kText), -1);
+    EXPECT_TRUE(block.met());
+    EXPECT_EQ(arqc + state, "");
+    EXPECT_EQ(length, -77);
+    expectTypeAsGiven();
+    EXPECT_TRUE(line.sent().empty());
 }
 
 TEST_P(ArqcFailure, WithoutAPortEmptiesTheTexts)

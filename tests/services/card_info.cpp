@@ -544,7 +544,8 @@ INSTANTIATE_TEST_SUITE_P(Lists, CardInfoLetters,
                                            Wanted{"C", 3}, Wanted{"AC", 3}, // no record holds a counter
                                            Wanted{"E", 3},                  // asks for no tag that a record holds
                                            Wanted{"EA", 3},                 // nor does 9F5A
-                                           Wanted{kAllLetters, 3}, Wanted{"ABKABKABKABKABKABKABKABKABKABKABKABK", 2}));
+                                           Wanted{kAllLetters, 3}, Wanted{"ABKABKABKABKABKABKABKABKABKABKABKABK", 2},
+                                           Wanted{"AAAAAAAAAAAAAAAAAAAAK", 2})); // the late letter counts
 
 } // namespace
 
@@ -561,6 +562,25 @@ TEST_F(CardInfo, TakesNoLettersForAnEmptyList)
     contactCard({kThreeRecords, 0}, kReadTexts[0]);
     EXPECT_EQ(call("", nullptr), 0);
     expectInfo(kReadTexts[0]);
+}
+
+TEST_F(CardInfo, TheLastOfTheLettersThatAListHoldsCounts)
+{
+    contactCard({kThreeRecords, 2}, kReadTexts[2]);
+    EXPECT_EQ(call("", (std::string(133, 'A') + "K").c_str()), 0);
+    expectInfo(kReadTexts[2]);
+}
+
+TEST_F(CardInfo, GoesOnBehindAZeroWhereATagIsExpected)
+{
+    const std::string info = infoText({{'A', "6225"}, {'B', "6225=3012"}, {'C', "000000001234"}, {'G', "01"}});
+    contactCard({{tlv("70", "0000" + tlv("5A", "6225") + "0001EE" + tlv("57", "6225D3012F")),
+                  "0000" + tlv("70", tlv("5F34", "01"))},
+                 99,
+                 {{"9F79", "0000" + tlv("9F79", "000000001234")}}},
+                info);
+    EXPECT_EQ(call(), 0);
+    expectInfo(info);
 }
 
 TEST_F(CardInfo, ManyMoreLettersThanThereAreObjects)
@@ -641,6 +661,30 @@ TEST_F(CardInfo, CountsTheListsCharactersInOneByte)
     powerOn().apdu("00 A4 04 00 05 A0 00 00 03 33", ok(applicationFci("A000000333"))).answers({});
     returns(infoText({})).powerOff();
     EXPECT_EQ(call(list.c_str()), 0);
+    expectInfo(infoText({}));
+}
+
+TEST_F(CardInfo, TakesAListOf256OrOfOneCharacterMoreForAnEmptyName)
+{
+    for (const std::size_t characters : {std::size_t{256}, std::size_t{257}}) {
+        SCOPED_TRACE(characters);
+        powerOn()
+            .apdu("00 A4 04 00 00", ok(applicationFci(kAid)))
+            .apdu("00 A4 04 02 00", "6A82")
+            .apdu(select(kAid), "9000")
+            .answers({})
+            .returns(infoText({}))
+            .powerOff();
+        EXPECT_EQ(call(std::string(characters, 'B').c_str()), 0);
+        EXPECT_TRUE(reader.done()) << reader.next();
+    }
+}
+
+TEST_F(CardInfo, TakesAListOf255CharactersForANameOf127Bytes)
+{
+    const std::string name = repeated("A7", 127);
+    powerOn().apdu("00 A4 04 00 7F" + name, ok(applicationFci(name))).answers({}).returns(infoText({})).powerOff();
+    EXPECT_EQ(call((name + "5").c_str()), 0);
     expectInfo(infoText({}));
 }
 

@@ -185,6 +185,40 @@ TEST_F(Completion, ReadsTheStateInLowerCase)
     EXPECT_EQ(tc, text.tc());
 }
 
+TEST_F(Completion, GoesOnBehindAZeroWhereATagIsExpected)
+{
+    // In the state, and in the card's answers: the third byte of that to GENERATE AC tells its kind.
+    Exchanges exchanges = approved();
+    exchanges[1] = card.generate("40", valuesOf(kCdol2), "000140" + text.response());
+    exchanges[2] = card.lastOnline("00009F130201229000");
+    expect(exchanges);
+    const std::string stateText = "01"
+                                  "0000" +
+                                  tlv("8D", dolOf(kCdol2)) +
+                                  "00025A00"
+                                  "5A0A" +
+                                  kPan +
+                                  "0000"
+                                  "5F340102" +
+                                  "0001EE"
+                                  "82027C00";
+    EXPECT_EQ(second(kNumberText, answerWith(kApproved), stateText), 0);
+    EXPECT_EQ(tc, text.tc());
+}
+
+TEST_F(Completion, SendsUpTo255BytesOfListValues)
+{
+    for (std::size_t size = 250; size <= 255; ++size) {
+        SCOPED_TRACE(size);
+        const std::string values = repeated("00", size - 2) + kApproved;
+        expect({card.externalAuthenticate(kArpc + kApproved), card.generate("40", values, text.response()),
+                card.lastOnline()});
+        EXPECT_EQ(second(kNumberText, answerWith(kApproved), stateWith("9F7F" + hexByte(size - 2) + "8A02")), 0);
+        EXPECT_EQ(tc, text.tc());
+    }
+    EXPECT_EQ(second(kNumberText, answerWith(kApproved), stateWith("9F7FFE8A02")), -1);
+}
+
 // ---------------------------------------------------------------- the issuer's answer
 
 TEST_F(Completion, SendsTenBytesOfALongerAnswer)
@@ -496,6 +530,16 @@ const SecondRow kGapRows[] = {
     {"L that hides the rest", "L0108000048000T00221S006260319", kAllLost, kReplaced, true},
     {"L short", "L0040880R0040840", kAllLost, kReplaced, true},
     {"L odd", "L00780000F0", kAllLost, kReplaced, true},
+    {"L that leads to the date",
+     "L0100C00000000T00221S006260319U006101112",
+     {{"95", "0000000000"}, {"5F2A", "0000"}, {"9C", "00"}, {"9A", "260319"}, {"9F21", "101112"}},
+     {{"5F2A", "0156"}},
+     true},
+    {"L that leads to the time",
+     "L0101100000000T00221S006260319U006101112",
+     {{"95", "0000000000"}, {"5F2A", "0000"}, {"9C", "00"}, {"9A", "000000"}, {"9F21", "101112"}},
+     {{"5F2A", "0156"}},
+     true},
     {"L that leads behind the qualifiers",
      "L0101A00000000",
      {{"95", "0000000000"}, {"5F2A", "0000"}, {"9C", "00"}, {"9F37", "00000000"}, {"9F66", "00000000"}},
@@ -565,10 +609,11 @@ TEST_P(CompletionTerminalData, ReachTheCardAndTheIssuer)
 }
 
 // Results that lead the walk to the merchant name's last two bytes: these make an object of the five that follow, the
-// last item and the zero behind it, which counts.
+// last item and the zero behind it, which counts. The name's other bytes lead behind the table, so that a walk over an
+// object more or fewer finds nothing.
 TEST_F(Completion, TableEndsWithAZeroThatCounts)
 {
-    const std::string given = kNumberText + "L0103C00000000V040" + repeated("20", 18) + "9A05";
+    const std::string given = kNumberText + "L0103C00000000V040" + repeated("017F", 9) + "9A05";
     text.tvr = "0000000000";
     text.date = "DF6901";
     text.type = "00";
@@ -579,6 +624,31 @@ TEST_F(Completion, TableEndsWithAZeroThatCounts)
     EXPECT_EQ(second(given, answerWith(kApproved), stateWith("9A058A02")), 0);
     EXPECT_EQ(tc, text.tc());
     expectClosed();
+}
+
+// The walk is led into the merchant name, where objects stand that a terminal has not of its own: the capabilities, and
+// a date and capabilities shorter than their items, which stand at the items' ends.
+TEST_F(Completion, GivesTheItemsThatATextHidesInItsTable)
+{
+    const struct {
+        std::string name, date, capabilities;
+    } table[] = {
+        {"9F3303E0F8C8" + std::string("050C") + repeated("00", 12), "000000", "E0F8C8"},
+        {"9F3302E0F89A0123" + std::string("050A") + repeated("00", 10), "000023", "00E0F8"},
+    };
+    for (const auto& row : table) {
+        expect({card.externalAuthenticate(kArpc + kApproved), card.generate("40", kApproved, text.response()),
+                card.lastOnline()});
+        text.tvr = "0000000000";
+        text.date = row.date;
+        text.type = "00";
+        text.number = "12345678";
+        text.currencyLost = true;
+        const std::string given = kNumberText + "L0102A00000000V040" + row.name;
+        EXPECT_EQ(second(given, answerWith(kApproved), stateWith("8A02")), 0);
+        std::string expected = text.tc();
+        EXPECT_EQ(tc, expected.replace(expected.size() - 6, 6, row.capabilities));
+    }
 }
 
 TEST_F(Completion, DrawsTheNumberAnew)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Every way in which the second half of an online transaction ends: its code, its log line and number, the card's
 // power, the line, and what stands in the outputs.
+#include "support/allocation.h"
 #include "support/service_call.h"
 #include "support/transaction.h"
 
@@ -86,6 +87,28 @@ TEST_P(CompletionFailure, WithoutAPortLeavesTheOutputsAlone)
     EXPECT_EQ(callLog(), "IC_CtlScriptData nPortNo:pts/nowhere,extendPort:E7,nBaudRate:115200,nTimeout:5,pnIcType:" +
                              std::to_string(icType) + ",pszTxData:" + kNumberText + ",pszARPC:" + answerWith("3030") +
                              ",icc_tempappdata:027F\r\n");
+    EXPECT_TRUE(line.sent().empty());
+}
+
+TEST_P(CompletionFailure, WithoutMemoryForOneOfItsTextsDoesNotOpenTheLink)
+{
+    icType = kGivenType;
+    for (int number = 1; number <= 3; ++number) {
+        SCOPED_TRACE(number);
+        Output tcOutput{ICC_CRYPTOGRAM_CAPACITY};
+        Output scriptOutput{ICC_SCRIPT_RESULT_CAPACITY};
+        standardOutputOf([&] {
+            const RefusedBlock block(number);
+            EXPECT_EQ(IC_CtlScriptData(port(), "E7", 115200, 5, &icType, kNumberText.c_str(),
+                                       answerWith("3030").c_str(), &length, tcOutput.text(), scriptOutput.text(),
+                                       goodState().c_str()),
+                      -1);
+            EXPECT_TRUE(block.met());
+        });
+        EXPECT_TRUE(tcOutput.untouched() && scriptOutput.untouched());
+        EXPECT_EQ(length, -77);
+        EXPECT_EQ(icType, kGivenType);
+    }
     EXPECT_TRUE(line.sent().empty());
 }
 

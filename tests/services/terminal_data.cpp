@@ -91,6 +91,15 @@ const Row kOverlong[] = {
       {"9F4E", std::string(40, '0')},
       {"DF69", "00"}},
      {{"5F2A", "0978"}, {"9F37", "12345678"}}},
+    // A value that makes an object of what follows it leads the walk to the date, and to the time.
+    {"R that leads to the date",
+     "R0100506EEEEEET00221S006260319U006101112",
+     {{"5F2A", "0000"}, {"9C", "00"}, {"9A", "260319"}, {"9F21", "101112"}},
+     {{"5F2A", "0156"}}},
+    {"R that leads to the time",
+     "R010050BEEEEEET00221S006260319U006101112",
+     {{"5F2A", "0000"}, {"9C", "00"}, {"9A", "000000"}, {"9F21", "101112"}},
+     {{"5F2A", "0156"}}},
     {"R of 200 bytes",
      "R400" + repeated("EE", 165) + "9F02060000000000019F03060000000000029F1A0203449505800000000" + "15F2A020978",
      {{"9F02", "000000000001"}, {"9F03", "000000000002"}, {"9F1A", "0344"}, {"95", "8000000001"}, {"5F2A", "0978"}}},
@@ -109,10 +118,11 @@ INSTANTIATE_TEST_SUITE_P(Within, ArqcTerminalData, ::testing::ValuesIn(kWithin),
 INSTANTIATE_TEST_SUITE_P(Overlong, ArqcTerminalData, ::testing::ValuesIn(kOverlong), rowName<Row>);
 
 // An amount over its own tag hides the table up to the merchant name's last two bytes, and these make an object of
-// the five that follow: the last item, and the zero behind it, which counts.
+// the five that follow: the last item, and the zero behind it, which counts. The name's other bytes lead behind the
+// table, so that a walk over an object more or fewer finds nothing.
 TEST_F(ArqcTerminalTable, EndsWithAZeroThatCounts)
 {
-    const std::string given = kNumberText + "P0185158" + repeated("EE", 7) + "V040" + repeated("20", 18) + "9A05";
+    const std::string given = kNumberText + "P0185158" + repeated("EE", 7) + "V040" + repeated("017F", 9) + "9A05";
     const std::string list = "9A05";
     expect({card.powerOn(), card.finalSelect(list), card.processing("DF69010100", "80067C0010010100"),
             card.record(1, tlv("8C", list) + tlv("8D", "8A02") + tlv("5A", kPan) + tlv("5F34", "02")),
@@ -125,4 +135,28 @@ TEST_F(ArqcTerminalTable, EndsWithAZeroThatCounts)
     text.number = "12345678";
     EXPECT_EQ(arqc, text.arqc());
     expectClosed();
+}
+
+// The walk is led into the merchant name, where objects stand that a terminal has not of its own: the capabilities, and
+// a date and capabilities shorter than their items, which stand at the items' ends.
+TEST_F(ArqcTerminalTable, GivesTheItemsThatATextHidesInIt)
+{
+    const struct {
+        std::string name, date, capabilities;
+    } table[] = {
+        {"9F3303E0F8C8" + std::string("050C") + repeated("00", 12), "000000", "E0F8C8"},
+        {"9F3302E0F89A0123" + std::string("050A") + repeated("00", 10), "000023", "00E0F8"},
+    };
+    for (const auto& row : table) {
+        expect({card.powerOn(), card.finalSelect(), card.processing("", "80067C0010010100"),
+                card.record(1, tlv("8C", "9C01") + tlv("8D", "8A02") + tlv("5A", kPan) + tlv("5F34", "02")),
+                card.generate("80", "00", IssuerText().response()), card.lastOnline()});
+        EXPECT_EQ(first(kNumberText + "R0100528EEEEEEV040" + row.name, kAid.c_str()), 0);
+        IssuerText text;
+        text.date = row.date;
+        text.type = "00";
+        text.number = "12345678";
+        std::string expected = text.arqc();
+        EXPECT_EQ(arqc, expected.replace(expected.size() - 6, 6, row.capabilities));
+    }
 }

@@ -749,3 +749,61 @@ TEST_F(TransactionLog, NothingOfOneCallIsLeftInTheNext)
     EXPECT_EQ(length, static_cast<int>(other.text().size()));
     EXPECT_TRUE(linkClosed());
 }
+
+TEST_F(TransactionLog, ARecordThatCannotBeReadPowersTheCardOffBeforeTheResultsAreLogged)
+{
+    selectWithLog("0B02");
+    reader.apdu("00B2015C00", "6A83").powerOff().powerOff();
+    EXPECT_EQ(call(), 0);
+    const std::string off = slotEntries("icc_poweroff", "322300", "");
+    const std::string end = slotEntries("capdu", "32260000B2015C00", "6A83") + off + results("") + off;
+    const std::string log = serviceLog();
+    ASSERT_GT(log.size(), end.size());
+    EXPECT_EQ(log.substr(log.size() - end.size()), end);
+}
+
+TEST_F(TransactionLog, ACardThatIsLateLeavesTheTypeThatWasAskedFor)
+{
+    reader.powerOn();
+    EXPECT_EQ(call(kDebit.c_str(), 3, 0), VORN_NO_CARD_IN_TIME);
+    EXPECT_EQ(type, 3);
+    reader.powerOnField();
+    EXPECT_EQ(call(kDebit.c_str(), 3, 0), VORN_NO_CARD_IN_TIME);
+    EXPECT_EQ(type, 3);
+    expectUntouchedOutputs();
+}
+
+TEST_F(TransactionLog, ALogEntryBehindAZeroWhereATagIsExpectedCounts)
+{
+    LogRecord record;
+    reader.powerOn()
+        .apdu(select(kDebit), ok(tlv("6F", "0000" + tlv("84", kDebit) + tlv("A5", "0001EE" + tlv("9F4D", "0B01")))))
+        .apdu("00B2015C00", ok(record.hex()))
+        .powerOff();
+    EXPECT_EQ(call(), 0);
+    EXPECT_EQ(detail.value(), record.text());
+}
+
+// The list's length counts modulo 256 characters: nothing is left of 256 and of 257, and the card selects its first
+// application by an empty name.
+TEST_F(LogSelection, AListOf256OrOfOneCharacterMoreIsAnEmptyName)
+{
+    for (const std::size_t characters : {std::size_t{256}, std::size_t{257}}) {
+        SCOPED_TRACE(characters);
+        reader.powerOn()
+            .apdu("00A4040000", fciWithLog("0100"))
+            .apdu("00A4040200", "6A82")
+            .apdu(select(kDebit), "9000")
+            .powerOff();
+        EXPECT_EQ(call(std::string(characters, 'B').c_str()), 0);
+        EXPECT_TRUE(reader.done()) << reader.next();
+    }
+}
+
+TEST_F(LogSelection, AListOf255CharactersIsANameOf127Bytes)
+{
+    const std::string name = repeated("A7", 127);
+    reader.powerOn().apdu("00A404007F" + name, fciWithLog("0100", name)).powerOff();
+    EXPECT_EQ(call((name + "5").c_str()), 0);
+    expectClosed();
+}

@@ -148,6 +148,19 @@ TEST_F(HardWallet, TheModeInformationMayLieInATemplateBehindOtherObjects)
     EXPECT_EQ(modeInfo.value(), "31323334");
 }
 
+TEST_F(HardWallet, ObjectsBehindAZeroWhereATagIsExpectedAreFound)
+{
+    reader.powerOn()
+        .apdu(select(kFirst), ok(tlv("6F", "0000" + tlv("84", kFirst))))
+        .apdu(kInformation, kContextId + "0000"
+                                         "0001EE"
+                                         "5F58020102"
+                                         "9000")
+        .powerOff();
+    EXPECT_EQ(call(), 0);
+    expectTexts(kContextId, "0102", kFirst);
+}
+
 TEST_F(HardWallet, TheStatusWordStaysInTheRangeThatIsSearched)
 {
     // The object announces two bytes more than the card's data hold; they are the status word.
