@@ -384,3 +384,103 @@ TEST(Layers, IncludeThatPointsUpIsNoticed)
     EXPECT_EQ(listed(wrongIncludes("headers of card", "#include \"vorn/link.h\"")), "vorn/link.h ");
     EXPECT_EQ(listed(wrongIncludes("ICC", "#include \"card/tlv.h\"\n#include <cstdio>\n#include \"vorn/log.h\"")), "");
 }
+
+// ---------------------------------------------------------------- documents
+
+namespace {
+
+std::string quotedIn(const std::string& line, std::size_t which)
+{
+    std::vector<std::string> quoted;
+    for (std::size_t from = 0; (from = line.find('`', from)) != std::string::npos;) {
+        const std::size_t to = line.find('`', from + 1);
+        quoted.push_back(line.substr(from + 1, to - from - 1));
+        from = to == std::string::npos ? to : to + 1;
+    }
+    return which < quoted.size() ? quoted[which] : "";
+}
+
+// Whether a source file has this test: "Suite.Name".
+bool hasTest(const std::string& text, const std::string& test)
+{
+    const std::size_t dot = test.find('.');
+    return dot != std::string::npos &&
+           matches(text, "TEST(_F|_P)?\\(" + test.substr(0, dot) + ", *" + test.substr(dot + 1) + "\\)");
+}
+
+// What an entry of docs/compatibility.md names and the tree does not have.
+struct CompatibilityEntry {
+    std::string title;
+    int files = 0;
+    int tests = 0;
+    bool stake = false;
+
+    void add(const std::string& line)
+    {
+        if (line.rfind("- Code: ", 0) == 0) {
+            for (std::size_t i = 0; !quotedIn(line, i).empty(); ++i, ++files) {
+                EXPECT_TRUE(fs::is_regular_file(kSourceTree / quotedIn(line, i)))
+                    << title << ": no file " << quotedIn(line, i);
+            }
+        } else if (line.rfind("- Test: `", 0) == 0) {
+            EXPECT_TRUE(hasTest(fileText(kSourceTree / quotedIn(line, 0)), quotedIn(line, 1)))
+                << title << ": no test " << quotedIn(line, 1) << " in " << quotedIn(line, 0);
+            ++tests;
+        } else if (line.rfind("- Test: none, ", 0) == 0) {
+            ++tests;
+        } else if (line.rfind("- A host would lose: ", 0) == 0) {
+            stake = true;
+        }
+    }
+
+    void expectWhole() const
+    {
+        EXPECT_TRUE(files > 0 && tests > 0 && stake) << title << ": Code, Test and what a host would lose";
+    }
+};
+
+} // namespace
+
+TEST(Documents, CompatibilityNamesFilesAndTestsThatExist)
+{
+    std::vector<CompatibilityEntry> entries;
+    for (const std::string& line : lines(fileText(kSourceTree / "docs/compatibility.md"))) {
+        if (line.rfind("### ", 0) == 0) {
+            entries.push_back({line.substr(4)});
+        } else if (!entries.empty()) {
+            entries.back().add(line);
+        }
+    }
+    EXPECT_GT(entries.size(), 60U);
+    std::set<std::string> titles;
+    for (const CompatibilityEntry& entry : entries) {
+        entry.expectWhole();
+        EXPECT_TRUE(titles.insert(entry.title).second) << entry.title << " is there twice";
+    }
+}
+
+// A path in a document's code quotes, if it is one of this tree: "src/card/tlv.cpp", "tests/card".
+TEST(Documents, NameOnlyFilesThatExist)
+{
+    int paths = 0;
+    for (const char* document : {"README.md", "CONTRIBUTING.md", "docs/architecture.md", "tests/README.md"}) {
+        for (const std::string& line : lines(fileText(kSourceTree / document))) {
+            for (std::size_t i = 0; !quotedIn(line, i).empty(); ++i) {
+                const std::string path = quotedIn(line, i);
+                if (matches(path, "^(src|sim|tools|tests|scripts|include|docs|cmake|bench|examples|fuzz|packaging)/"
+                                  "[A-Za-z0-9_./-]*$")) {
+                    EXPECT_TRUE(fs::exists(kSourceTree / path)) << document << " names " << path;
+                    ++paths;
+                }
+            }
+        }
+    }
+    EXPECT_GT(paths, 40);
+}
+
+TEST(Documents, MissingTestIsNoticed)
+{
+    EXPECT_TRUE(hasTest("TEST_F(Suite, Name)\n", "Suite.Name"));
+    EXPECT_FALSE(hasTest("TEST_F(Suite, Names)\n", "Suite.Name"));
+    EXPECT_FALSE(hasTest("", "Suite.Name"));
+}
