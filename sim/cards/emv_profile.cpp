@@ -2,7 +2,7 @@
 #include "sim/cards/emv_profile.h"
 
 #include "sim/data/card_values.h"
-#include "sim/profiles/profile.h"
+#include "sim/data/profile_error.h"
 
 #include <nlohmann/json.hpp>
 
@@ -14,6 +14,8 @@ namespace {
 const std::string kPseName = "1PAY.SYS.DDF01";
 constexpr std::size_t kLogRecordSize = 45;
 constexpr std::size_t kMerchantSize = 20;
+constexpr std::size_t kRecordsMax = 254; // record numbers are 01 to FE
+constexpr std::size_t kApplicationsMax = 32;
 constexpr tlv::Tag kAid = 0x4F, kLabel = 0x50, kEntry = 0x61, kFci = 0x6F, kRecord = 0x70, kDfName = 0x84;
 constexpr tlv::Tag kPriority = 0x87, kDirectorySfi = 0x88, kDdfName = 0x9D, kProprietary = 0xA5;
 constexpr tlv::Tag kLanguage = 0x5F2D, kPreferredName = 0x9F12, kLogEntry = 0x9F4D, kDiscretionary = 0xBF0C;
@@ -59,6 +61,9 @@ Records readRecords(const JsonNode& files)
                 item.expected("a record of 1 to 254 bytes");
             }
             records[sfi].push_back(record);
+            if (records[sfi].size() > kRecordsMax) {
+                member.expected("no more than " + std::to_string(kRecordsMax) + " records");
+            }
         }
     }
     return records;
@@ -563,6 +568,9 @@ EmvProfile readEmvProfile(const JsonNode& card)
     profile.blocked = blocked && blocked->flag();
     profile.directories = readDirectories(card);
     for (const JsonNode& application : card.at("applications").items()) {
+        if (profile.applications.size() == kApplicationsMax) {
+            application.expected("no more than " + std::to_string(kApplicationsMax) + " applications");
+        }
         profile.applications.push_back(readApplication(application));
     }
     const auto commands = card.find("commands");

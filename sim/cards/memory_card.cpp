@@ -4,10 +4,8 @@
 #include "sim/data/json_node.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <fstream>
 #include <numeric>
-#include <stdexcept>
+#include <sstream>
 #include <utility>
 
 namespace vorn::sim {
@@ -39,6 +37,8 @@ unsigned groupOf(unsigned block)
 {
     return block < kFirstLarge ? block % kSmallSectorBlocks : (block - kFirstLarge) % kLargeSectorBlocks / 5;
 }
+
+constexpr std::size_t kImageSizeMax = 64 * 1024; // of an image file: 256 lines with room for comments
 
 // ---------------------------------------------------------------- access conditions
 
@@ -278,13 +278,13 @@ bool SectorCard::writeTrailer(unsigned block, const Bytes& data)
 bool SectorCard::store(unsigned block, const Bytes& data)
 {
     const Bytes before = std::exchange(blocks_[block], data);
-    if (path_.empty()) {
+    if (!file_) {
         return true;
     }
     try {
-        saveImage(path_, blocks_);
+        saveImage(*file_, blocks_);
         return true;
-    } catch (const std::runtime_error&) {
+    } catch (const FileError&) {
         blocks_[block] = before;
         return false;
     }
@@ -323,15 +323,12 @@ bool SectorCard::transfer(unsigned block)
 
 // ---------------------------------------------------------------- image files
 
-std::vector<Bytes> loadImage(const std::string& path)
+std::vector<Bytes> loadImage(const NamedFile& file)
 {
-    std::ifstream file(path);
-    if (!file) {
-        throw std::runtime_error(path + ": cannot be read");
-    }
+    std::istringstream text(readFile(file, kImageSizeMax));
     std::vector<Bytes> blocks;
     std::string line;
-    for (int number = 1; std::getline(file, line); ++number) {
+    for (int number = 1; std::getline(text, line); ++number) {
         line.resize(std::min(line.find('#'), line.size()));
         while (!line.empty() && (line.back() == '\r' || line.back() == ' ')) {
             line.pop_back();
@@ -341,37 +338,26 @@ std::vector<Bytes> loadImage(const std::string& path)
             continue;
         }
         if (!block || block->size() != MemoryCard::kBlockSize) {
-            throw std::runtime_error(path + ":" + std::to_string(number) + ": expected a block of 32 hex digits");
+            throw FileError(file, "line " + std::to_string(number) + ": expected a block of 32 hex digits");
         }
         blocks.push_back(*block);
     }
     if (blocks.size() != SectorCard::kSmall && blocks.size() != SectorCard::kLarge) {
-        throw std::runtime_error(path + ": expected 64 or 256 blocks, found " + std::to_string(blocks.size()));
+        throw FileError(file, "expected 64 or 256 blocks, found " + std::to_string(blocks.size()));
     }
     return blocks;
 }
 
-void saveImage(const std::string& path, const std::vector<Bytes>& blocks)
+void saveImage(const NamedFile& file, const std::vector<Bytes>& blocks)
 {
-    const std::string temporary = path + ".new";
-    {
-        std::ofstream file(temporary, std::ios::trunc);
-        for (unsigned block = 0; block < blocks.size(); ++block) {
-            if (block == 0 || trailerOf(block - 1) == block - 1) {
-                file << "# sector " << sectorOf(block) << "\n";
-            }
-            file << toHex(blocks[block]) << "\n";
+    std::string text;
+    for (unsigned block = 0; block < blocks.size(); ++block) {
+        if (block == 0 || trailerOf(block - 1) == block - 1) {
+            text += "# sector " + std::to_string(sectorOf(block)) + "\n";
         }
-        file.flush();
-        if (!file) {
-            std::remove(temporary.c_str());
-            throw std::runtime_error(path + ": cannot be written");
-        }
+        text += toHex(blocks[block]) + "\n";
     }
-    if (std::rename(temporary.c_str(), path.c_str()) != 0) {
-        std::remove(temporary.c_str());
-        throw std::runtime_error(path + ": cannot be replaced");
-    }
+    replaceFile(file, text);
 }
 
 } // namespace vorn::sim

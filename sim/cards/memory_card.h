@@ -4,8 +4,9 @@
 #pragma once
 
 #include "sim/cards/card.h"
+#include "sim/data/named_file.h"
 
-#include <string>
+#include <utility>
 #include <vector>
 
 namespace vorn::sim {
@@ -32,8 +33,8 @@ public:
     // blocks: kSmall or kLarge of 16 bytes. The identification is read from block 0.
     explicit SectorCard(std::vector<Bytes> blocks);
 
-    // From now on every change is also written to this image file. Empty: no more.
-    void saveTo(std::string path) { path_ = std::move(path); }
+    // From now on every change is also written to this image file.
+    void saveTo(NamedFile file) { file_ = std::move(file); }
     const std::vector<Bytes>& blocks() const { return blocks_; }
     void setBlock(unsigned block, const Bytes& data); // as the maker could: no conditions
 
@@ -68,15 +69,15 @@ private:
     bool loadRegister(unsigned block, Right right, std::int64_t change);
 
     std::vector<Bytes> blocks_;
-    std::string path_;
+    std::optional<NamedFile> file_;
     bool active_ = false;
     std::optional<Session> session_;
     std::optional<ValueBlock> register_;
 };
 
-// Image files: text, one block a line as 32 hex digits, blanks skipped, "#" begins a comment. Both throw
-// std::runtime_error naming file and line.
-std::vector<Bytes> loadImage(const std::string& path);
-void saveImage(const std::string& path, const std::vector<Bytes>& blocks); // all or nothing
+// Image files: text, one block a line as 32 hex digits, blanks skipped, "#" begins a comment. Both throw FileError,
+// with the line where there is one.
+std::vector<Bytes> loadImage(const NamedFile& file);
+void saveImage(const NamedFile& file, const std::vector<Bytes>& blocks);
 
 } // namespace vorn::sim

@@ -12,7 +12,10 @@
 namespace vorn::sim {
 namespace {
 
+using Members = std::vector<std::pair<std::string, JsonNode>>;
+
 constexpr std::uint64_t kAmountLimit = 1000000000000; // twelve digits
+constexpr std::size_t kObjectsMax = 0xFFFF;           // what a length of two bytes can say
 const std::string kGbk = "gbk:";
 const std::string kText = "text:";
 
@@ -87,14 +90,16 @@ Bytes objectsOf(const JsonNode& node)
         for (const JsonNode& item : node.items()) {
             tlv::append(out, objectsOf(item));
         }
-        return out;
     }
-    for (const auto& [name, member] : node.members()) {
+    for (const auto& [name, member] : node.isArray() ? Members() : node.members()) {
         const auto tag = tlv::tagFromHex(name);
         if (!tag) {
             member.expected("a tag in hex as the name of this object");
         }
         tlv::append(out, tlv::encode(*tag, member.isText() ? bytesOf(member) : objectsOf(member)));
+    }
+    if (out.size() > kObjectsMax) {
+        node.expected("objects of at most " + std::to_string(kObjectsMax) + " bytes together");
     }
     return out;
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim/data/json_node.h"
 
-#include "sim/profiles/profile.h"
+#include "sim/data/profile_error.h"
 
 #include <nlohmann/json.hpp>
 
@@ -11,15 +11,12 @@ namespace vorn::sim {
 
 namespace {
 
-// A short picture of what stands there instead.
+constexpr std::size_t kShownMax = 60; // characters of what stands there instead
+constexpr std::size_t kNameMax = 40;  // and of a member's name in a place: every node below carries it along
+
 std::string found(const nlohmann::json& value)
 {
-    constexpr std::size_t enough = 60;
-    std::string text = value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
-    if (text.size() > enough) {
-        text = text.substr(0, enough) + "...";
-    }
-    return text;
+    return printable(value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace), kShownMax);
 }
 
 } // namespace
@@ -104,7 +101,7 @@ std::vector<std::pair<std::string, JsonNode>> JsonNode::members() const
     }
     std::vector<std::pair<std::string, JsonNode>> nodes;
     for (const auto& [key, member] : value_->items()) {
-        nodes.emplace_back(key, JsonNode(member, where_ + "." + key));
+        nodes.emplace_back(key, JsonNode(member, where_ + "." + printable(key, kNameMax)));
     }
     return nodes;
 }

@@ -131,7 +131,7 @@ std::optional<std::vector<Object>> parse(const Bytes& bytes)
     return objects;
 }
 
-std::optional<Bytes> find(const Bytes& bytes, Tag tag)
+std::optional<Bytes> find(const Bytes& bytes, Tag tag, unsigned depth)
 {
     const auto objects = parse(bytes);
     if (!objects) {
@@ -141,8 +141,8 @@ std::optional<Bytes> find(const Bytes& bytes, Tag tag)
         if (object.tag == tag) {
             return object.value;
         }
-        if (constructed(object.tag)) {
-            if (auto inside = find(object.value, tag)) {
+        if (constructed(object.tag) && depth > 1) {
+            if (auto inside = find(object.value, tag, depth - 1)) {
                 return inside;
             }
         }

@@ -46,8 +46,9 @@ void append(Bytes& to, const Bytes& more);
 
 // The objects of one level; nothing when the bytes are not a sequence of objects.
 std::optional<std::vector<Object>> parse(const Bytes& bytes);
-// The first object with this tag, at any depth, in the order of the bytes.
-std::optional<Bytes> find(const Bytes& bytes, Tag tag);
+// The first object with this tag in the order of the bytes, down to a depth that no card's data reach.
+constexpr unsigned kDepthMax = 16;
+std::optional<Bytes> find(const Bytes& bytes, Tag tag, unsigned depth = kDepthMax);
 
 struct DolEntry {
     Tag tag = 0;

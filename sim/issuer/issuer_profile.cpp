@@ -2,12 +2,15 @@
 // Reads an issuer from a profile.
 #include "sim/cards/emv_profile.h"
 #include "sim/data/card_values.h"
+#include "sim/data/json_text.h"
+#include "sim/data/profile_error.h"
 #include "sim/issuer/issuer.h"
 #include "sim/profiles/profile.h"
 
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <cctype>
 
 namespace vorn::sim {
 namespace {
@@ -30,6 +33,9 @@ constexpr CommandRow kCommands[] = {
     {"pin", CommandRow::Pin, 0x24, 0x00, 0x02},
     {"unblock_pin", CommandRow::Switch, 0x24, 0x00, 0x00},
 };
+
+constexpr std::size_t kCommandSizeMax = 4 + 1 + 255 + 1; // a short APDU
+constexpr std::size_t kCommandsMax = 1000;               // of all scripts, repetitions counted
 
 std::string pinOf(const JsonNode& node)
 {
@@ -67,6 +73,9 @@ std::vector<ScriptCommand> readCommand(const JsonNode& node)
     if (const auto raw = node.find("raw")) {
         ++named;
         command.raw = raw->hex();
+        if (command.raw->size() > kCommandSizeMax) {
+            raw->expected("a command of at most " + std::to_string(kCommandSizeMax) + " bytes");
+        }
         command.text = "raw " + toHex(*command.raw);
     }
     if (named != 1) {
@@ -91,6 +100,9 @@ ScriptTemplate readTemplate(const JsonNode& node)
     for (const JsonNode& each : node.at("commands").items()) {
         const auto commands = readCommand(each);
         script.commands.insert(script.commands.end(), commands.begin(), commands.end());
+        if (script.commands.size() > kCommandsMax) {
+            node.expected("no more than " + std::to_string(kCommandsMax) + " script commands");
+        }
     }
     return script;
 }
@@ -117,8 +129,10 @@ AmountRule readRule(const JsonNode& node)
     rule.decision = row->decision;
     const auto code = node.find("arc");
     rule.responseCode = code ? code->text() : row->responseCode;
-    if (rule.responseCode.size() != 2) {
-        code->expected("a response code of two characters");
+    const auto letterOrDigit = [](unsigned char c) { return std::isalnum(c) != 0; };
+    if (rule.responseCode.size() != 2 ||
+        !std::all_of(rule.responseCode.begin(), rule.responseCode.end(), letterOrDigit)) {
+        code->expected("a response code of two letters or digits");
     }
     return rule;
 }
@@ -164,8 +178,13 @@ Issuer makeIssuer(const nlohmann::json& issuer, const std::string& where)
     }
     rules.objects = readObjects(node.find("cryptogram_objects"));
     if (const auto scripts = node.find("scripts")) {
+        std::size_t commands = 0;
         for (const JsonNode& script : scripts->items()) {
             rules.scripts.push_back(readTemplate(script));
+            commands += rules.scripts.back().commands.size();
+            if (commands > kCommandsMax) {
+                scripts->expected("no more than " + std::to_string(kCommandsMax) + " script commands in all");
+            }
         }
     }
     const auto always = node.find("scripts_always");
@@ -177,10 +196,7 @@ Issuer makeIssuer(const nlohmann::json& issuer, const std::string& where)
 
 std::optional<Issuer> issuerOf(const Profile& profile)
 {
-    const auto json = nlohmann::json::parse(profile.json, nullptr, false);
-    if (json.is_discarded()) {
-        throw ProfileError(profile.path + ": no JSON");
-    }
+    const auto json = parseJson(profile.json, profile.path);
     const auto issuer = JsonNode(json, profile.path).find("issuer");
     return issuer ? std::optional(makeIssuer(issuer->value(), profile.path + ": issuer")) : std::nullopt;
 }

@@ -5,6 +5,8 @@
 #include "sim/cards/memory_card.h"
 #include "sim/cards/transcript_card.h"
 #include "sim/data/json_node.h"
+#include "sim/data/json_text.h"
+#include "sim/data/named_file.h"
 #include "sim/reader/fault.h"
 
 #include <nlohmann/json.hpp>
@@ -14,7 +16,6 @@
 #include <filesystem>
 #include <fstream>
 #include <set>
-#include <sstream>
 #include <utility>
 
 namespace vorn::sim {
@@ -47,16 +48,13 @@ std::vector<fs::path> directories()
 Profile readProfile(const fs::path& path)
 {
     std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    if (!file) {
+    std::string text(kJsonSizeMax + 1, '\0'); // one more than the parser takes
+    file.read(text.data(), static_cast<std::streamsize>(text.size()));
+    if (!file.is_open() || file.bad()) {
         throw ProfileError(path.string() + ": cannot be read");
     }
-    Profile profile;
-    profile.path = path.string();
-    profile.json = text.str();
-    profile.name = path.stem().string();
-    return profile;
+    text.resize(static_cast<std::size_t>(file.gcount()));
+    return {printable(path.stem().string()), path.string(), std::move(text)};
 }
 
 // ---------------------------------------------------------------- cards
@@ -124,10 +122,10 @@ std::shared_ptr<Card> makeTranscriptCard(const JsonNode& card)
                                             otherwise ? responseOf(*otherwise) : Bytes{0x6D, 0x00});
 }
 
-// Where a file named in a profile is: beside the profile.
-std::string beside(const Profile& profile, const std::string& name)
+// A file named in a profile is beside the profile.
+NamedFile beside(const Profile& profile, const std::string& name)
 {
-    return (fs::path(profile.path).parent_path() / name).string();
+    return {fs::path(profile.path).parent_path().string(), name};
 }
 
 std::shared_ptr<SectorCard> blankCard(const JsonNode& card)
@@ -180,9 +178,7 @@ std::shared_ptr<MemoryCard> makeMemoryCard(const JsonNode& card, const Profile& 
         }
         try {
             memory = std::make_shared<SectorCard>(loadImage(beside(profile, image->text())));
-        } catch (const ProfileError&) {
-            throw;
-        } catch (const std::runtime_error& error) {
+        } catch (const FileError& error) {
             throw ProfileError(image->where() + ": " + error.what());
         }
     } else {
@@ -250,18 +246,6 @@ Fault faultOf(const JsonNode& node)
     return *fault;
 }
 
-nlohmann::json parse(const Profile& profile)
-{
-    try {
-        return nlohmann::json::parse(profile.json);
-    } catch (const nlohmann::json::parse_error& error) {
-        // The parser's text says line and column, behind its own name for the mistake.
-        const std::string text = error.what();
-        const std::size_t name = text.find("] ");
-        throw ProfileError(profile.path + ": no JSON: " + (name == std::string::npos ? text : text.substr(name + 2)));
-    }
-}
-
 } // namespace
 
 Profile findProfile(const std::string& nameOrPath)
@@ -290,8 +274,9 @@ std::vector<std::string> shippedProfiles()
     for (const fs::path& directory : directories()) {
         std::error_code ignored;
         for (const auto& entry : fs::directory_iterator(directory, ignored)) {
-            if (entry.path().extension() == kExtension) {
-                names.insert(entry.path().stem().string());
+            const std::string name = entry.path().stem().string();
+            if (entry.path().extension() == kExtension && name == printable(name)) {
+                names.insert(name);
             }
         }
     }
@@ -301,7 +286,7 @@ std::vector<std::string> shippedProfiles()
 // Nothing is put into the reader before the whole profile has been understood.
 void load(const Profile& profile, Reader& reader)
 {
-    const nlohmann::json json = parse(profile);
+    const nlohmann::json json = parseJson(profile.json, profile.path);
     const JsonNode root(json, profile.path + ": profile");
     root.allow({"name", "comment", "version", "cards", "faults", "issuer"}); // the issuer is read by who answers for it
     if (const auto name = root.find("name")) {

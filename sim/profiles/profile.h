@@ -2,19 +2,16 @@
 // Card profiles: JSON files that say which cards lie in which slot (docs/profiles.md).
 #pragma once
 
+#include "sim/data/profile_error.h"
 #include "sim/reader/reader.h"
 
-#include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace vorn::sim {
 
-struct ProfileError : std::runtime_error {
-    using std::runtime_error::runtime_error; // says the file and the place in it
-};
-
 struct Profile {
-    std::string name; // for people
+    std::string name; // for people, printable
     std::string path; // where it came from
     std::string json; // its text
 };

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim/reader/pty_port.h"
 
+#include "sim/data/printable.h"
+
 #include <climits>
 
 #include <fcntl.h>
@@ -33,8 +35,14 @@ using Time = Steady::time_point;
 constexpr int kBitsPerByte = 10;       // 8N1
 constexpr int kPiecesPerSecond = 1000; // a paced answer is handed over about a millisecond's worth at a time
 constexpr std::size_t kReadSize = 4096;
+// While so many bytes of either direction wait for their time, nothing more is read: a host that writes without end,
+// or asks for answers that are delayed by an hour, waits as on a line that is busy.
+constexpr std::size_t kWaitingMax = 64 * 1024;
 
-[[noreturn]] void fail(const std::string& what) { throw std::system_error(errno, std::generic_category(), what); }
+[[noreturn]] void fail(const std::string& what)
+{
+    throw std::system_error(errno, std::generic_category(), printable(what));
+}
 
 class Descriptor {
 public:
@@ -117,6 +125,7 @@ struct PtyPort::State {
     // The thread's own.
     std::deque<Arrival> arrivals;
     std::deque<Piece> pieces;
+    std::size_t arrivingBytes = 0, leavingBytes = 0; // in them
     Time receiverFree{}, senderFree{};
     int readerSpeed = 0;
     int knownSpeed = 0;
@@ -129,6 +138,7 @@ struct PtyPort::State {
 
     void serve();
     bool waitForWork();
+    bool busy() const { return arrivingBytes >= kWaitingMax || leavingBytes >= kWaitingMax; }
     void setTimer() const;
     bool readMaster();
     void noteSpeedChange();
@@ -191,7 +201,7 @@ void PtyPort::State::makeLink()
         }
         return;
     }
-    throw std::system_error(error, std::generic_category(), "cannot make the link " + options.link);
+    throw std::system_error(error, std::generic_category(), printable("cannot make the link " + options.link));
 }
 
 void PtyPort::State::removeLink() const
@@ -217,7 +227,8 @@ void PtyPort::State::serve()
 // False: end, because told so or because the pseudo-terminal is gone.
 bool PtyPort::State::waitForWork()
 {
-    std::array<pollfd, 3> waiting{{{master.get(), POLLIN, 0}, {stop.get(), POLLIN, 0}, {timer.get(), POLLIN, 0}}};
+    const short wanted = busy() ? 0 : POLLIN;
+    std::array<pollfd, 3> waiting{{{master.get(), wanted, 0}, {stop.get(), POLLIN, 0}, {timer.get(), POLLIN, 0}}};
     if (::poll(waiting.data(), waiting.size(), -1) < 0) {
         return errno == EINTR;
     }
@@ -255,7 +266,7 @@ void PtyPort::State::setTimer() const
 bool PtyPort::State::readMaster()
 {
     std::array<std::uint8_t, kReadSize> buffer{};
-    for (;;) {
+    while (!busy()) {
         const ssize_t count = ::read(master.get(), buffer.data(), buffer.size());
         if (count < 0) {
             speedUnsure = false; // whatever comes now was sent after the change
@@ -270,6 +281,7 @@ bool PtyPort::State::readMaster()
             addArrival(buffer.data() + 1, static_cast<std::size_t>(count - 1));
         }
     }
+    return true;
 }
 
 // The notice overtakes bytes that were already on their way. When some are waiting, nobody can say on which side of
@@ -288,6 +300,7 @@ void PtyPort::State::noteSpeedChange()
 void PtyPort::State::addArrival(const std::uint8_t* bytes, std::size_t count)
 {
     toReader += count;
+    arrivingBytes += count;
     const int speed = hostSpeed(master.get());
     const bool unsure = speedUnsure || speed != knownSpeed;
     knownSpeed = speed;
@@ -316,6 +329,7 @@ void PtyPort::State::deliverArrivals()
         for (const Reader::Output& output : outputs) {
             queue(output, receiverFree);
         }
+        arrivingBytes -= head.bytes.size();
         arrivals.pop_front();
     }
 }
@@ -324,6 +338,7 @@ void PtyPort::State::queue(const Reader::Output& output, Time from)
 {
     const Time start = std::max(from + output.delay, senderFree);
     const std::size_t size = output.bytes.size();
+    leavingBytes += size;
     const auto perPiece = static_cast<std::size_t>(std::max(readerSpeed / kBitsPerByte / kPiecesPerSecond, 1));
     const std::size_t step = options.paced ? perPiece : std::max<std::size_t>(size, 1);
     for (std::size_t at = 0; at < size; at += step) {
@@ -344,6 +359,7 @@ void PtyPort::State::writePieces()
         fromReader += bytes.size(); // before a host can have read them and look
         const ssize_t written = ::write(master.get(), bytes.data(), bytes.size());
         fromReader -= bytes.size() - (written > 0 ? static_cast<std::size_t>(written) : 0);
+        leavingBytes -= bytes.size();
         pieces.pop_front();
     }
 }
@@ -356,7 +372,12 @@ PtyPort::PtyPort(Reader& reader, Options options) : state_(std::make_unique<Stat
     state_->readerSpeed = reader.listeningSpeed();
     state_->knownSpeed = hostSpeed(state_->master.get());
     State* const state = state_.get();
-    state_->thread = std::thread([state] { state->serve(); });
+    state_->thread = std::thread([state] {
+        try {
+            state->serve();
+        } catch (const std::exception&) { // out of memory: the reader falls silent, and its process goes on
+        }
+    });
 }
 
 PtyPort::~PtyPort()

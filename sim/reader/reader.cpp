@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim/reader/reader.h"
 
+#include "sim/data/printable.h"
 #include "sim/reader/fault.h"
 #include "sim/reader/line_decoder.h"
 
@@ -99,6 +100,16 @@ void cutPower(Place<MemoryCard>& place)
     }
 }
 
+// The older half goes at once, so that forgetting costs next to nothing.
+template <class T>
+void remember(std::vector<T>& history, T latest)
+{
+    if (history.size() == 2 * Reader::kHistory) {
+        history.erase(history.begin(), history.begin() + Reader::kHistory);
+    }
+    history.push_back(std::move(latest));
+}
+
 bool matches(const Fault& fault, int number, const Bytes& command)
 {
     return (fault.command == 0 || fault.command == number) &&
@@ -132,7 +143,7 @@ struct Reader::State {
     std::vector<Exchange> exchanges;
     std::vector<std::string> events;
 
-    void event(const std::string& text) { events.push_back(text); }
+    void event(std::string text) { remember(events, std::move(text)); }
     void slotEvent(const char* what, Slot slot) { event(what + hex({static_cast<std::uint8_t>(slot)})); }
     Place<Card>* place(std::uint8_t slotByte);
     void pullUserCard();
@@ -259,7 +270,7 @@ std::vector<Reader::Output> Reader::State::command(const Bytes& command)
     const Fault* const forced = find(Fault::Kind::Status);
     const Reply reply = forced != nullptr ? Reply{static_cast<ReaderStatus>(forced->value)} : carryOut(command);
     const bool answered = find(Fault::Kind::Silence) == nullptr;
-    exchanges.push_back({command, static_cast<std::uint8_t>(reply.status), reply.payload, answered});
+    remember(exchanges, {command, static_cast<std::uint8_t>(reply.status), reply.payload, answered});
     if (!answered) {
         return {};
     }
@@ -306,7 +317,7 @@ Reply Reader::State::carryOut(const Bytes& command)
         }
         return reply;
     } catch (const std::exception& error) { // a card model in trouble must not take the reader with it
-        event(std::string("card failed: ") + error.what());
+        event("card failed: " + printable(error.what()));
         return {ReaderStatus::CardMute};
     }
 }

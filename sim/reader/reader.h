@@ -82,6 +82,8 @@ public:
     // out and answered with status 0xF0 (see docs/reader-protocol.md).
     std::vector<Output> receive(const Bytes& bytes, int lineSpeed = 0);
 
+    // The latest of each, at least so many of them: a reader may run for weeks.
+    static constexpr std::size_t kHistory = 10000;
     const std::vector<Exchange>& exchanges() const;
     const std::vector<std::string>& events() const; // "switch 38400", "power on 00", "bad frame: check", ...
     void clearHistory();

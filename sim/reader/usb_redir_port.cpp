@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim/reader/usb_redir_port.h"
 
+#include "sim/data/printable.h"
+
 #include <usbredirparser.h>
 
 #include <poll.h>
@@ -31,6 +33,13 @@ constexpr std::uint8_t kOutEndpoint = 0x01;
 constexpr std::uint8_t kInEndpoint = 0x81;
 constexpr std::uint16_t kPacketSize = 64;
 constexpr std::uint8_t kConfiguration = 1;
+
+// What may wait for one machine. A peer that asks without end and reads nothing is not listened to until it reads.
+constexpr int kPacketsMax = 64;                // packets for the peer
+constexpr std::size_t kTransfersMax = 64;      // transfers that wait for an answer; more are refused
+constexpr std::size_t kAnswersMax = 64 * 1024; // bytes of answers that wait for a transfer; more are lost
+constexpr std::size_t kReadMax = 256 * 1024;   // bytes taken in one turn, so that an end is noticed
+constexpr int kAcceptPause = 100;              // milliseconds, when a connection could not be taken
 
 // USB 2.0, 9.6: device; configuration with interface 0 and its two bulk endpoints.
 const Bytes kDeviceDescriptor = {0x12, 0x01, 0x00, 0x02, 0x00, 0x00, 0x00, 0x40, 0x5C,
@@ -79,7 +88,10 @@ Bytes descriptor(std::uint16_t value)
     }
 }
 
-[[noreturn]] void fail(const std::string& what) { throw std::system_error(errno, std::generic_category(), what); }
+[[noreturn]] void fail(const std::string& what)
+{
+    throw std::system_error(errno, std::generic_category(), printable(what));
+}
 
 // The machine at the other end of the socket, for as long as it is connected.
 class Guest {
@@ -88,8 +100,9 @@ public:
     {
         setCallbacks();
         std::uint32_t capabilities[USB_REDIR_CAPS_SIZE] = {};
-        for (const int capability : {usb_redir_cap_connect_device_version, usb_redir_cap_ep_info_max_packet_size,
-                                     usb_redir_cap_64bits_ids, usb_redir_cap_32bits_bulk_length}) {
+        // Without usb_redir_cap_32bits_bulk_length a packet has at most 64 KB, and no peer can announce more.
+        for (const int capability :
+             {usb_redir_cap_connect_device_version, usb_redir_cap_ep_info_max_packet_size, usb_redir_cap_64bits_ids}) {
             usbredirparser_caps_set_cap(capabilities, capability);
         }
         usbredirparser_init(parser_, "vorn simulated reader", capabilities, USB_REDIR_CAPS_SIZE,
@@ -108,13 +121,21 @@ public:
     bool connected() const { return connected_; }
     bool hasOutput() const { return usbredirparser_has_data_to_write(parser_) > 0; }
 
-    void read() { usbredirparser_do_read(parser_); }
+    bool listening() const { return usbredirparser_has_data_to_write(parser_) < kPacketsMax; }
 
-    // Answers that are due go into transfers that wait, and what is queued goes out.
+    void read()
+    {
+        readNow_ = 0;
+        usbredirparser_do_read(parser_);
+    }
+
+    // Answers that are due go into transfers that wait, and what is queued goes out as far as the peer takes it.
     void write()
     {
         fillTransfers();
-        while (connected_ && hasOutput() && usbredirparser_do_write(parser_) == 0) {}
+        if (connected_ && hasOutput()) {
+            usbredirparser_do_write(parser_);
+        }
     }
 
     // Milliseconds until something is due; -1: nothing is.
@@ -213,8 +234,12 @@ private:
 
     int receive(std::uint8_t* data, int count)
     {
+        if (!listening() || readNow_ >= kReadMax) {
+            return 0;
+        }
         const ssize_t n = ::recv(socket_, data, static_cast<std::size_t>(count), MSG_DONTWAIT);
         if (n > 0) {
+            readNow_ += static_cast<std::size_t>(n);
             return static_cast<int>(n);
         }
         if (n < 0 && (errno == EAGAIN || errno == EINTR)) {
@@ -226,8 +251,8 @@ private:
 
     int send(const std::uint8_t* data, int count)
     {
-        const ssize_t n = ::send(socket_, data, static_cast<std::size_t>(count), MSG_NOSIGNAL);
-        if (n < 0 && errno != EINTR) {
+        const ssize_t n = ::send(socket_, data, static_cast<std::size_t>(count), MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (n < 0 && errno != EINTR && errno != EAGAIN) {
             connected_ = false;
             return -1;
         }
@@ -293,9 +318,12 @@ private:
 
     void bulk(std::uint64_t id, usb_redir_bulk_packet_header header, const Bytes& data)
     {
-        const std::size_t size = header.length + (std::size_t{header.length_high} << 16);
         if (header.endpoint == kInEndpoint) {
-            transfers_.push_back({id, size});
+            if (transfers_.size() < kTransfersMax) {
+                transfers_.push_back({id, header.length});
+            } else {
+                finish(id, usb_redir_ioerror, {});
+            }
             return;
         }
         header.status = header.endpoint == kOutEndpoint ? usb_redir_success : usb_redir_stall;
@@ -303,7 +331,10 @@ private:
         if (header.endpoint == kOutEndpoint) {
             const Time now = std::chrono::steady_clock::now();
             for (const Reader::Output& output : reader_.receive(data)) {
-                answers_.push_back({output.bytes, now + output.delay});
+                if (waiting_ + output.bytes.size() <= kAnswersMax) {
+                    waiting_ += output.bytes.size();
+                    answers_.push_back({output.bytes, now + output.delay});
+                }
             }
         }
     }
@@ -326,6 +357,7 @@ private:
             const auto end = answer.begin() + static_cast<Bytes::difference_type>(size);
             finish(transfers_.front().id, usb_redir_success, Bytes(answer.begin(), end));
             transfers_.pop_front();
+            waiting_ -= size;
             answer.erase(answer.begin(), end);
             if (answer.empty()) {
                 answers_.pop_front();
@@ -348,6 +380,8 @@ private:
     bool connected_ = true;
     std::deque<Transfer> transfers_;
     std::deque<Answer> answers_;
+    std::size_t waiting_ = 0; // bytes in them
+    std::size_t readNow_ = 0; // bytes in this turn
 };
 
 } // namespace
@@ -415,7 +449,7 @@ bool UsbRedirPort::State::stopped(int timeoutMs, int other, short events, bool& 
 bool UsbRedirPort::State::serveGuest(Guest& guest) const
 {
     while (guest.connected()) {
-        const short events = guest.hasOutput() ? POLLIN | POLLOUT : POLLIN;
+        const auto events = static_cast<short>((guest.listening() ? POLLIN : 0) | (guest.hasOutput() ? POLLOUT : 0));
         bool ready = false;
         if (stopped(guest.dueIn(), guest.socket(), events, ready)) {
             return false;
@@ -437,6 +471,10 @@ void UsbRedirPort::State::serve()
         }
         const int connection = ready ? ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC) : -1;
         if (connection < 0) {
+            // No descriptor left, and the machine still waits at the door: asking again at once would not help.
+            if (stopped(kAcceptPause, -1, 0, ready)) {
+                return;
+            }
             continue;
         }
         Guest guest(reader, connection);
@@ -451,7 +489,12 @@ UsbRedirPort::UsbRedirPort(Reader& reader, std::string socketPath)
     : state_(std::make_unique<State>(reader, std::move(socketPath)))
 {
     state_->listen();
-    state_->thread = std::thread([state = state_.get()] { state->serve(); });
+    state_->thread = std::thread([state = state_.get()] {
+        try {
+            state->serve();
+        } catch (const std::exception&) { // out of memory: the device falls silent, and its process goes on
+        }
+    });
 }
 
 UsbRedirPort::~UsbRedirPort()

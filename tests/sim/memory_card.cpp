@@ -379,16 +379,17 @@ protected:
     }
     void TearDown() override
     {
-        for (const char* name : {"/card.image", "/card.image.new", "/card.json"}) {
+        for (const char* name : {"/card.image", "/card.json"}) {
             ::unlink((directory + name).c_str());
         }
         ::rmdir(directory.c_str());
     }
+    NamedFile image() const { return {directory, "card.image"}; }
     void writeFile(const std::string& text) const { std::ofstream(path) << text; }
     std::string complaint() const
     {
         try {
-            loadImage(path);
+            loadImage(image());
         } catch (const std::runtime_error& error) {
             return error.what();
         }
@@ -411,15 +412,15 @@ TEST_F(SimImage, WhatIsSavedIsLoaded)
         for (std::size_t i = 0; i < size; ++i) {
             blocks.emplace_back(16, static_cast<std::uint8_t>(i * 7));
         }
-        saveImage(path, blocks);
-        EXPECT_EQ(loadImage(path), blocks);
+        saveImage(image(), blocks);
+        EXPECT_EQ(loadImage(image()), blocks);
     }
 }
 
 TEST_F(SimImage, CommentsBlanksAndLineEndsOfAnyKindAreRead)
 {
     writeFile("# a card\r\n\r\n00112233 44556677 8899aabb CCDDEEFF # maker\r\n\n" + lines(63));
-    const auto blocks = loadImage(path);
+    const auto blocks = loadImage(image());
     ASSERT_EQ(blocks.size(), 64U);
     EXPECT_EQ(toHex(blocks[0]), "00112233445566778899AABBCCDDEEFF");
 }
@@ -428,9 +429,9 @@ TEST_F(SimImage, MistakesAreNamedWithTheirLine)
 {
     EXPECT_EQ(complaint(), path + ": cannot be read");
     writeFile(lines(2) + "# 3\n" + "0011\n" + lines(61));
-    EXPECT_EQ(complaint(), path + ":4: expected a block of 32 hex digits");
+    EXPECT_EQ(complaint(), path + ": line 4: expected a block of 32 hex digits");
     writeFile(lines(1) + std::string(31, '0') + "g\n");
-    EXPECT_EQ(complaint(), path + ":2: expected a block of 32 hex digits");
+    EXPECT_EQ(complaint(), path + ": line 2: expected a block of 32 hex digits");
     writeFile(lines(63));
     EXPECT_EQ(complaint(), path + ": expected 64 or 256 blocks, found 63");
     writeFile("");
@@ -440,14 +441,14 @@ TEST_F(SimImage, MistakesAreNamedWithTheirLine)
 TEST_F(SimImage, EveryChangeOfACardIsSaved)
 {
     SectorCard card = cardWith("000", "011");
-    card.saveTo(path);
+    card.saveTo(image());
     ASSERT_TRUE(open(card, Key::A));
     ASSERT_TRUE(card.write(6, Bytes(16, 0xAB)));
-    EXPECT_EQ(loadImage(path), card.blocks());
+    EXPECT_EQ(loadImage(image()), card.blocks());
     ASSERT_TRUE(card.increment(4, 1) && card.transfer(4));
-    EXPECT_EQ(loadImage(path), card.blocks());
+    EXPECT_EQ(loadImage(image()), card.blocks());
 
-    SectorCard again(loadImage(path));
+    SectorCard again(loadImage(image()));
     EXPECT_EQ(toHex(again.activate()), "01020304");
     ASSERT_TRUE(open(again, Key::A));
     EXPECT_EQ(ValueBlock::decode(*again.read(4))->value, 101);
@@ -456,7 +457,7 @@ TEST_F(SimImage, EveryChangeOfACardIsSaved)
 TEST_F(SimImage, AChangeThatCannotBeSavedIsRefusedAndUndone)
 {
     SectorCard card = cardWith("000", "011");
-    card.saveTo(directory + "/missing/card.image");
+    card.saveTo({directory, "missing/card.image"});
     ASSERT_TRUE(open(card, Key::A));
     const Bytes before = *card.read(6);
     EXPECT_FALSE(card.write(6, Bytes(16, 0xAB)));
@@ -466,7 +467,7 @@ TEST_F(SimImage, AChangeThatCannotBeSavedIsRefusedAndUndone)
 TEST_F(SimImage, AProfileLoadsAndSavesBesideItself)
 {
     SectorCard card = cardWith("000", "011");
-    saveImage(path, card.blocks());
+    saveImage(image(), card.blocks());
     const Profile profile{"t", directory + "/card.json",
                           R"({"cards":[{"slot":"field","type":"memory","image":"card.image","save":"card.image",
                               "blocks":{"6":{"value":-3,"address":9}}}]})"};
@@ -479,7 +480,7 @@ TEST_F(SimImage, AProfileLoadsAndSavesBesideItself)
     EXPECT_EQ(ask("324206 60 A0A1A2A3A4A5"), toHex(test::replyFrame(0, {})));
     EXPECT_EQ(ask("324306"), toHex(test::replyFrame(0, ValueBlock{-3, 9}.encode())));
     EXPECT_EQ(ask("324405" + std::string(32, 'C')), toHex(test::replyFrame(0, {})));
-    EXPECT_EQ(toHex(loadImage(path).at(5)), std::string(32, 'C'));
+    EXPECT_EQ(toHex(loadImage(image()).at(5)), std::string(32, 'C'));
 }
 
 TEST_F(SimImage, TheShippedCardIsAsItsCommentsSay)
