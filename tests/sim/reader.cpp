@@ -935,6 +935,25 @@ TEST_F(SimProfile, TheWalletKnowsItsSecondApplicationHoweverOftenItIsAsked)
     }
 }
 
+// ---------------------------------------------------------------- history
+
+TEST(SimHistory, KeepsTheLatestOfAReaderThatRunsForWeeks)
+{
+    Reader reader{[] { return milliseconds(0); }};
+    const Bytes off = frame(fromHex("32250000"));
+    for (std::size_t i = 0; i < 3 * Reader::kHistory; ++i) {
+        reader.receive(off);
+    }
+    reader.receive(frame(fromHex("32FF")));
+    reader.receive(fromHex("1B244932"));
+    for (const std::size_t size : {reader.exchanges().size(), reader.events().size()}) {
+        EXPECT_GE(size, Reader::kHistory);
+        EXPECT_LE(size, 2 * Reader::kHistory);
+    }
+    EXPECT_EQ(toHex(reader.exchanges().back().command), "32FF");
+    EXPECT_EQ(reader.events().back(), "switch 38400");
+}
+
 // ---------------------------------------------------------------- the pseudo-terminal
 
 template <class F>
@@ -1115,6 +1134,29 @@ TEST_F(SimPty, ADelayedAnswerComes)
     tty.send(off);
     EXPECT_EQ(tty.read(answer.size()), toHex(answer));
     EXPECT_GE(std::chrono::steady_clock::now() - before, 30ms);
+}
+
+// A host that asks without end for answers that are an hour away, or faster than a paced line takes it.
+TEST_F(SimPty, AHostThatOnlyWritesIsNotTakenInWithoutEnd)
+{
+    const auto takesNoMore = [this](const PtyPort& port) {
+        const int fd = ::open(("/dev/" + port.name()).c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK);
+        constexpr int kFar = 1000000;
+        int sent = 0;
+        pollfd writable{fd, POLLOUT, 0};
+        while (sent < kFar && ::poll(&writable, 1, 1000) == 1) {
+            sent += ::write(fd, off.data(), off.size()) > 0 ? 1 : 0;
+        }
+        ::close(fd);
+        return sent < kFar;
+    };
+    {
+        PtyPort paced(reader, {true, ""});
+        EXPECT_TRUE(takesNoMore(paced));
+    }
+    reader.addFault(parseFault("delay=3600000").value());
+    PtyPort port(reader);
+    EXPECT_TRUE(takesNoMore(port));
 }
 
 TEST_F(SimPty, APacedLineIsNoFasterThanItsSpeedAndLosesNothing)
