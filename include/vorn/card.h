@@ -133,8 +133,12 @@ typedef struct flist {
 
 enum vorn_selection_limit {
     VORN_AID_CANDIDATES_MAX = 255, /* a card that finds a next occurrence for ever is left at this count */
-    VORN_DIRECTORY_DEPTH_MAX = 8,  /* directories nested deeper are ignored */
-    VORN_DIRECTORIES_MAX = 64      /* and so are further ones of a card that names so many in one selection */
+    /* Directories nested deeper are ignored; */
+    VORN_DIRECTORY_DEPTH_MAX = 8,
+    /* so are, in one selection, further ones that name themselves or one that they are named by, */
+    VORN_DIRECTORY_REPEATS_MAX = 64,
+    /* and further ones of whatever name: a single directory has no room for so many. */
+    VORN_DIRECTORIES_MAX = 16384
 };
 
 /* Selects a directory (as a rule "1PAY.SYS.DDF01") and reads its entries, nested directories included. head->next is

@@ -58,11 +58,11 @@ int readResponse(ByteView response, const Options& options)
 {
     const ByteView format1 = findObject(tag::kResponseFormat1, response);
     if (!format1.empty()) {
-        const ByteView value = valueOfByteLength(format1);
-        if (value.size() < kAipSize) {
+        if (format1[1] == 0) {
             return kCannotProcess;
         }
-        options.setAip(value);
+        const ByteView value = valueOfByteLength(format1);
+        options.setAip(value); // of a shorter value the rest reads as zero
         options.setAfl(value.from(kAipSize));
         return 0;
     }

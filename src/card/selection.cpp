@@ -91,18 +91,41 @@ private:
     std::size_t searchedSize_ = 0;
 };
 
-// How deep a directory lies, and how many may still be read: a card could otherwise name directories for ever.
-struct Nesting {
-    int depth;
-    int& left;
+// What one selection may still read.
+struct Allowance {
+    int directories = VORN_DIRECTORIES_MAX;
+    int repeats = VORN_DIRECTORY_REPEATS_MAX;
 };
 
-int readNamedDirectory(ByteView name, alist& head, Nesting nesting);
+// A directory that is being read, inside those that named it. A card could otherwise name directories for ever.
+struct Nesting {
+    ByteView name;
+    const Nesting* outer;
+    Allowance& left;
+
+    bool admits(ByteView inner) const
+    {
+        int depth = 1;
+        bool repeated = false;
+        for (const Nesting* directory = this; directory != nullptr; directory = directory->outer) {
+            ++depth;
+            repeated = repeated || directory->name == inner;
+        }
+        if (depth > VORN_DIRECTORY_DEPTH_MAX || left.directories == 0 || (repeated && left.repeats == 0)) {
+            return false;
+        }
+        --left.directories;
+        left.repeats -= repeated ? 1 : 0;
+        return true;
+    }
+};
+
+int readNamedDirectory(ByteView name, alist& head, const Nesting& nesting);
 
 // Fills a list from one directory's entries.
 class DirectoryReader {
 public:
-    DirectoryReader(alist& head, Nesting nesting) : current_(&head), nesting_(nesting) {}
+    DirectoryReader(alist& head, const Nesting& nesting) : current_(&head), nesting_(nesting) {}
 
     int read(ByteView fci)
     {
@@ -118,7 +141,7 @@ public:
 
 private:
     // Entries are found within the searched size (none: up to a zero), and taken whole from the record. The template's
-    // length is one byte here, whatever its form.
+    // length is one byte here, whatever its form; the next one is sought behind its value.
     void readRecord(ByteView record, std::size_t searched)
     {
         constexpr std::size_t kHeader = 2;
@@ -132,7 +155,7 @@ private:
             if (entry[1] != 0) {
                 readEntry(entry.from(kHeader).first(entry[1]));
             }
-            rest.bytes = found.from(kHeader);
+            rest.bytes = found.from(kHeader + entry[1]);
         }
     }
 
@@ -144,11 +167,10 @@ private:
         }
         if (inner.first(1) == tag::kAid.view()) {
             addApplication(name, inner);
-        } else if (inner.first(1) == tag::kDdfName.view() && nesting_.depth < VORN_DIRECTORY_DEPTH_MAX &&
-                   nesting_.left > 0) {
+        } else if (inner.first(1) == tag::kDdfName.view() && nesting_.admits(name)) {
             // The nested directory fills its records in behind the current one, which stays where it is: entries
             // that follow here write over them.
-            count_ += readNamedDirectory(name, *current_, {nesting_.depth + 1, nesting_.left});
+            count_ += readNamedDirectory(name, *current_, {name, &nesting_, nesting_.left});
         }
     }
 
@@ -182,13 +204,12 @@ private:
     void dropBehindCurrent() { freeCandidates(*current_); }
 
     alist* current_;
-    Nesting nesting_;
+    const Nesting& nesting_;
     int count_ = 0;
 };
 
-int readNamedDirectory(ByteView name, alist& head, Nesting nesting)
+int readNamedDirectory(ByteView name, alist& head, const Nesting& nesting)
 {
-    --nesting.left;
     Fci fci;
     if (selectByName(name, kFirst, fci) != kSuccess) {
         return 0;
@@ -287,16 +308,18 @@ extern "C" {
 
 int vrdk_PseAppSelect(const unsigned char* name, int nameLength, alist* head)
 {
-    int left = VORN_DIRECTORIES_MAX;
+    Allowance left;
+    const ByteView directory = viewOf(name, nameLength);
     head->next = nullptr;
-    return readNamedDirectory(viewOf(name, nameLength), *head, {1, left});
+    return readNamedDirectory(directory, *head, {directory, nullptr, left});
 }
 
 int vrdk_checkADF(const unsigned char* fci, int fciLength, alist* head)
 {
-    int left = VORN_DIRECTORIES_MAX - 1;
+    Allowance left;
+    const Nesting unnamed{{}, nullptr, left};
     head->next = nullptr;
-    return DirectoryReader(*head, {1, left}).read(viewOf(fci, fciLength));
+    return DirectoryReader(*head, unnamed).read(viewOf(fci, fciLength));
 }
 
 int vrdk_AidAppSelect(int prefixAllowed, const unsigned char* aid, int aidLength, flist* head)

@@ -215,3 +215,25 @@ TEST_F(ProcessingOptions, ReadsTheLengthFieldsAsOneByte)
     EXPECT_EQ(getFor("77 81 87 82 02 7C 00 94 81 80" + afl32), 0);
     EXPECT_EQ(aflText(), "80" + afl32);
 }
+
+TEST_F(ProcessingOptions, ReadsAFormat1OfOneByte)
+{
+    EXPECT_EQ(getFor("80 01 5C"), 0);
+    EXPECT_EQ(aipText(), "5C00");
+    EXPECT_EQ(aflText(), "");
+    EXPECT_EQ(getFor("77 03 80 01 7C 94 04 08 01 01 00"), 0); // nothing behind the one byte counts
+    EXPECT_EQ(aipText(), "7C00");
+    EXPECT_EQ(aflText(), "");
+}
+
+TEST_F(ProcessingOptions, ReadsWhatIsThereOfAFormat1ThatIsCut)
+{
+    EXPECT_EQ(getFor("80 0A 7C"), 0);
+    EXPECT_EQ(aipText(), "7C00");
+    EXPECT_EQ(aflText(), "");
+    EXPECT_EQ(getFor("80 0A"), 0);
+    EXPECT_EQ(aipText(), "0000");
+    EXPECT_EQ(aflText(), "");
+    EXPECT_EQ(getFor("80 0A 7C 00 08 01"), 0);
+    EXPECT_EQ(aflText(), "0801");
+}

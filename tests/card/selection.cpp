@@ -746,3 +746,78 @@ TEST_F(ApplicationSelection, PurseIdentifierOfAShorterFileEndsInZeros)
     EXPECT_EQ(VR_selectapp(text), 0);
     EXPECT_STREQ(text, "1234ABCD00000000000");
 }
+
+// ---------------------------------------------------------------- where the next entry is sought
+
+TEST_F(DirectorySelection, FindsTheEntryBehindAPaddedTemplate)
+{
+    for (const std::string padding : {"00", "0000", "00000000", "FF", "FFFF", "FFFFFFFFFF"}) {
+        expectDirectory({tlv("70", tlv("61", tlv("4F", kCredit) + tlv("87", "02") + padding) +
+                                       tlv("61", padding + tlv("4F", kPurse)) + directoryEntry(kDebit, "01"))});
+        EXPECT_EQ(directory.select(kPseName), 2) << padding;
+        EXPECT_EQ(directory.entries(), (Entries{kCredit + "/2", kDebit + "/1"})) << padding;
+    }
+}
+
+TEST_F(DirectorySelection, TakesATemplateInsideAnEntryForNoEntryOfItsOwn)
+{
+    const std::string inside = tlv("4F", kCredit) + tlv("87", "02") + directoryEntry(kPurse, "07");
+    expectDirectory({tlv("70", tlv("61", inside) + directoryEntry(kDebit, "01"))});
+    EXPECT_EQ(directory.select(kPseName), 2);
+    EXPECT_EQ(directory.entries(), (Entries{kCredit + "/2", kDebit + "/1"}));
+    expectDirectory({tlv("70", tlv("61", tlv("73", directoryEntry(kPurse, "07"))) + directoryEntry(kDebit, "01"))});
+    EXPECT_EQ(directory.select(kPseName), 1);
+    EXPECT_EQ(directory.entries(), (Entries{kDebit + "/1"}));
+}
+
+TEST_F(DirectorySelection, GoesOnBehindAnEmptyTemplate)
+{
+    expectDirectory({tlv("70", tlv("61", "") + directoryEntry(kCredit, "02") + tlv("61", "") + tlv("61", "") +
+                                   directoryEntry(kDebit, "01"))});
+    EXPECT_EQ(directory.select(kPseName), 2);
+    EXPECT_EQ(directory.entries(), (Entries{kCredit + "/2", kDebit + "/1"}));
+}
+
+TEST_F(DirectorySelection, EndsAtATemplateThatRunsPastItsRecord)
+{
+    expectDirectory({"70" + hexByte(40) + "61" + hexByte(200) + tlv("4F", kDebit) + tlv("87", "01") +
+                     directoryEntry(kPurse, "07")});
+    EXPECT_EQ(directory.select(kPseName), 1);
+    EXPECT_EQ(directory.entries(), (Entries{kDebit + "/1"}));
+}
+
+TEST_F(DirectorySelection, FollowsAFlatDirectoryOfManyNamesToItsEnd)
+{
+    constexpr std::size_t kNames = 70;
+    const auto name = [](std::size_t number) { return "4E" + hexByte(number); };
+    std::vector<std::string> records;
+    for (std::size_t i = 0; i < kNames; i += 10) {
+        std::string entries;
+        for (std::size_t j = i; j < i + 10; ++j) {
+            entries += tlv("61", tlv("9D", name(j)));
+        }
+        records.push_back(tlv("70", entries));
+    }
+    expectDirectory(records);
+    for (std::size_t i = 0; i < kNames; ++i) {
+        reader.apdu(select(name(i)), ok(directoryFci(name(i), "02")));
+        expectRecords({tlv("70", directoryEntry("A00000" + hexByte(i), "01"))}, 2);
+    }
+    EXPECT_EQ(directory.select(kPseName), static_cast<int>(kNames));
+    EXPECT_EQ(directory.entries(), (Entries{"A00000" + hexByte(kNames - 1) + "/1"})); // each wrote over the one before
+}
+
+TEST_F(DirectorySelection, FollowsOneNameAsOftenAsItStandsInADirectory)
+{
+    const std::string nested = "4E4553544544";
+    std::string entries;
+    for (int i = 0; i < 20; ++i) {
+        entries += tlv("61", tlv("9D", nested));
+    }
+    expectDirectory({tlv("70", entries), tlv("70", entries), tlv("70", entries), tlv("70", entries)});
+    for (int i = 0; i < 80; ++i) {
+        reader.apdu(select(nested), ok(directoryFci(nested, "02")));
+        expectRecords({tlv("70", directoryEntry(kDebit, "01"))}, 2);
+    }
+    EXPECT_EQ(directory.select(kPseName), 80);
+}

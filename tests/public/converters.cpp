@@ -554,3 +554,60 @@ TEST(HighCharacters, AsBytesAreWrittenAsTwoDigits)
     convTo3x(bytes, 2, nibbles.bytes());
     EXPECT_EQ(nibbles.hex(4), "38303F3F");
 }
+
+// ---------------------------------------------------------------- in place
+
+namespace {
+
+// A buffer that is input and output at once.
+struct InPlace {
+    explicit InPlace(const std::string& text) { text.copy(reinterpret_cast<char*>(bytes), sizeof bytes - 1); }
+    const char* text() const { return reinterpret_cast<const char*>(bytes); }
+    std::string hex(std::size_t count) const { return toHex(Bytes(bytes, bytes + count)); }
+
+    unsigned char bytes[64] = {};
+};
+
+} // namespace
+
+TEST(BcdToCn, ReadsItsDigitsWhereItWritesTheBytes)
+{
+    InPlace amount("100");
+    EXPECT_EQ(bcdtocn(amount.text(), 3, 6, amount.bytes), 6);
+    EXPECT_EQ(amount.hex(6), "000000000100");
+    InPlace number("1234567");
+    EXPECT_EQ(bcdtocn(number.text(), 7, 5, number.bytes), 5);
+    EXPECT_EQ(number.hex(5), "0001234567");
+    InPlace cut("123456789");
+    EXPECT_EQ(bcdtocn(cut.text(), 9, 2, cut.bytes), 2);
+    EXPECT_EQ(cut.hex(2), "6789");
+    InPlace shifted("x98765"); // the bytes a little before the digits
+    EXPECT_EQ(bcdtocn(shifted.text() + 1, 5, 4, shifted.bytes), 4);
+    EXPECT_EQ(shifted.hex(4), "00098765");
+}
+
+TEST(Decoders, ReadTheirTextWhereTheyWriteTheBytes)
+{
+    InPlace hex("9F38A0b1");
+    EXPECT_EQ(AsciiToHex(hex.text(), hex.bytes, 8), 8);
+    EXPECT_EQ(hex.hex(4), "9F38A0B1");
+    InPlace bytes("9F38A0b1");
+    AsciiToHex(bytes.bytes, bytes.bytes, 8);
+    EXPECT_EQ(bytes.hex(4), "9F38A0B1");
+    int count = 0;
+    InPlace half("0123aBcD");
+    halftochar(half.text(), half.bytes, &count);
+    EXPECT_EQ(count, 4);
+    EXPECT_EQ(half.hex(5), "0123ABCD00");
+    InPlace nibbles(":?1234");
+    EXPECT_EQ(_3xToHex(nibbles.bytes, nibbles.bytes, 6), 3);
+    EXPECT_EQ(nibbles.hex(3), "AF1234");
+    InPlace array(":?123");
+    EXPECT_EQ(Vr_chartoarray(array.text(), array.bytes), 3);
+    EXPECT_EQ(array.hex(3), "AF1203");
+    for (const unsigned pad : {0U, 1U}) {
+        InPlace digits("12345");
+        AscToBcd(digits.bytes, digits.text(), 5, pad);
+        EXPECT_EQ(digits.hex(pad == 0 ? 3 : 4), pad == 0 ? "123450" : "01234550");
+    }
+}

@@ -393,7 +393,30 @@ TEST_F(HostileCard, WithADirectoryThatNamesItselfManyTimes)
     card.answer = answers;
     const int result = call();
     EXPECT_EQ(result, -26);
-    EXPECT_EQ(card.timesAsked(kSelectPse), static_cast<std::size_t>(VORN_DIRECTORIES_MAX));
+    EXPECT_EQ(card.timesAsked(kSelectPse), 1U + VORN_DIRECTORY_REPEATS_MAX);
+    expectSound(result);
+}
+
+TEST_F(HostileCard, WithDirectoriesOfNewNamesForEver)
+{
+    unsigned next = 0;
+    card.answer = [&next](const std::string& apdu) {
+        if (startsWith(apdu, "00A4")) {
+            return directoryFci(kPseName) + "9000";
+        }
+        if (apdu != readRecord(1, 1)) {
+            return std::string("6A83");
+        }
+        std::string entries;
+        for (int i = 0; i < 20; ++i) {
+            ++next;
+            entries += tlv("61", tlv("9D", hexByte(next >> 16) + hexByte(next >> 8 & 0xFF) + hexByte(next & 0xFF)));
+        }
+        return tlv("70", entries) + "9000";
+    };
+    const int result = call();
+    EXPECT_EQ(result, -26);
+    EXPECT_EQ(card.timesAsked("00A4"), 1U + VORN_DIRECTORIES_MAX);
     expectSound(result);
 }
 
