@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // GET PROCESSING OPTIONS and the records that the AFL names (EMV Book 3, 10.1 and 10.2).
 #include "card/dol.h"
+#include "card/records.h"
 #include "card/tags.h"
 #include "card/tlv.h"
 
@@ -83,25 +84,53 @@ int readResponse(ByteView response, const Options& options)
 constexpr std::size_t kAflEntrySize = 4;
 constexpr std::uint8_t kValueOnlyUpTo = 10;
 
-// An output of vrdk_GetAppData.
-class Collected {
-public:
-    Collected(unsigned char* bytes, int* size) : bytes_(bytes), size_(size) { *size_ = 0; }
+// What became of a record that an output was given.
+enum class Kept { Yes, NoRoom, NoMemory };
 
-    bool append(ByteView more)
+// The buffers of vrdk_GetAppData's caller. What does not fit any more is passed over.
+class CallersBuffers {
+public:
+    CallersBuffers(unsigned char* records, int* recordsSize, unsigned char* authData, int* authDataSize)
+        : records_{records, recordsSize}, authData_{authData, authDataSize}
     {
-        const auto used = static_cast<std::size_t>(*size_);
+        *recordsSize = 0;
+        *authDataSize = 0;
+    }
+
+    Kept keep(ByteView record) { return append(records_, record) ? Kept::Yes : Kept::NoRoom; }
+    void keepAuthenticated(ByteView data) { static_cast<void>(append(authData_, data)); }
+
+private:
+    struct Buffer {
+        unsigned char* bytes;
+        int* size;
+    };
+
+    static bool append(const Buffer& buffer, ByteView more)
+    {
+        const auto used = static_cast<std::size_t>(*buffer.size);
         if (more.size() > VORN_APPDATA_CAPACITY - used) {
             return false;
         }
-        more.copyTo(bytes_ + used);
-        *size_ += static_cast<int>(more.size());
+        more.copyTo(buffer.bytes + used);
+        *buffer.size += static_cast<int>(more.size());
         return true;
     }
 
+    Buffer records_;
+    Buffer authData_;
+};
+
+// The records for the services, which do no offline data authentication.
+class WholeRecords {
+public:
+    explicit WholeRecords(GrowingBytes& records) : records_(records) {}
+
+    Kept keep(ByteView record) { return records_.append(record) ? Kept::Yes : Kept::NoMemory; }
+    void keepAuthenticated(ByteView) {}
+
 private:
-    unsigned char* bytes_;
-    int* size_;
+    GrowingBytes& records_;
 };
 
 struct AflEntry {
@@ -125,19 +154,31 @@ ByteView authenticationData(std::uint8_t raw, ByteView record)
     return whole.first(1 + lengthField(whole.from(1)).size + value.size());
 }
 
+template <class Output>
 class RecordReader {
 public:
-    RecordReader(ByteView wanted, Collected records, Collected authData) : records_(records), authData_(authData)
+    RecordReader(ByteView wanted, Output output) : output_(output)
     {
         wanted.copyTo(wanted_);
         wantedSize_ = static_cast<int>(wanted.size());
     }
 
-    // False as soon as nothing is wanted any more.
-    bool readEntry(const AflEntry& entry)
+    int readAll(ByteView afl)
+    {
+        while (state_ == State::Wanting && afl.holds(0, kAflEntrySize)) {
+            readEntry({afl[0], afl[1], afl[2], afl[3]});
+            afl = afl.from(kAflEntrySize);
+        }
+        return state_ == State::NoMemory ? VORN_BAD_ARGUMENT : VORN_OK;
+    }
+
+private:
+    enum class State { Wanting, Complete, NoMemory };
+
+    void readEntry(const AflEntry& entry)
     {
         int counted = 0;
-        for (int number = entry.first; number <= entry.last; ++number) {
+        for (int number = entry.first; number <= entry.last && state_ == State::Wanting; ++number) {
             std::uint8_t bytes[VORN_RESPONSE_MAX] = {};
             std::uint8_t size = 0;
             if (vrdk_ReadRecord(static_cast<std::uint8_t>(number), static_cast<std::uint8_t>(entry.raw >> 3), bytes,
@@ -145,36 +186,45 @@ public:
                 continue;
             }
             const ByteView record(bytes, size);
-            if (!records_.append(record)) {
-                continue;
-            }
-            if (!stillWanted(record)) {
-                return false;
-            }
-            if (counted < entry.authenticated) {
-                authData_.append(authenticationData(entry.raw, record));
+            if (take(record) && counted < entry.authenticated) {
+                output_.keepAuthenticated(authenticationData(entry.raw, record));
                 ++counted;
             }
         }
-        return true;
     }
 
-private:
-    bool stillWanted(ByteView record)
+    // True when the record was kept and more is wanted behind it.
+    bool take(ByteView record)
     {
+        switch (output_.keep(record)) {
+        case Kept::NoRoom:
+            return false;
+        case Kept::NoMemory:
+            state_ = State::NoMemory;
+            return false;
+        case Kept::Yes:
+            break;
+        }
         if (!record.empty()) {
             wantedSize_ = vrdk_findapptag(record.data(), static_cast<int>(record.size()), wanted_, wantedSize_);
         }
-        return wantedSize_ > 0;
+        state_ = wantedSize_ > 0 ? State::Wanting : State::Complete;
+        return state_ == State::Wanting;
     }
 
+    State state_ = State::Wanting;
     std::uint8_t wanted_[255] = {};
     int wantedSize_ = 0;
-    Collected records_;
-    Collected authData_;
+    Output output_;
 };
 
 } // namespace
+
+int readRecords(ByteView afl, ByteView wantedTags, GrowingBytes& records)
+{
+    return wantedTags.empty() ? int{VORN_OK} : RecordReader(wantedTags, WholeRecords(records)).readAll(afl);
+}
+
 } // namespace vorn
 
 using namespace vorn;
@@ -204,19 +254,9 @@ int vrdk_GetAppData(const unsigned char* afl, unsigned char aflLength, const uns
                     unsigned char wantedTagsLength, unsigned char* records, int* recordsLength, unsigned char* authData,
                     int* authDataLength)
 {
-    const Collected allRecords(records, recordsLength);
-    const Collected authenticated(authData, authDataLength);
-    if (wantedTagsLength == 0) {
-        return 0;
-    }
-    RecordReader reader(ByteView(wantedTags, wantedTagsLength), allRecords, authenticated);
-    for (std::size_t i = 0; i < aflLength / kAflEntrySize; ++i) {
-        const unsigned char* entry = afl + i * kAflEntrySize;
-        if (!reader.readEntry({entry[0], entry[1], entry[2], entry[3]})) {
-            break;
-        }
-    }
-    return 0;
+    const CallersBuffers output(records, recordsLength, authData, authDataLength);
+    const ByteView wanted(wantedTags, wantedTagsLength);
+    return wanted.empty() ? int{VORN_OK} : RecordReader(wanted, output).readAll(ByteView(afl, aflLength));
 }
 
 } // extern "C"

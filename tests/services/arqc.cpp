@@ -722,6 +722,26 @@ TEST_F(LongestTexts, OfTheRecordsFillTheStatesCapacityToTheLastByte)
     expectClosed();
 }
 
+TEST_F(LongestTexts, OfMoreRecordsAreCutToTheStatesCapacity)
+{
+    const std::string all = repeated(tlv("70", tlv("9F4B", repeated("EB", 248))), 40); // no list either
+    expectRecords(all);
+    EXPECT_EQ(call(), -2);
+    EXPECT_EQ(stateText.value(), lowerCase(all).substr(0, std::size_t{2} * VORN_APPDATA_CAPACITY));
+    expectClosed();
+}
+
+TEST_F(LongestTexts, DoNotKeepTheListsBehindThousandsOfBytesFromTheCard)
+{
+    const std::string filler = repeated(tlv("70", tlv("9F4B", repeated("EB", 248))), 30);
+    expectRecords(filler + tlv("70", tlv("8C", dolOf(kCdol1)) + tlv("8D", kCdol2)));
+    expect(card.generate("80", valuesOf(kCdol1), text.response()));
+    expect(card.lastOnline("6A88"));
+    ASSERT_EQ(call(), 0);
+    EXPECT_EQ(stateText.value(), "01" + tlv("8D", kCdol2) + "82027C00");
+    expectClosed();
+}
+
 // ---------------------------------------------------------------- the number that the terminal draws
 
 TEST_F(Arqc, DrawsTheNumberFromTheSecondOfTheClock)

@@ -1169,3 +1169,19 @@ TEST_F(CardInfo, TheLongestRecordFillsItsCapacityExactly)
     EXPECT_EQ(call(), 0);
     expectInfo(info);
 }
+
+// ---------------------------------------------------------------- more records than a small buffer holds
+
+TEST_F(CardInfo, FindsWhatStandsBehindThousandsOfBytesOfRecords)
+{
+    Card card;
+    card.records.assign(18, tlv("70", tlv("9F4B", repeated("77", 241))));
+    ASSERT_EQ(fromHex(card.records[0]).size(), 248U); // eighteen of them are 4,464 bytes
+    card.records.push_back(tlv("70", tlv("5A", "6200001234567890")));
+    card.records.push_back(tlv("70", tlv("57", "6200001234567890D2512201")));
+    card.recordsRead = 19; // the wanted one is the last that is read
+    const std::string info = infoText({{'A', "6200001234567890"}});
+    contactCard(card, info);
+    EXPECT_EQ(call("", "A"), 0);
+    expectInfo(info);
+}

@@ -351,7 +351,7 @@ TEST_F(HostileCard, WithMoreThan4096BytesOfRecords)
     const int result = call();
     EXPECT_EQ(result, 0);
     EXPECT_EQ(card.timesAsked("00B2"), 1U + 1U + 255U + 255U);             // every record is asked for
-    EXPECT_NE(std::string(text.data()).find("G00201"), std::string::npos); // 64 bytes were left
+    EXPECT_NE(std::string(text.data()).find("G00201"), std::string::npos); // behind 64,260 bytes
     expectSound(result);
 }
 
@@ -399,18 +399,19 @@ TEST_F(HostileCard, WithADirectoryThatNamesItselfManyTimes)
 
 TEST_F(HostileCard, WithDirectoriesOfNewNamesForEver)
 {
-    unsigned next = 0;
+    std::size_t next = 0;
     card.answer = [&next](const std::string& apdu) {
-        if (startsWith(apdu, "00A4")) {
-            return directoryFci(kPseName) + "9000";
+        if (startsWith(apdu, "00A4")) { // three of thirty can be used, and leads on
+            const bool leadsOn = apdu == kSelectPse || apdu.substr(14, 2) == "00";
+            return leadsOn ? directoryFci(kPseName) + "9000" : "6A82";
         }
         if (apdu != readRecord(1, 1)) {
             return std::string("6A83");
         }
         std::string entries;
-        for (int i = 0; i < 20; ++i) {
-            ++next;
-            entries += tlv("61", tlv("9D", hexByte(next >> 16) + hexByte(next >> 8 & 0xFF) + hexByte(next & 0xFF)));
+        ++next;
+        for (std::size_t i = 0; i < 30; ++i) {
+            entries += tlv("61", tlv("9D", hexByte(next >> 8) + hexByte(next & 0xFF) + hexByte(i / 3)));
         }
         return tlv("70", entries) + "9000";
     };

@@ -44,14 +44,6 @@ int ProcessingOptions::get(const Application& application, ByteView terminalData
                                static_cast<int>(terminalData.size()), aip, &aipSize, afl, &aflSize);
 }
 
-int Records::read(const ProcessingOptions& options, ByteView wantedTags)
-{
-    std::uint8_t authData[VORN_APPDATA_CAPACITY];
-    int authDataSize = 0;
-    return vrdk_GetAppData(options.afl, options.aflSize, wantedTags.data(),
-                           static_cast<unsigned char>(wantedTags.size()), bytes, &size, authData, &authDataSize);
-}
-
 Selection selectApplication(const char* pszAIDlist, Application& application)
 {
     const char* list = textOf(pszAIDlist);

@@ -42,16 +42,7 @@ struct ProcessingOptions {
 
     int get(const Application& application, ByteView terminalData);
     ByteView aipView() const { return ByteView(aip, aipSize); }
-};
-
-// The records of the application, one after the other.
-struct Records {
-    std::uint8_t bytes[VORN_APPDATA_CAPACITY];
-    int size = 0;
-
-    // Reads until the wanted tags are all there.
-    int read(const ProcessingOptions& options, ByteView wantedTags);
-    ByteView view() const { return viewOf(bytes, size); }
+    ByteView aflView() const { return ByteView(afl, aflSize); }
 };
 
 // Tries the caller's AID list first, if there is one, then the card's directory.

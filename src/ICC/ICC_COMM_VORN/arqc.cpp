@@ -7,6 +7,7 @@
 #include "ICC/ICC_COMM_VORN/terminal_data.h"
 #include "ICC/ICC_COMM_VORN/transaction_exit.h"
 #include "card/dol.h"
+#include "card/records.h"
 #include "card/tags.h"
 #include "public/local_log.h"
 
@@ -39,36 +40,27 @@ constexpr TransactionExit kNoCdol2 = {4465, CardPower::Stays, LinkEnd::Closed, -
 // CDOL1, PAN, PAN sequence number, CDOL2, name, document type and number, track 2.
 constexpr std::uint8_t vrdk_appdatatag[] = {0x8C, 0x5A, 0x5F, 0x34, 0x8D, 0x5F, 0x20, 0x9F, 0x62, 0x9F, 0x61, 0x57};
 
-// The data of the selected application: six digits with the whole length, AID, AIP, records.
+// The data of the selected application: AID, AIP, records. It is searched over six bytes beyond, which are zeros.
 class ApplicationData {
 public:
-    ApplicationData(ByteView aid, ByteView aip, ByteView records)
+    // False: no memory.
+    bool build(ByteView aid, ByteView aip, ByteView records)
     {
-        constexpr std::size_t kItemHeaders = 4;
-        char digits[12];
-        size_ = kDigits + kItemHeaders + aid.size() + aip.size() + records.size();
-        std::snprintf(digits, sizeof digits, "%06d", static_cast<int>(size_ % 1000000));
-        data_.append(ByteView(reinterpret_cast<const std::uint8_t*>(digits), kDigits));
-        putItem(tag::kAid, aid);
-        putItem(tag::kAip, aip);
-        data_.append(records);
+        static constexpr std::uint8_t kBeyond[6] = {};
+        return putItem(tag::kAid, aid) && putItem(tag::kAip, aip) && data_.append(records) &&
+               data_.append(ByteView(kBeyond, sizeof kBeyond));
     }
 
-    // What is searched: from behind the digits, over the length that they tell. It ends six zeros behind the data.
-    ByteView searched() const { return ByteView(data_.data() + kDigits, size_); }
+    ByteView searched() const { return data_.view(); }
 
 private:
-    static constexpr std::size_t kDigits = 6;
-
-    void putItem(Tag tag, ByteView value)
+    bool putItem(Tag tag, ByteView value)
     {
-        data_.append(tag.view());
-        data_.append(static_cast<std::uint8_t>(value.size()));
-        data_.append(value);
+        const auto length = static_cast<std::uint8_t>(value.size());
+        return data_.append(tag.view()) && data_.append(ByteView(&length, 1)) && data_.append(value);
     }
 
-    ByteBuffer<VORN_APPDATA_CAPACITY + 2 * VORN_RESPONSE_MAX> data_;
-    std::size_t size_ = 0;
+    GrowingBytes data_;
 };
 
 // The state that IC_CtlScriptData goes on from.
@@ -137,13 +129,16 @@ public:
         if (result != VORN_OK) {
             return leave(kGpoFailed, result);
         }
-        Records records;
-        result = records.read(options, ByteView(vrdk_appdatatag, sizeof vrdk_appdatatag));
+        GrowingBytes records;
+        result = readRecords(options.aflView(), ByteView(vrdk_appdatatag, sizeof vrdk_appdatatag), records);
         if (result != VORN_OK) {
             return leave(kRecordsFailed, result);
         }
-        storeLowerCaseHex(stateText_, records.view());
-        const ApplicationData data(application.aidView(), options.aipView(), records.view());
+        storeLowerCaseHex(stateText_, records.view().first(VORN_APPDATA_CAPACITY));
+        ApplicationData data;
+        if (!data.build(application.aidView(), options.aipView(), records.view())) {
+            return leave(kRecordsFailed, VORN_BAD_ARGUMENT);
+        }
         return generate(data.searched(), ByteView(options.aip, sizeof options.aip));
     }
 

@@ -4,6 +4,7 @@
 #include "ICC/ICC_COMM_VORN/call_frame.h"
 #include "ICC/ICC_COMM_VORN/lettered.h"
 #include "ICC/ICC_COMM_VORN/terminal_data.h"
+#include "card/records.h"
 #include "card/tags.h"
 #include "public/local_log.h"
 
@@ -157,7 +158,7 @@ int failedSelection(const Selection& selection)
     return endCall(CardPower::Stays, selection.code());
 }
 
-int readRecords(const Application& application, const char* pszTaglist, Records& records)
+int readApplication(const Application& application, const char* pszTaglist, GrowingBytes& records)
 {
     TerminalData terminalData;
     buildQueryData(terminalData);
@@ -166,7 +167,7 @@ int readRecords(const Application& application, const char* pszTaglist, Records&
         return VORN_GPO_FAILED;
     }
     const WantedTags wanted(pszTaglist);
-    return records.read(options, ByteView(wanted.bytes, wanted.size));
+    return readRecords(options.aflView(), ByteView(wanted.bytes, wanted.size), records);
 }
 
 } // namespace
@@ -195,8 +196,8 @@ extern "C" int IC_GetInfo(const char* nPortNo, const char* extendPort, int nBaud
     if (selection.outcome != Selection::Outcome::Selected) {
         return failedSelection(selection);
     }
-    Records records;
-    const int result = readRecords(application, pszTaglist, records);
+    GrowingBytes records;
+    const int result = readApplication(application, pszTaglist, records);
     if (result != VORN_OK) {
         return endCall(CardPower::Off, result);
     }
