@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: Apache-2.0
+// Values as the tool shows them: hex, texts, amounts, dates, masks, commands and answers in words. What comes from a card
+// must not bring a control character to a terminal.
+#include "support/input.h"
+#include "support/require.h"
+#include "tools/explain/apdu_words.h"
+#include "tools/explain/present.h"
+#include "tools/explain/status_words.h"
+
+#include <algorithm>
+
+using namespace vorn;
+using namespace vorn::fuzz;
+
+namespace {
+
+void requirePrintable(const std::string& text)
+{
+    require(std::none_of(text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7F; }),
+            "no control characters");
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    Input input(data, size);
+    const ByteView first = input.counted();
+    const ByteView second = input.rest();
+    const sim::Bytes bytes(second.data(), second.data() + second.size());
+    const sim::Bytes command(first.data(), first.data() + first.size());
+    const std::string text = stringOf(second);
+    const std::string brief = stringOf(first);
+
+    requirePrintable(tool::printable(text));
+    requirePrintable(tool::textOfGbk(bytes));
+    requirePrintable(tool::commandInWords(command));
+    requirePrintable(tool::answerInWords(command, bytes));
+    tool::commandHex(command, false);
+    tool::statusText(tool::statusOf(bytes));
+    tool::dataOf(bytes);
+    tool::maskPan(brief);
+    tool::maskTrack2(brief);
+    tool::maskPanHex(bytes);
+    tool::maskTrackHex(bytes);
+    tool::amountText(brief, text);
+    tool::dateText(brief);
+    tool::timeText(brief);
+    tool::currencyText(brief);
+    tool::currencyCode(text);
+    tool::currencyDecimals(brief);
+    tool::countryText(brief);
+    tool::transactionTypeText(brief);
+    tool::columns(text);
+    tool::Table table({"a", brief});
+    table.row({text, brief});
+    table.text();
+    if (const auto hex = sim::fromHex(text)) {
+        require(sim::fromHex(sim::toHex(*hex)) == hex, "hex text gives its bytes back");
+    }
+    return 0;
+}
