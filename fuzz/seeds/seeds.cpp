@@ -123,6 +123,8 @@ void writeParts(const std::string& name, const Simulated& reader)
             apdus += counted(command);
             Bytes words = counted(command);
             write("tool_values", part, words += exchange.payload);
+            Bytes mask{0x00, 0x5A};
+            write("tool_mask", part, (mask += counted(command)) += exchange.payload);
         }
         if (apdu && exchange.payload.size() > 4) {
             const Bytes objects(exchange.payload.begin(), exchange.payload.end() - 2);

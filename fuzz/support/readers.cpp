@@ -201,7 +201,7 @@ std::string answerTo(ByteView apdu, bool accepting)
 {
     switch (apdu[1]) {
     case 0xA4:
-        return apdu[5] == '1' ? kDirectory : kFci;
+        return apdu[3] != 0 ? "6A82" : apdu[5] == '1' ? kDirectory : kFci; // there is no next one
     case 0xA8:
         return kOptions;
     case 0xB2:

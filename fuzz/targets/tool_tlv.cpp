@@ -20,8 +20,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         require(node.valueAt <= bytes.size() && node.value.size() <= bytes.size() - node.valueAt,
                 "an object lies in its bytes");
         tool::tagName(node.tag);
-        tool::secretTag(node.tag);
-        tool::maskedHex(node.value);
+        tool::valueHex(node.tag, node.value, show);
         tool::valueInWords(node, show);
     }
     require(tool::hexText(bytes, show).size() >= 2 * bytes.size(), "two characters a byte");

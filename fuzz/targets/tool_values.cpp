@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Values as the tool shows them: hex, texts, amounts, dates, masks, commands and answers in words. What comes from a card
+// Values as the tool shows them: hex, texts, amounts, dates, commands and answers in words. What comes from a card
 // must not bring a control character to a terminal.
 #include "support/input.h"
 #include "support/require.h"
@@ -36,13 +36,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     requirePrintable(tool::textOfGbk(bytes));
     requirePrintable(tool::commandInWords(command));
     requirePrintable(tool::answerInWords(command, bytes));
-    tool::commandHex(command, false);
     tool::statusText(tool::statusOf(bytes));
     tool::dataOf(bytes);
-    tool::maskPan(brief);
-    tool::maskTrack2(brief);
-    tool::maskPanHex(bytes);
-    tool::maskTrackHex(bytes);
     tool::amountText(brief, text);
     tool::dateText(brief);
     tool::timeText(brief);
