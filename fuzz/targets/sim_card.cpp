@@ -23,7 +23,7 @@ nlohmann::json description()
         "records": {"1": [{"57": "6228000100001D30122200000F", "5F20": "54"}],
                     "2": [{"5A": "6228000100001F", "5F34": "01", "8C": "9F0206 9F0306 9F1A02 9505 5F2A02 9A03 9F3704",
                            "8D": "8A02 9F0206 9F0306 9F1A02 9505 5F2A02 9A03 9F3704"}]},
-        "log": {"sfi": 11, "capacity": 3}, "atc": 575, "last_online_atc": 500, "pin": {"value": "1234", "tries": 3},
+        "log": {"sfi": 11, "capacity": 3, "records": []}, "atc": 575, "last_online_atc": 500, "pin": {"value": "1234", "tries": 3},
         "electronic_cash": {"balance": 1000, "limit": 100000, "single_limit": 50000},
         "risk": {"offline_below": 2000, "decline_above": 9000000}}]})");
     card["applications"][0]["keys"] = nlohmann::json::parse(kKeys)["keys"];

@@ -1,31 +1,42 @@
 // SPDX-License-Identifier: Apache-2.0
 // Images of memory cards, and what a card with such blocks does.
 #include "sim/cards/memory_card.h"
+#include "sim/data/named_file.h"
 #include "support/input.h"
 
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <stdexcept>
+#include <string>
 
 using namespace vorn;
 using namespace vorn::fuzz;
 
 namespace {
 
-// A file in memory, the same one for every input.
-const char* fileWith(ByteView bytes)
-{
-    static const int descriptor = memfd_create("image", 0);
-    static const std::string path = "/proc/self/fd/" + std::to_string(descriptor);
-    if (descriptor < 0 || ftruncate(descriptor, 0) != 0 ||
-        pwrite(descriptor, bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) {
-        std::abort();
+// The image as a file, in memory where the system has a folder for that.
+class ImageFile {
+public:
+    explicit ImageFile(ByteView bytes)
+    {
+        const int descriptor = ::open(file_.path().c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+        if (descriptor < 0 || ::write(descriptor, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) {
+            std::abort();
+        }
+        ::close(descriptor);
     }
-    return path.c_str();
-}
+    ~ImageFile() { ::unlink(file_.path().c_str()); }
+    ImageFile(const ImageFile&) = delete;
+    ImageFile& operator=(const ImageFile&) = delete;
+
+    const sim::NamedFile& file() const { return file_; }
+
+private:
+    sim::NamedFile file_{::access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp",
+                         "vorn-fuzz-" + std::to_string(::getpid()) + ".image"};
+};
 
 void use(sim::SectorCard& card, std::uint8_t seed)
 {
@@ -51,7 +62,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Input input(data, size);
     const std::uint8_t seed = input.byte();
     try {
-        sim::SectorCard card(sim::loadImage(fileWith(input.rest())));
+        const ImageFile image(input.rest());
+        sim::SectorCard card(sim::loadImage(image.file()));
         use(card, seed);
     } catch (const std::runtime_error&) { // the complaint that a person gets
     }

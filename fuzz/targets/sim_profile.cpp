@@ -13,17 +13,6 @@ using namespace vorn::fuzz;
 
 namespace {
 
-// Files that a profile names are read by another harness; here they would be real ones.
-bool namesFiles(const std::string& json)
-{
-    for (const char* const key : {"image", "save", "\\u00"}) {
-        if (json.find(key) != std::string::npos) {
-            return true;
-        }
-    }
-    return false;
-}
-
 void use(sim::Reader& reader)
 {
     static const sim::Bytes kCommands[] = {
@@ -45,10 +34,8 @@ void use(sim::Reader& reader)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
+    // Files that it names lie in a folder that is not there.
     const sim::Profile profile{"fuzz", "/nonexistent/fuzz.json", stringOf(ByteView(data, size))};
-    if (namesFiles(profile.json)) {
-        return 0;
-    }
     try {
         sim::Reader reader([] { return std::chrono::milliseconds(0); });
         sim::load(profile, reader);
