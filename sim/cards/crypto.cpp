@@ -77,6 +77,49 @@ Key sessionKey(const Key& key, std::uint16_t atc, SessionKeys method)
     return method == SessionKeys::Pboc ? pbocSessionKey(key, atc) : commonSessionKey(key, atcBlock(atc, 0));
 }
 
+// The first half byte of a PIN block: in VERIFY (ISO 9564-1 format 2), and before a new PIN is combined.
+constexpr char kVerifyFormat = '2';
+constexpr char kChangeFormat = '0';
+
+bool isPin(const std::string& digits)
+{
+    return digits.size() >= 4 && digits.size() <= 12 && digits.find_first_not_of("0123456789") == std::string::npos;
+}
+
+Bytes pinBlockOf(char format, const std::string& digits)
+{
+    constexpr char kLengths[] = "0123456789ABC";
+    if (!isPin(digits)) {
+        throw std::invalid_argument("a PIN has 4 to 12 digits");
+    }
+    std::string text = std::string(1, format) + kLengths[digits.size()] + digits;
+    text.resize(2 * kBlock, 'F');
+    return fromHex(text).value_or(Bytes());
+}
+
+std::string digitsOf(char format, const Bytes& block)
+{
+    const std::string text = toHex(block);
+    if (block.size() != kBlock || text[0] != format) {
+        return {};
+    }
+    const std::string digits = text.substr(2, block[0] & 0x0FU);
+    return isPin(digits) && pinBlockOf(format, digits) == block ? digits : std::string();
+}
+
+// Both ways: what hides a new PIN's block shows it again.
+Bytes hidden(const PinSecret& secret, Bytes block)
+{
+    std::string current = secret.current;
+    current.resize(2 * kBlock, '0');
+    const Bytes digits = fromHex(current).value_or(Bytes(kBlock));
+    for (std::size_t i = 0; i < kBlock; ++i) {
+        const std::uint8_t key = i < kBlock / 2 ? std::uint8_t{0} : secret.card[i];
+        block[i] = static_cast<std::uint8_t>(block[i] ^ key ^ digits[i]);
+    }
+    return block;
+}
+
 } // namespace
 
 const std::array<tlv::Tag, 10> kCryptogramObjects = {0x9F02, 0x9F03, 0x9F1A, 0x95, 0x5F2A,
@@ -182,49 +225,35 @@ Bytes scriptMac(const Key& sessionKey, const Bytes& header, std::uint16_t atc, c
     return {mac.begin(), mac.begin() + kScriptMacSize};
 }
 
-Bytes pinBlock(const std::string& digits)
+Block balanceMac(const Key& sessionKey, std::uint16_t atc, const Bytes& balance)
 {
-    constexpr char kLengths[] = "0123456789ABC";
-    const bool isPin = digits.size() >= 4 && digits.size() <= 12 &&
-                       std::all_of(digits.begin(), digits.end(), [](char c) { return c >= '0' && c <= '9'; });
-    if (!isPin) {
-        throw std::invalid_argument("a PIN has 4 to 12 digits");
-    }
-    std::string text = std::string("2") + kLengths[digits.size()] + digits;
-    text.resize(2 * kBlock, 'F');
-    return fromHex(text).value_or(Bytes());
+    Bytes input = {static_cast<std::uint8_t>(atc >> 8), static_cast<std::uint8_t>(atc & 0xFF)};
+    input.insert(input.end(), balance.begin(), balance.end());
+    input.push_back(0x00);
+    return retailMac(sessionKey, input);
 }
 
-std::string pinDigits(const Bytes& block)
-{
-    const std::string text = toHex(block);
-    if (block.size() != kBlock || text[0] != '2') {
-        return {};
-    }
-    const std::size_t count = block[0] & 0x0FU;
-    const std::string digits = text.substr(2, std::min<std::size_t>(count, 12));
-    const bool isPin = count >= 4 && count <= 12 && digits.find_first_not_of("0123456789") == std::string::npos &&
-                       text.find_first_not_of('F', 2 + count) == std::string::npos;
-    return isPin ? digits : std::string();
-}
+Bytes pinBlock(const std::string& digits) { return pinBlockOf(kVerifyFormat, digits); }
 
-Bytes encipherPin(const Key& sessionKey, const std::string& digits)
+std::string pinDigits(const Bytes& block) { return digitsOf(kVerifyFormat, block); }
+
+Bytes encipherNewPin(const PinSecret& secret, const std::string& digits)
 {
-    Bytes data = pinBlock(digits);
+    Bytes data = hidden(secret, pinBlockOf(kChangeFormat, digits));
     data.insert(data.begin(), static_cast<std::uint8_t>(data.size()));
-    return encrypt(sessionKey, padded(std::move(data)));
+    return encrypt(secret.session, padded(std::move(data)));
 }
 
-std::string decipherPin(const Key& sessionKey, const Bytes& data)
+std::string decipherNewPin(const PinSecret& secret, const Bytes& data)
 {
     if (data.size() != 2 * kBlock) {
         return {};
     }
-    const Bytes plain = decrypt(sessionKey, data);
+    const Bytes plain = decrypt(secret.session, data);
     const Bytes block(plain.begin() + 1, plain.begin() + 1 + kBlock);
     Bytes framed = block;
     framed.insert(framed.begin(), static_cast<std::uint8_t>(kBlock));
-    return plain == padded(framed) ? pinDigits(block) : std::string();
+    return plain == padded(framed) ? digitsOf(kChangeFormat, hidden(secret, block)) : std::string();
 }
 
 } // namespace vorn::sim::crypto

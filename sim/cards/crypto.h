@@ -63,11 +63,25 @@ constexpr std::size_t kScriptMacSize = 4;
 Bytes scriptMac(const Key& sessionKey, const Bytes& header, std::uint16_t atc, const Block& cryptogram,
                 const Bytes& data);
 
-// A PIN of 4 to 12 digits in eight bytes (ISO 9564-1 format 2), as VERIFY carries it, and what PIN CHANGE carries:
-// the block behind its length, padded and enciphered.
+// MAC of the electronic cash in the issuer application data: over the ATC, the balance's last ten digits and a zero; the
+// first four bytes are sent.
+constexpr std::size_t kBalanceMacSize = 4;
+Block balanceMac(const Key& sessionKey, std::uint16_t atc, const Bytes& balance);
+
+// A PIN of 4 to 12 digits in eight bytes (ISO 9564-1 format 2), as VERIFY carries it.
 Bytes pinBlock(const std::string& digits);
 std::string pinDigits(const Bytes& block); // empty when it is no PIN block
-Bytes encipherPin(const Key& sessionKey, const std::string& digits);
-std::string decipherPin(const Key& sessionKey, const Bytes& data); // empty when it is not one
+
+// What a card and its issuer hide a new PIN with: the session key, and the card's own key for cryptograms. `current` is
+// the PIN that the card has, where the command's P2 says that it was combined in as well; else empty.
+struct PinSecret {
+    Key session;
+    Key card;
+    std::string current;
+};
+// PIN CHANGE/UNBLOCK as PBOC has it: length and digits of the new PIN, combined by exclusive or with the last four bytes
+// of the card key's left half and with the current PIN; behind its length, padded and enciphered.
+Bytes encipherNewPin(const PinSecret& secret, const std::string& digits);
+std::string decipherNewPin(const PinSecret& secret, const Bytes& data); // empty when it is none
 
 } // namespace vorn::sim::crypto

@@ -16,7 +16,8 @@ constexpr std::size_t kAccountLines = 1000;
 constexpr std::size_t kArpcSize = 8;
 
 constexpr tlv::Tag kAmount = 0x9F02;
-constexpr tlv::Tag kBalance = 0x9F79, kBalanceLimit = 0x9F77, kSingleLimit = 0x9F78;
+constexpr tlv::Tag kCurrency = 0x5F2A, kCashIndicator = 0x9F7A;
+constexpr tlv::Tag kBalance = 0x9F79, kBalanceLimit = 0x9F77, kSingleLimit = 0x9F78, kResetThreshold = 0x9F6D;
 constexpr tlv::Tag kCounter = 0x9F36, kLastOnlineCounter = 0x9F13, kPinTries = 0x9F17;
 
 Bytes counter(std::uint16_t value)
@@ -107,11 +108,30 @@ std::uint64_t EmvApplication::amount() const
     return found == transaction_.terminal.end() ? 0 : amountFromBcd(found->second);
 }
 
+Bytes EmvApplication::said(tlv::Tag tag) const
+{
+    const auto found = transaction_.terminal.find(tag);
+    return found == transaction_.terminal.end() ? Bytes() : found->second;
+}
+
+// Electronic cash is paid where the terminal says that it takes it, in the card's own currency.
+bool EmvApplication::paysWithCash() const
+{
+    return a_.state.electronicCash && said(kCashIndicator) == Bytes{0x01} && said(kCurrency) == a_.state.cashCurrency;
+}
+
+// What would be left must not fall below the threshold: then the card wants to be loaded again, online.
+bool EmvApplication::coveredByCash() const
+{
+    const ApplicationState& state = a_.state;
+    return amount() <= state.balance && amount() <= state.singleLimit &&
+           state.balance - amount() >= state.resetThreshold.value_or(0);
+}
+
 bool EmvApplication::coveredOffline() const
 {
     const bool below = a_.risk.offlineBelow && amount() <= *a_.risk.offlineBelow;
-    const bool paid = !a_.state.electronicCash || (amount() <= a_.state.balance && amount() <= a_.state.singleLimit);
-    return below && paid;
+    return below && (!paysWithCash() || coveredByCash());
 }
 
 EmvApplication::Decision EmvApplication::decideFirst(std::uint8_t asked) const
@@ -129,7 +149,8 @@ EmvApplication::Decision EmvApplication::decideFirst(std::uint8_t asked) const
         return {kAac, "the amount is above the card's limit of " + money(*a_.risk.declineAbove)};
     }
     if (asked == kTc && coveredOffline()) {
-        return {kTc, "within the card's offline limit"};
+        return {kTc, paysWithCash() ? "electronic cash, within the card's offline limit"
+                                    : "within the card's offline limit"};
     }
     if (a_.risk.refuseOnline) {
         return {kAac, "the card does not go online"};
@@ -167,18 +188,22 @@ Bytes EmvApplication::verificationResults() const
     };
     const unsigned now = code(transaction_.second) << 6 | code(transaction_.first) << 4 |
                          (transaction_.issuerAuthentic && !*transaction_.issuerAuthentic ? 0x08U : 0U) |
-                         (transaction_.pinVerified ? 0x04U : 0U) | (transaction_.pinFailed ? 0x02U : 0U);
+                         (transaction_.pinTried ? 0x04U : 0U) | (transaction_.pinFailed ? 0x02U : 0U);
     const unsigned before = (last_.notCompleted ? 0x80U : 0U) |
                             (!a_.state.pin.empty() && a_.state.pinTries == 0 ? 0x40U : 0U) |
                             (a_.state.lastOnlineAtc == 0 ? 0x10U : 0U) | (last_.issuerAuthFailed ? 0x08U : 0U) |
                             (last_.issuerAuthMissing ? 0x04U : 0U);
     const unsigned scripts = std::min(last_.scripts, 15U) << 4 | (last_.scriptFailed ? 0x08U : 0U);
-    return {0x03, static_cast<std::uint8_t>(now), static_cast<std::uint8_t>(before),
-            static_cast<std::uint8_t>(scripts)};
+    Bytes results = {0x03, static_cast<std::uint8_t>(now), static_cast<std::uint8_t>(before),
+                     static_cast<std::uint8_t>(scripts)};
+    for (std::size_t i = 1; i < results.size(); ++i) {
+        results[i] = static_cast<std::uint8_t>(results[i] | a_.verificationResults[i - 1]);
+    }
+    return results;
 }
 
 // Seven bytes behind their length: key index, cryptogram version, verification results, algorithm. With electronic
-// cash ten more: which kind, the balance's last ten digits and a MAC over balance and ATC.
+// cash eleven more behind their length: which kind, the balance's last ten digits and their MAC.
 Bytes EmvApplication::issuerApplicationData() const
 {
     Bytes data = {0x07, a_.keyIndex, 0x01};
@@ -187,12 +212,10 @@ Bytes EmvApplication::issuerApplicationData() const
     if (a_.state.electronicCash) {
         const Bytes digits = bcdAmount(a_.state.balance);
         const Bytes balance(digits.begin() + 1, digits.end());
-        Bytes input = balance;
-        tlv::append(input, counter(a_.state.atc));
-        const crypto::Block mac = crypto::retailMac(transaction_.keys.mac, input);
+        const crypto::Block mac = crypto::balanceMac(transaction_.keys.mac, a_.state.atc, balance);
         tlv::append(data, {0x0A, 0x01});
         tlv::append(data, balance);
-        tlv::append(data, {mac[0], mac[1], mac[2], mac[3]});
+        data.insert(data.end(), mac.begin(), mac.begin() + crypto::kBalanceMacSize);
     }
     return data;
 }
@@ -234,6 +257,9 @@ Answer EmvApplication::answerCryptogram(const std::map<tlv::Tag, Bytes>& cdol)
     objects[kCounter] = counter(a_.state.atc);
     const crypto::Block cryptogram =
         crypto::applicationCryptogram(transaction_.keys.ac, objects, verificationResults());
+    if (!transaction_.second) {
+        payWithCash(); // the issuer is told of the balance that is left
+    }
     const Bytes data = issuerApplicationData();
     const Bytes cryptogramBytes(cryptogram.begin(), cryptogram.end());
     if (transaction_.second) {
@@ -256,6 +282,14 @@ Answer EmvApplication::answerCryptogram(const std::map<tlv::Tag, Bytes>& cdol)
     return {tlv::encode(0x77, value)};
 }
 
+void EmvApplication::payWithCash()
+{
+    if (*transaction_.first == kTc && paysWithCash()) {
+        a_.state.balance -= std::min(amount(), a_.state.balance);
+        account_.add("electronic cash paid, " + money(a_.state.balance) + " left");
+    }
+}
+
 void EmvApplication::completeFirst()
 {
     if (*transaction_.first == kArqc) {
@@ -264,10 +298,6 @@ void EmvApplication::completeFirst()
         return;
     }
     if (*transaction_.first == kTc) {
-        if (a_.state.electronicCash) {
-            a_.state.balance -= std::min(amount(), a_.state.balance);
-            account_.add("electronic cash paid, " + money(a_.state.balance) + " left");
-        }
         writeLog();
     }
 }
@@ -343,6 +373,9 @@ Answer EmvApplication::getData(const Command& command) const
         live[kBalanceLimit] = bcdAmount(a_.state.balanceLimit);
         live[kSingleLimit] = bcdAmount(a_.state.singleLimit);
     }
+    if (a_.state.electronicCash && a_.state.resetThreshold) {
+        live[kResetThreshold] = bcdAmount(*a_.state.resetThreshold);
+    }
     for (const auto* source : {&a_.data, &std::as_const(live)}) {
         if (const auto found = source->find(tag); found != source->end()) {
             return {tlv::encode(tag, found->second)};
@@ -363,12 +396,14 @@ Answer EmvApplication::verify(const Command& command)
         return refusal(0x6700);
     }
     if (a_.state.pinTries == 0) {
+        transaction_.pinTried = true;
+        transaction_.pinFailed = true;
         account_.add("VERIFY refused: the PIN is blocked");
         return refusal(0x6983);
     }
     const bool right = crypto::pinDigits(command.data) == a_.state.pin;
     a_.state.pinTries = right ? a_.pinTryLimit : a_.state.pinTries - 1;
-    transaction_.pinVerified = right;
+    transaction_.pinTried = true;
     transaction_.pinFailed = !right;
     account_.add(right ? "PIN right" : "PIN wrong, " + std::to_string(a_.state.pinTries) + " tries left");
     return refusal(right ? 0x9000 : 0x63C0 + a_.state.pinTries);
@@ -416,14 +451,16 @@ Answer EmvApplication::putData(const Command& command)
     struct Target {
         tlv::Tag tag;
         const char* name;
-        std::uint64_t& value;
+        std::uint64_t* value; // none: the card does not have it
     };
-    const Target targets[] = {{kBalance, "balance", a_.state.balance},
-                              {kBalanceLimit, "balance limit", a_.state.balanceLimit},
-                              {kSingleLimit, "single transaction limit", a_.state.singleLimit}};
+    const Target targets[] = {
+        {kBalance, "balance", &a_.state.balance},
+        {kBalanceLimit, "balance limit", &a_.state.balanceLimit},
+        {kSingleLimit, "single transaction limit", &a_.state.singleLimit},
+        {kResetThreshold, "reset threshold", a_.state.resetThreshold ? &*a_.state.resetThreshold : nullptr}};
     const auto target = std::find_if(std::begin(targets), std::end(targets),
                                      [&command](const Target& t) { return t.tag == command.p12(); });
-    if (target == std::end(targets) || !a_.state.electronicCash) {
+    if (target == std::end(targets) || target->value == nullptr || !a_.state.electronicCash) {
         return refuseScriptData(kName, "no such object", 0x6A88);
     }
     const Bytes value = scriptData(command);
@@ -431,8 +468,8 @@ Answer EmvApplication::putData(const Command& command)
     if (value.size() != 6 || !decimal) {
         return refuseScriptData(kName, "no amount of twelve digits", 0x6A80);
     }
-    target->value = amountFromBcd(value);
-    account_.add(std::string("script: electronic cash ") + target->name + " is now " + money(target->value));
+    *target->value = amountFromBcd(value);
+    account_.add(std::string("script: electronic cash ") + target->name + " is now " + money(*target->value));
     return {};
 }
 
@@ -466,24 +503,31 @@ Answer EmvApplication::blockCard(const Command& command, bool& cardBlocked)
     return {};
 }
 
-// P2 00 gives the tries back, P2 02 carries a new PIN as well.
+// The new PIN in a PIN CHANGE: P2 01 combines the current one in, P2 02 does without. Empty: there is none in the data.
+std::string EmvApplication::newPin(const Command& command) const
+{
+    const std::string current = command.p2 == 0x01 ? a_.state.pin : std::string();
+    return crypto::decipherNewPin({transaction_.keys.enc, a_.keys->ac, current}, scriptData(command));
+}
+
+// P2 00 gives the tries back, P2 01 and 02 carry a new PIN as well.
 Answer EmvApplication::changePin(const Command& command)
 {
     constexpr char kName[] = "PIN CHANGE/UNBLOCK";
     if (const auto refused = refuseScript(command, kName)) {
         return *refused;
     }
-    if (command.p1 != 0 || (command.p2 != 0x00 && command.p2 != 0x02) || a_.state.pin.empty()) {
+    if (command.p1 != 0 || command.p2 > 0x02 || a_.state.pin.empty()) {
         return refuseScriptData(kName, "not of this form, or no PIN on the card", 0x6A86);
     }
-    const Bytes data = scriptData(command);
-    const std::string digits = command.p2 == 0x02 ? crypto::decipherPin(transaction_.keys.enc, data) : a_.state.pin;
-    if (digits.empty() || (command.p2 == 0x00 && !data.empty())) {
+    const bool unblocks = command.p2 == 0x00;
+    const std::string digits = unblocks ? a_.state.pin : newPin(command);
+    if (digits.empty() || (unblocks && !scriptData(command).empty())) {
         return refuseScriptData(kName, "the data hold no PIN", 0x6A80);
     }
     a_.state.pin = digits;
     a_.state.pinTries = a_.pinTryLimit;
-    account_.add(command.p2 == 0x02 ? "script: PIN changed" : "script: PIN unblocked");
+    account_.add(unblocks ? "script: PIN unblocked" : "script: PIN changed");
     return {};
 }
 

@@ -75,7 +75,7 @@ private:
         std::optional<std::uint8_t> second;
         crypto::Block firstCryptogram{};
         std::optional<bool> issuerAuthentic; // none: EXTERNAL AUTHENTICATE did not come
-        bool pinVerified = false;
+        bool pinTried = false;
         bool pinFailed = false;
     };
 
@@ -85,18 +85,23 @@ private:
     };
 
     std::uint64_t amount() const;
+    Bytes said(tlv::Tag tag) const; // by the terminal
+    bool paysWithCash() const;
+    bool coveredByCash() const;
     bool coveredOffline() const;
     Decision decideFirst(std::uint8_t asked) const;
     Decision decideSecond(std::uint8_t asked) const;
     Bytes verificationResults() const;
     Bytes issuerApplicationData() const;
     Answer answerCryptogram(const std::map<tlv::Tag, Bytes>& cdol);
+    void payWithCash();
     void completeFirst();
     void completeSecond();
     void writeLog();
     std::optional<Answer> refuseScript(const Command& command, const char* name);
     Answer refuseScriptData(const char* name, const std::string& why, unsigned status);
     Bytes scriptData(const Command& command) const;
+    std::string newPin(const Command& command) const;
 
     Application a_;
     Account& account_;

@@ -397,11 +397,15 @@ void readPin(const JsonNode& node, Application& application)
 
 void readElectronicCash(const JsonNode& node, ApplicationState& state)
 {
-    node.allow({"balance", "limit", "single_limit", "comment"});
+    node.allow({"balance", "limit", "single_limit", "reset_threshold", "currency", "comment"});
     state.electronicCash = true;
     state.balance = amountOf(node.at("balance"));
     state.balanceLimit = amountOf(node.at("limit"));
     state.singleLimit = amountOf(node.at("single_limit"));
+    const auto threshold = node.find("reset_threshold");
+    state.resetThreshold = threshold ? std::optional(amountOf(*threshold)) : std::nullopt;
+    const auto currency = node.find("currency");
+    state.cashCurrency = currency ? bytesOf(*currency, 2, 2) : Bytes{0x01, 0x56};
 }
 
 ApplicationState readState(const JsonNode& node, Application& application)
@@ -484,6 +488,7 @@ Application readApplication(const JsonNode& node)
                 "log",
                 "keys",
                 "key_index",
+                "verification_results",
                 "pan",
                 "psn",
                 "atc",
@@ -523,6 +528,8 @@ Application readApplication(const JsonNode& node)
     application.keys = readCardKeys(node, files);
     const auto index = node.find("key_index");
     application.keyIndex = index ? bytesOf(*index, 1, 1)[0] : std::uint8_t{0};
+    const auto results = node.find("verification_results");
+    application.verificationResults = results ? bytesOf(*results, 3, 3) : Bytes(3);
     const auto risk = node.find("risk");
     application.risk = risk ? readRisk(*risk) : RiskRules();
     readState(node, application);

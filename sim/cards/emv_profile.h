@@ -50,6 +50,8 @@ struct ApplicationState {
     std::uint64_t balance = 0; // minor units, as the limits
     std::uint64_t balanceLimit = 0;
     std::uint64_t singleLimit = 0;
+    std::optional<std::uint64_t> resetThreshold; // below it the card wants to be loaded
+    Bytes cashCurrency;                          // ISO 4217, two bytes
 };
 
 struct Application {
@@ -68,6 +70,7 @@ struct Application {
     std::optional<TransactionLog> log;
     std::optional<crypto::KeySet> keys; // the card's own
     std::uint8_t keyIndex = 0;
+    Bytes verificationResults; // three bytes: bits that are set besides the card's own
     unsigned pinTryLimit = 3;
     RiskRules risk;
     ApplicationState state;

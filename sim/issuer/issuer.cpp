@@ -166,12 +166,12 @@ Verification Issuer::verifyCompletion(const std::string& tcText) const
 Bytes Issuer::scriptsFor(const CryptogramItems& items, std::vector<std::string>& texts) const
 {
     const std::uint16_t atc = counterOf(items);
-    const crypto::KeySet session = crypto::sessionKeys(cardKeysOf(rules_.keys, items), atc);
+    const crypto::KeySet keys = cardKeysOf(rules_.keys, items);
     Bytes all;
     for (const ScriptTemplate& script : rules_.scripts) {
         Bytes body = script.identifier ? tlv::encode(0x9F18, *script.identifier) : Bytes();
         for (const ScriptCommand& command : script.commands) {
-            const Bytes apdu = buildScriptCommand(command, session, atc, blockOf(valueOf(items, 0x9F26)));
+            const Bytes apdu = buildScriptCommand(command, keys, atc, blockOf(valueOf(items, 0x9F26)));
             tlv::append(body, tlv::encode(0x86, apdu));
             texts.push_back(command.text);
         }
@@ -180,16 +180,19 @@ Bytes Issuer::scriptsFor(const CryptogramItems& items, std::vector<std::string>&
     return all;
 }
 
-Bytes buildScriptCommand(const ScriptCommand& command, const crypto::KeySet& sessionKeys, std::uint16_t atc,
+Bytes buildScriptCommand(const ScriptCommand& command, const crypto::KeySet& cardKeys, std::uint16_t atc,
                          const crypto::Block& cryptogram)
 {
     if (command.raw) {
         return *command.raw;
     }
-    const Bytes data = command.newPin.empty() ? command.data : crypto::encipherPin(sessionKeys.enc, command.newPin);
+    const crypto::KeySet session = crypto::sessionKeys(cardKeys, atc);
+    const Bytes data = command.newPin.empty()
+                           ? command.data
+                           : crypto::encipherNewPin({session.enc, cardKeys.ac, command.currentPin}, command.newPin);
     Bytes apdu = {0x84, command.ins, command.p1, command.p2,
                   static_cast<std::uint8_t>(data.size() + crypto::kScriptMacSize)};
-    Bytes mac = crypto::scriptMac(sessionKeys.mac, apdu, atc, cryptogram, data);
+    Bytes mac = crypto::scriptMac(session.mac, apdu, atc, cryptogram, data);
     if (command.wrongMac) {
         mac[0] ^= 0xFF;
     }

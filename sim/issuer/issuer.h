@@ -15,8 +15,6 @@
 
 namespace vorn::sim {
 
-struct Profile;
-
 enum class Decision { Approve, Refer, Decline };
 const char* nameOf(Decision decision); // "approve", "refer", "decline"
 
@@ -27,7 +25,8 @@ struct ScriptCommand {
     std::uint8_t p1 = 0;
     std::uint8_t p2 = 0;
     Bytes data;
-    std::string newPin; // enciphered into the data
+    std::string newPin;     // enciphered into the data
+    std::string currentPin; // combined in; empty: the command does without it
     bool wrongMac = false;
     std::optional<Bytes> raw; // sent as it stands
 };
@@ -94,11 +93,11 @@ private:
     IssuerRules rules_;
 };
 
-// The command as the card expects it in the transaction with this counter and first cryptogram.
-Bytes buildScriptCommand(const ScriptCommand& command, const crypto::KeySet& sessionKeys, std::uint16_t atc,
+// The command as the card with these keys expects it in the transaction with this counter and first cryptogram.
+Bytes buildScriptCommand(const ScriptCommand& command, const crypto::KeySet& cardKeys, std::uint16_t atc,
                          const crypto::Block& cryptogram);
 
-Issuer makeIssuer(const nlohmann::json& issuer, const std::string& where); // throws ProfileError
-std::optional<Issuer> issuerOf(const Profile& profile);                    // its member "issuer"
+// issuer: the object in a profile; where: its place, for complaints (ProfileError).
+Issuer makeIssuer(const nlohmann::json& issuer, const std::string& where);
 
 } // namespace vorn::sim

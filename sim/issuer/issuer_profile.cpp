@@ -1,11 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// Reads an issuer from a profile.
+// Reads an issuer from its object in a profile.
 #include "sim/cards/emv_profile.h"
 #include "sim/data/card_values.h"
-#include "sim/data/json_text.h"
-#include "sim/data/profile_error.h"
 #include "sim/issuer/issuer.h"
-#include "sim/profiles/profile.h"
 
 #include <nlohmann/json.hpp>
 
@@ -27,6 +24,7 @@ constexpr CommandRow kCommands[] = {
     {"set_balance", CommandRow::Amount, 0xDA, 0x9F, 0x79},
     {"set_limit", CommandRow::Amount, 0xDA, 0x9F, 0x77},
     {"set_single_limit", CommandRow::Amount, 0xDA, 0x9F, 0x78},
+    {"set_reset_threshold", CommandRow::Amount, 0xDA, 0x9F, 0x6D},
     {"block", CommandRow::Switch, 0x1E, 0x00, 0x00},
     {"unblock", CommandRow::Switch, 0x18, 0x00, 0x00},
     {"block_card", CommandRow::Switch, 0x16, 0x00, 0x00},
@@ -48,8 +46,8 @@ std::string pinOf(const JsonNode& node)
 
 std::vector<ScriptCommand> readCommand(const JsonNode& node)
 {
-    node.allow({"set_balance", "set_limit", "set_single_limit", "block", "unblock", "block_card", "pin", "unblock_pin",
-                "raw", "wrong_mac", "repeat", "comment"});
+    node.allow({"set_balance", "set_limit", "set_single_limit", "set_reset_threshold", "block", "unblock", "block_card",
+                "pin", "current_pin", "unblock_pin", "raw", "wrong_mac", "repeat", "comment"});
     ScriptCommand command;
     const auto wrong = node.find("wrong_mac");
     command.wrongMac = wrong && wrong->flag();
@@ -69,6 +67,13 @@ std::vector<ScriptCommand> readCommand(const JsonNode& node)
         command.p2 = row.p2;
         command.data = row.value == CommandRow::Amount ? bcdAmount(amountOf(*member)) : Bytes();
         command.newPin = row.value == CommandRow::Pin ? pinOf(*member) : std::string();
+    }
+    if (const auto current = node.find("current_pin")) {
+        if (command.newPin.empty()) {
+            current->expected("this beside \"pin\" only");
+        }
+        command.currentPin = pinOf(*current);
+        command.p2 = 0x01;
     }
     if (const auto raw = node.find("raw")) {
         ++named;
@@ -192,13 +197,6 @@ Issuer makeIssuer(const nlohmann::json& issuer, const std::string& where)
     const auto trust = node.find("trust_unverified");
     rules.trustUnverified = trust && trust->flag();
     return Issuer(std::move(rules));
-}
-
-std::optional<Issuer> issuerOf(const Profile& profile)
-{
-    const auto json = parseJson(profile.json, profile.path);
-    const auto issuer = JsonNode(json, profile.path).find("issuer");
-    return issuer ? std::optional(makeIssuer(issuer->value(), profile.path + ": issuer")) : std::nullopt;
 }
 
 } // namespace vorn::sim

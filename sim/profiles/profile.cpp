@@ -325,4 +325,11 @@ void load(const Profile& profile, Reader& reader)
     }
 }
 
+std::optional<Issuer> issuerOf(const Profile& profile)
+{
+    const nlohmann::json json = parseJson(profile.json, profile.path);
+    const auto issuer = JsonNode(json, profile.path).find("issuer");
+    return issuer ? std::optional(makeIssuer(issuer->value(), profile.path + ": issuer")) : std::nullopt;
+}
+
 } // namespace vorn::sim

@@ -3,8 +3,10 @@
 #pragma once
 
 #include "sim/data/profile_error.h"
+#include "sim/issuer/issuer.h"
 #include "sim/reader/reader.h"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,5 +25,8 @@ std::vector<std::string> shippedProfiles();
 
 // Puts the profile's cards, version text and faults into a reader.
 void load(const Profile& profile, Reader& reader);
+
+// Its issuer, when it has one.
+std::optional<Issuer> issuerOf(const Profile& profile);
 
 } // namespace vorn::sim

@@ -111,6 +111,13 @@ TEST(DebitCardExample, IssuersAnswer)
               "21415243527CE78F");
 }
 
+TEST(DebitCardExample, BalancesMac)
+{
+    const Key session =
+        crypto::pbocSessionKey(crypto::cardKey(key("12B1AC4AF070CC35612BFE2D30AB600D"), kAccount, "01"), 0x0240);
+    EXPECT_EQ(text(crypto::balanceMac(session, 0x0240, hex("0000001000"))), "D1F61152F0289A81");
+}
+
 TEST(DebitCardExample, TheWholeWayFromTheIssuersKeys)
 {
     crypto::KeySet issuer{key(kMasterAc), key("12B1AC4AF070CC35612BFE2D30AB600D"),
@@ -224,12 +231,27 @@ TEST(PinBlock, IsReadBackOnlyInItsForm)
 TEST(PinBlock, TravelsEnciphered)
 {
     const Key k = key(kMasterAc);
-    const Bytes secret = crypto::encipherPin(k, "654321");
-    EXPECT_EQ(secret.size(), 16U);
-    EXPECT_EQ(toHex(crypto::decrypt(k, secret)), "0826654321FFFFFFFF80000000000000");
-    EXPECT_EQ(crypto::decipherPin(k, secret), "654321");
-    EXPECT_EQ(crypto::decipherPin(key("0123456789ABCDEFFEDCBA9876543210"), secret), "");
-    EXPECT_EQ(crypto::decipherPin(k, Bytes(8)), "");
+    const Key card = key("014D996FCC8F49157DC8B49E3BCDFD99");
+    const Bytes data = crypto::encipherNewPin({k, card, ""}, "654321");
+    EXPECT_EQ(data.size(), 16U);
+    // 06654321FFFFFFFF with 00000000CC8F4915
+    EXPECT_EQ(toHex(crypto::decrypt(k, data)), "08066543213370B6EA80000000000000");
+    EXPECT_EQ(crypto::decipherNewPin({k, card, ""}, data), "654321");
+    EXPECT_EQ(crypto::decipherNewPin({k, k, ""}, data), "") << "another card";
+    EXPECT_EQ(crypto::decipherNewPin({card, card, ""}, data), "") << "another transaction";
+    EXPECT_EQ(crypto::decipherNewPin({k, card, ""}, Bytes(8)), "");
+}
+
+TEST(PinBlock, TravelsCombinedWithTheCurrentPin)
+{
+    const Key k = key(kMasterAc);
+    const Key card = key("014D996FCC8F49157DC8B49E3BCDFD99");
+    const Bytes data = crypto::encipherNewPin({k, card, "12345"}, "654321");
+    // and with 1234500000000000
+    EXPECT_EQ(toHex(crypto::decrypt(k, data)), "08145113213370B6EA80000000000000");
+    EXPECT_EQ(crypto::decipherNewPin({k, card, "12345"}, data), "654321");
+    EXPECT_NE(crypto::decipherNewPin({k, card, "12346"}, data), "654321");
+    EXPECT_EQ(crypto::decipherNewPin({k, card, ""}, data), "");
 }
 
 // ---------------------------------------------------------------- TLV

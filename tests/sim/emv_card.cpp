@@ -649,6 +649,71 @@ TEST(CardCryptogram, AnOfflinePaymentIsTakenFromTheBalanceAndLogged)
     EXPECT_EQ(terminal.status(terminal.generateCommand("40", 0x8D)), "6985") << "that was the end of it";
 }
 
+TEST(CardElectronicCash, TheBalanceThatIsLeftIsTheOneThatTheIssuerIsTold)
+{
+    Terminal terminal(emvCard(debitCard()));
+    terminal.objects[0x9F02] = unhex("000000000900");
+    terminal.begin();
+    const sim::Bytes answer = terminal.generate("40", 0x8C);
+    EXPECT_EQ(sim::toHex({answer.begin() + 19, answer.begin() + 26}), "0A010000000100");
+}
+
+TEST(CardElectronicCash, IsPaidOnlyWhereTheTerminalTakesItAndInTheCardsCurrency)
+{
+    struct Row {
+        const char* indicator;
+        const char* currency;
+        std::uint64_t left;
+    };
+    for (const Row& row : {Row{"01", "0156", 100}, Row{"00", "0156", 1000}, Row{"01", "0840", 1000}}) {
+        Terminal terminal(emvCard(debitCard()));
+        terminal.objects[0x9F02] = unhex("000000000900");
+        terminal.objects[0x9F7A] = unhex(row.indicator);
+        terminal.objects[0x5F2A] = unhex(row.currency);
+        terminal.begin();
+        EXPECT_EQ(terminal.generate("40", 0x8C)[0], 0x40) << "within the offline limit in any case";
+        EXPECT_EQ(terminal.card().state().balance, row.left) << row.indicator << row.currency;
+        EXPECT_EQ(tells(terminal.card(), "electronic cash paid"), row.left == 100);
+    }
+}
+
+TEST(CardElectronicCash, ItsLimitsDoNotBindWhatItDoesNotPay)
+{
+    Terminal terminal(emvCard(debitCard()));
+    terminal.objects[0x9F02] = unhex("000000001500"); // more than the balance, within the offline limit
+    terminal.objects[0x9F7A] = unhex("00");
+    terminal.begin();
+    EXPECT_EQ(terminal.generate("40", 0x8C)[0], 0x40);
+    terminal.objects[0x9F7A] = unhex("01");
+    terminal.begin();
+    EXPECT_EQ(terminal.generate("40", 0x8C)[0], 0x80);
+}
+
+TEST(CardElectronicCash, AnotherCurrencyCanBeTheCards)
+{
+    Terminal terminal(emvCard(withApplication({{"electronic_cash", {{"currency", "0344"}}}})));
+    terminal.objects[0x9F02] = unhex("000000000900");
+    terminal.objects[0x5F2A] = unhex("0344");
+    terminal.begin();
+    terminal.generate("40", 0x8C);
+    EXPECT_EQ(terminal.card().state().balance, 100U);
+}
+
+TEST(CardElectronicCash, BelowItsResetThresholdTheCardGoesOnline)
+{
+    const json changes = {{"electronic_cash", {{"reset_threshold", 200}}}};
+    for (const auto& [amount, type] : {std::pair("000000000800", 0x40), std::pair("000000000801", 0x80)}) {
+        Terminal terminal(emvCard(withApplication(changes)));
+        terminal.objects[0x9F02] = unhex(amount);
+        terminal.begin();
+        EXPECT_EQ(terminal.send("80CA9F6D00"), "9F6D060000000002009000");
+        EXPECT_EQ(terminal.generate("40", 0x8C)[0], type) << amount;
+    }
+    Terminal without(emvCard(debitCard()));
+    without.select();
+    EXPECT_EQ(without.send("80CA9F6D00"), "6A88");
+}
+
 TEST(CardCryptogram, TheLogKeepsAsManyRecordsAsItHolds)
 {
     Terminal terminal(emvCard(debitCard()));
@@ -781,7 +846,31 @@ TEST(CardIssuerAuthentication, VerificationResultsTellOfPinAndNewCard)
     wrong.begin();
     wrong.send("0020008008249999FFFFFFFFFF");
     wrong.generate("80", 0x8C);
-    EXPECT_EQ(givenCvr(wrong), "03A24000");
+    EXPECT_EQ(givenCvr(wrong), "03A64000") << "performed, and failed";
+
+    Terminal blocked(emvCard(withApplication({{"pin", {{"tries_left", 0}}}})));
+    blocked.begin();
+    EXPECT_EQ(blocked.send("0020008008241234FFFFFFFFFF"), "6983");
+    blocked.generate("80", 0x8C);
+    EXPECT_EQ(givenCvr(blocked), "03A64000") << "the right one comes too late";
+}
+
+// The published transaction, from the issuer's keys to its answer.
+TEST(CardCryptogram, ThePublishedTransactionEndToEnd)
+{
+    Terminal terminal(emvCard(withApplication({{"pin", {{"tries_left", 0}}}, {"verification_results", "000002"}})));
+    terminal.objects[0x9F02] = unhex("000000000001");
+    terminal.objects[0x95] = unhex("0080046000");
+    terminal.objects[0x9A] = unhex("140701");
+    terminal.objects[0x9C] = unhex("00");
+    terminal.begin();
+    EXPECT_EQ(sim::toHex(terminal.generate("80", 0x8C)), "800240"
+                                                         "5D016C91005E7CC2"
+                                                         "07000103A04002010A010000001000D1F61152");
+    const std::string answer = answerFor(terminal, "3031");
+    EXPECT_EQ(answer, "910A21415243527CE78F3031");
+    EXPECT_EQ(terminal.authenticate(answer), "9000");
+    EXPECT_EQ(terminal.generate("40", 0x8D)[0], 0x40);
 }
 
 TEST(CardIssuerAuthentication, AForcedSecondCryptogram)
@@ -819,6 +908,8 @@ TEST(CardProfile, ComplaintsNameThePlaceAndWhatIsExpected)
         {"/applications/0/pin/value", "12", "pin.value: expected a PIN of 4 to 12 digits"},
         {"/applications/0/electronic_cash/balance", "12x", "balance: expected an amount"},
         {"/applications/0/electronic_cash/limit", 1000000000000, "limit: expected an amount"},
+        {"/applications/0/electronic_cash/currency", "01", "currency: expected 2 bytes"},
+        {"/applications/0/verification_results", "02", "verification_results: expected 3 bytes"},
         {"/applications/0/risk/force_first", "XX", "force_first: expected \"AAC\""},
         {"/applications/0/log/records/0/merchant", "a merchant of more than twenty",
          "merchant: expected a merchant name"},

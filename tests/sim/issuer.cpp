@@ -405,12 +405,12 @@ TEST(IssuerScript, UnblocksInATransactionThatIsDeclined)
     EXPECT_EQ(terminal.generate("80", 0x8C)[0], 0x00);
 
     const auto keys = issuerWith().rules().keys;
-    const auto session = sim::crypto::sessionKeys(sim::crypto::cardKeys(keys, "6228000100001", "01"), 576);
+    const auto cardKeys = sim::crypto::cardKeys(keys, "6228000100001", "01");
     sim::crypto::Block first{};
     std::copy_n(terminal.cryptogram.begin() + 3, first.size(), first.begin());
     sim::ScriptCommand unblock;
     unblock.ins = 0x18;
-    EXPECT_EQ(terminal.status(sim::toHex(sim::buildScriptCommand(unblock, session, 576, first))), "9000");
+    EXPECT_EQ(terminal.status(sim::toHex(sim::buildScriptCommand(unblock, cardKeys, 576, first))), "9000");
     terminal.select();
 }
 
@@ -440,6 +440,19 @@ TEST(IssuerScript, ChangesAndUnblocksThePin)
     EXPECT_EQ(terminal.send("0020008008241234FFFFFFFFFF"), "63C2");
     EXPECT_EQ(terminal.send("002000800826987654FFFFFFFF"), "9000");
     EXPECT_TRUE(tells(terminal.card(), "PIN changed"));
+}
+
+TEST(IssuerScript, ChangesThePinWithTheCurrentOne)
+{
+    Terminal terminal = started();
+    const auto unaware =
+        issuerWith(scripts({{{"pin", "987654"}, {"current_pin", "4321"}}})).authorise(terminal.text(false));
+    EXPECT_EQ(terminal.runScript(unaware.text, 0x72), "6A80") << "not the card's PIN";
+    const auto changed =
+        issuerWith(scripts({{{"pin", "987654"}, {"current_pin", "1234"}}})).authorise(terminal.text(false));
+    EXPECT_NE(changed.text.find("84240001"), std::string::npos);
+    EXPECT_EQ(terminal.runScript(changed.text, 0x72), "9000");
+    EXPECT_EQ(terminal.send("002000800826987654FFFFFFFF"), "9000");
 }
 
 TEST(IssuerScript, AWrongMacChangesNothing)
@@ -490,7 +503,7 @@ TEST(IssuerScript, RightMacsOverWrongData)
     json card = debitCard();
     Terminal terminal = started(card);
     const auto keys = issuerWith().rules().keys;
-    const auto session = sim::crypto::sessionKeys(sim::crypto::cardKeys(keys, "6228000100001", "01"), 576);
+    const auto cardKeys = sim::crypto::cardKeys(keys, "6228000100001", "01");
     sim::crypto::Block first{};
     std::copy_n(terminal.cryptogram.begin() + 3, first.size(), first.begin());
     struct Row {
@@ -503,7 +516,8 @@ TEST(IssuerScript, RightMacsOverWrongData)
         {"no such object", 0xDA, 0x9F, 0x50, "000000000001", "6A88"},
         {"five bytes", 0xDA, 0x9F, 0x77, "0000000001", "6A80"},
         {"no digits", 0xDA, 0x9F, 0x77, "00000000000A", "6A80"},
-        {"PIN change of another kind", 0x24, 0x00, 0x01, "", "6A86"},
+        {"PIN change of another kind", 0x24, 0x00, 0x03, "", "6A86"},
+        {"PIN change with the current PIN and without data", 0x24, 0x00, 0x01, "", "6A80"},
         {"PIN change that is not enciphered", 0x24, 0x00, 0x02, "0824123456FFFFFFFF80000000000000", "6A80"},
         {"PIN unblock with data", 0x24, 0x00, 0x00, "00", "6A80"},
     };
@@ -513,7 +527,7 @@ TEST(IssuerScript, RightMacsOverWrongData)
         command.p1 = row.p1;
         command.p2 = row.p2;
         command.data = unhex(row.data);
-        const auto apdu = sim::buildScriptCommand(command, session, 576, first);
+        const auto apdu = sim::buildScriptCommand(command, cardKeys, 576, first);
         EXPECT_EQ(terminal.send(sim::toHex(apdu)), row.status) << row.what;
     }
 }
@@ -564,6 +578,8 @@ TEST(IssuerProfile, ComplaintsNameThePlaceAndWhatIsExpected)
         {scripts({{{"block", true}, {"unblock", true}}}), "commands[0]: expected one script command"},
         {scripts({{{"block", false}}}), "commands[0]: expected one script command"},
         {scripts({{{"pin", "12"}}}), "commands[0].pin: expected a PIN"},
+        {scripts({{{"pin", "123456"}, {"current_pin", "12"}}}), "commands[0].current_pin: expected a PIN"},
+        {scripts({{{"block", true}, {"current_pin", "1234"}}}), "commands[0].current_pin: expected this beside"},
         {scripts({{{"explode", true}}}), "commands[0].explode: unknown here"},
         {scripts({{{"block", true}}}, "73"), "scripts[0].template: expected \"71\" or \"72\""},
         {{{"scripts", {{{"id", "00"}, {"commands", json::array()}}}}}, "scripts[0].id: expected 4 bytes"},

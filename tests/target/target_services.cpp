@@ -145,7 +145,7 @@ TEST_F(Debit, InfoByAidReadsTheSameAccount)
 
 TEST_F(Debit, RawAccessPowersExchangesAndPowersOff)
 {
-    EXPECT_EQ(powerOn(1, 0), "3B6D000051494E47484544454249543031");
+    EXPECT_EQ(powerOn(1, 0), "3BED00008131FE4551494E47484544454249543031A5");
     EXPECT_EQ(apdu(1, 0, "00A404000E315041592E5359532E4444463031").substr(0, 2), "6F");
     EXPECT_EQ(apdu(1, 0, "00A4040005A000000999"), "");
     EXPECT_EQ(IC_PowerOff(port(), "", 9600, 5, 1, 0), 0);
