@@ -571,6 +571,13 @@ TEST_F(CardInfo, TheLastOfTheLettersThatAListHoldsCounts)
     expectInfo(kReadTexts[2]);
 }
 
+TEST_F(CardInfo, PassesOverALetterThatTheListDoesNotHold)
+{
+    contactCard({kThreeRecords, 1}, kReadTexts[1]);
+    EXPECT_EQ(call("", (std::string(134, 'A') + "K").c_str()), 0);
+    expectInfo(kReadTexts[1]);
+}
+
 TEST_F(CardInfo, GoesOnBehindAZeroWhereATagIsExpected)
 {
     const std::string info = infoText({{'A', "6225"}, {'B', "6225=3012"}, {'C', "000000001234"}, {'G', "01"}});
