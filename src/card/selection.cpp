@@ -353,7 +353,6 @@ int vrdk_FinalAppSelect(const unsigned char* aid, int aidLength, unsigned char* 
 
 int VR_selectapp(char* text)
 {
-    constexpr int kFailed = 15;
     constexpr std::uint8_t kIdentifierFile = 0x15;
     constexpr int kIdentifierSize = 10;
     constexpr int kTextLength = 19; // the last of the twenty digits is dropped: hosts compare nineteen
@@ -364,13 +363,13 @@ int VR_selectapp(char* text)
         halftochar(nameText, name, &nameLength);
         Fci fci;
         if (selectByName(viewOf(name, nameLength), kFirst, fci) != kSuccess) {
-            return kFailed;
+            return VORN_PURSE_FAILED;
         }
     }
     std::uint8_t identifier[VORN_PAYLOAD_MAX] = {};
     int length = 0;
     if (VR_read_binary(kIdentifierFile, 0, kIdentifierSize, identifier, &length) != kSuccess) {
-        return kFailed;
+        return VORN_PURSE_FAILED;
     }
     for (int i = 0; i < kIdentifierSize; ++i) {
         char digits[3];
