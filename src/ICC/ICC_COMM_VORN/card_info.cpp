@@ -3,6 +3,7 @@
 #include "ICC/ICC_COMM_VORN/application.h"
 #include "ICC/ICC_COMM_VORN/call_frame.h"
 #include "ICC/ICC_COMM_VORN/lettered.h"
+#include "ICC/ICC_COMM_VORN/letters.h"
 #include "ICC/ICC_COMM_VORN/terminal_data.h"
 #include "card/records.h"
 #include "card/tags.h"
@@ -55,27 +56,32 @@ constexpr Field kFields[] = {
     record('K', tag::kCardholderName, Form::PaddedText),
     record('L', tag::kNameExtended, Form::PaddedText),
 };
+static_assert(holdsInfoLetters(kFields), "one row for each letter of the record");
+
+constexpr std::size_t kFieldTextMax = 2 * VORN_RESPONSE_MAX;
+static_assert(ICC_USER_INFO_CAPACITY == kInfoLetterCount * (4 + kFieldTextMax) + 1, "all fields at their longest");
 
 // The record as it grows.
 class Record {
 public:
     void add(char letter, const char* text, std::size_t length)
     {
-        size_ += std::snprintf(text_ + size_, sizeof text_ - static_cast<std::size_t>(size_), "%c%03d%.*s", letter,
-                               static_cast<int>(length), static_cast<int>(length), text);
+        char head[16];
+        const int headSize = std::snprintf(head, sizeof head, "%c%03d", letter, static_cast<int>(length));
+        text_.append(ByteView(reinterpret_cast<const std::uint8_t*>(head), static_cast<std::size_t>(headSize)));
+        text_.append(ByteView(reinterpret_cast<const std::uint8_t*>(text), length));
     }
 
-    const char* text() const { return text_; }
-    int sizeWithNul() const { return size_ + 1; }
+    const char* text() const { return reinterpret_cast<const char*>(text_.data()); }
+    int sizeWithNul() const { return static_cast<int>(text_.size()) + 1; }
 
 private:
-    char text_[ICC_USER_INFO_CAPACITY] = {};
-    int size_ = 0;
+    ByteBuffer<ICC_USER_INFO_CAPACITY> text_; // full but for the NUL at the most
 };
 
 void addValue(Record& out, const Field& field, const TagValue& value)
 {
-    char text[2 * VORN_RESPONSE_MAX + 1] = {};
+    char text[kFieldTextMax + 1] = {};
     std::size_t size = value.size;
     if (field.form == Form::PaddedText) {
         while (size > 0 && value.bytes[size - 1] == ' ') {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ICC/ICC_COMM_VORN/lettered.h"
 
+#include "ICC/ICC_COMM_VORN/letters.h"
 #include "public/local_log.h"
 
 #include "ICC_COMM_VORN.h"
@@ -12,28 +13,32 @@ namespace vorn {
 namespace {
 
 struct LetterTag {
+    char letter;
     std::uint8_t first, second; // second 0: a tag of one byte
     int advance;
 };
 
 // A to L. E is kept as hosts know it: 9F24, of which only the first byte counts.
 constexpr LetterTag kLetterTags[] = {
-    {0x5A, 0x00, 1}, {0x57, 0x00, 1}, {0x9F, 0x79, 2}, {0x9F, 0x77, 2}, {0x9F, 0x24, 1}, {0x9F, 0x78, 2},
-    {0x5F, 0x34, 2}, {0x9F, 0x36, 2}, {0x9F, 0x62, 2}, {0x9F, 0x61, 2}, {0x5F, 0x20, 2}, {0x9F, 0x0B, 2},
+    {'A', 0x5A, 0x00, 1}, {'B', 0x57, 0x00, 1}, {'C', 0x9F, 0x79, 2}, {'D', 0x9F, 0x77, 2},
+    {'E', 0x9F, 0x24, 1}, {'F', 0x9F, 0x78, 2}, {'G', 0x5F, 0x34, 2}, {'H', 0x9F, 0x36, 2},
+    {'I', 0x9F, 0x62, 2}, {'J', 0x9F, 0x61, 2}, {'K', 0x5F, 0x20, 2}, {'L', 0x9F, 0x0B, 2},
 };
+static_assert(holdsInfoLetters(kLetterTags), "one row for each letter of the record");
 
 // Writes a letter's tag; returns how far the list has grown.
 int writeTag(char letter, unsigned char* tags)
 {
-    if (letter < 'A' || letter > 'L') {
-        return 0;
+    for (const LetterTag& tag : kLetterTags) {
+        if (tag.letter == letter) {
+            tags[0] = tag.first;
+            if (tag.second != 0) {
+                tags[1] = tag.second;
+            }
+            return tag.advance;
+        }
     }
-    const LetterTag& tag = kLetterTags[letter - 'A'];
-    tags[0] = tag.first;
-    if (tag.second != 0) {
-        tags[1] = tag.second;
-    }
-    return tag.advance;
+    return 0;
 }
 
 constexpr std::size_t kFieldMax = 999 + 1; // characters, with the '0' before an odd number of them

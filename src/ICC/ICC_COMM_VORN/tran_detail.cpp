@@ -19,7 +19,7 @@ struct LogField {
     char letter;
     std::size_t at;
     std::size_t size;
-    bool textCounts; // false: the text is written over by the next field
+    bool hasText; // false: the next field stands where the text would
 };
 
 constexpr LogField kFieldsBeforeName[] = {
@@ -31,6 +31,19 @@ constexpr LogField kCounterField = {'X', 43, 2, true};
 
 constexpr std::size_t kNameAt = 22;
 constexpr std::size_t kNameSize = 20;
+
+constexpr std::size_t sizeOf(const LogField& field) { return 4 + (field.hasText ? 2 * field.size : 0); }
+
+constexpr std::size_t groupSizeMax()
+{
+    constexpr std::size_t kUtf8OfOneByteMax = 3;
+    std::size_t size = sizeOf(kCounterField) + 4 + kUtf8OfOneByteMax * kNameSize;
+    for (const LogField& field : kFieldsBeforeName) {
+        size += sizeOf(field);
+    }
+    return size;
+}
+static_assert(ICC_TX_DETAIL_CAPACITY == 255 * groupSizeMax() + 1, "as many records as a log entry can name");
 
 // A log record, zeros behind it.
 struct LogRecord {
@@ -49,26 +62,29 @@ public:
         addHex(kCounterField, record);
     }
 
-    const char* text() const { return text_; }
-    int length() const { return length_; }
+    const char* text() const { return reinterpret_cast<const char*>(text_.data()); }
+    int length() const { return static_cast<int>(text_.size()); }
 
 private:
-    void print(const char* head, int count, const char* text)
+    void append(const char* text)
     {
-        length_ += std::snprintf(text_ + length_, sizeof text_ - static_cast<std::size_t>(length_), "%s%03d%s", head,
-                                 count, text);
+        text_.append(ByteView(reinterpret_cast<const std::uint8_t*>(text), std::strlen(text)));
+    }
+
+    void addHead(char letter, std::size_t count)
+    {
+        char head[16];
+        std::snprintf(head, sizeof head, "%c%03d", letter, static_cast<int>(count));
+        append(head);
     }
 
     void addHex(const LogField& field, const LogRecord& record)
     {
-        const char head[] = {field.letter, '\0'};
-        char hex[2 * 6 + 1];
-        storeHex(hex, ByteView(record.bytes + field.at, field.size));
-        const int count = static_cast<int>(2 * field.size);
-        print(head, count, hex);
-        if (!field.textCounts) {
-            length_ -= count;
-            text_[length_] = '\0';
+        addHead(field.letter, 2 * field.size);
+        if (field.hasText) {
+            char hex[2 * 6 + 1];
+            storeHex(hex, ByteView(record.bytes + field.at, field.size));
+            append(hex);
         }
     }
 
@@ -78,11 +94,11 @@ private:
     {
         char utf8[512] = {};
         GbkToUtf8(reinterpret_cast<const char*>(record.bytes + kNameAt), kNameSize, utf8, sizeof utf8);
-        print("W", static_cast<int>(std::strlen(reinterpret_cast<const char*>(record.bytes + kNameAt))), utf8);
+        addHead('W', std::strlen(reinterpret_cast<const char*>(record.bytes + kNameAt)));
+        append(utf8);
     }
 
-    char text_[ICC_TX_DETAIL_CAPACITY + 64] = {}; // room for the amount that is written over
-    int length_ = 0;
+    ByteBuffer<ICC_TX_DETAIL_CAPACITY> text_; // full but for the NUL at the most
 };
 
 // A record that cannot be read ends the log and powers the card off at once.
