@@ -38,6 +38,18 @@ private:
     std::size_t size_;
 };
 
+// Appends an object, or what stands before its value, with a length of one byte. False: there is no room for it.
+template <std::size_t Capacity>
+bool putHeader(ByteBuffer<Capacity>& out, ByteView tag, std::size_t length)
+{
+    return out.append(tag) && out.append(static_cast<std::uint8_t>(length));
+}
+template <std::size_t Capacity>
+bool putObject(ByteBuffer<Capacity>& out, Tag tag, ByteView value)
+{
+    return putHeader(out, tag.view(), value.size()) && out.append(value);
+}
+
 // Size of the tag at the front; 0 when the walk ends there: padding FF, or a tag that is not finished.
 std::size_t tagSize(ByteView bytes, Bound bound);
 

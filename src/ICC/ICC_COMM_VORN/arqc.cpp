@@ -66,13 +66,6 @@ private:
 // The state that IC_CtlScriptData goes on from.
 using State = ByteBuffer<4 * (VORN_RESPONSE_MAX + 3)>;
 
-void putStateItem(State& state, Tag tag, ByteView value)
-{
-    state.append(tag.view());
-    state.append(static_cast<std::uint8_t>(value.size()));
-    state.append(value);
-}
-
 bool buildState(ByteView applicationData, State& state)
 {
     const TagValue cdol2 = readTag(tag::kCdol2, applicationData);
@@ -80,16 +73,16 @@ bool buildState(ByteView applicationData, State& state)
         return false;
     }
     state.append(m_VrICType);
-    putStateItem(state, tag::kCdol2, cdol2.view());
+    putObject(state, tag::kCdol2, cdol2.view());
     for (const Tag item : {tag::kPan, tag::kPanSequenceNumber}) {
         const TagValue value = readTag(item, applicationData);
         if (value.found) {
-            putStateItem(state, item, value.view());
+            putObject(state, item, value.view());
         }
     }
     const TagValue aip = readTag(tag::kAip, applicationData);
     if (aip.found) {
-        putStateItem(state, tag::kAip, ByteView(aip.bytes, 2));
+        putObject(state, tag::kAip, ByteView(aip.bytes, 2));
     }
     return true;
 }

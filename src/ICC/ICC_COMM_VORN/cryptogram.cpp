@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ICC/ICC_COMM_VORN/cryptogram.h"
 
+#include "ICC/ICC_COMM_VORN/terminal_data.h"
 #include "card/tags.h"
 
 #include "ICC_COMM_VORN.h"
@@ -27,36 +28,37 @@ struct Item {
     Tag tag;
     Source source;
     std::size_t width;
-    std::uint8_t fallback[6];
+    const std::uint8_t* fallback;
     bool firstTagByteOnlyInTc;
 };
 
-constexpr Item from(Source source, Tag tag, std::size_t width = 0) { return {tag, source, width, {}, false}; }
+constexpr Item from(Source source, Tag tag, std::size_t width = 0) { return {tag, source, width, nullptr, false}; }
+
+constexpr std::uint8_t kCapabilities[] = {0x20, 0xA1, 0x00};
 
 constexpr Item kItems[] = {
     from(Source::Cryptogram, tag::kApplicationCryptogram, 8),
     from(Source::Information, tag::kCryptogramInformation, 1),
     from(Source::IssuerData, tag::kIssuerApplicationData),
-    {tag::kUnpredictableNumber, Source::Terminal, 4, {0x12, 0x34, 0x56, 0x78}, false},
+    {tag::kUnpredictableNumber, Source::Terminal, 4, fallback::kNumber, false},
     from(Source::Counter, tag::kAtc, 2),
-    {tag::kTvr, Source::Terminal, 5, {0x00, 0x00, 0x00, 0x08, 0x00}, false},
+    {tag::kTvr, Source::Terminal, 5, fallback::kTvr, false},
     from(Source::LastOnline, tag::kLastOnlineAtc),
-    {tag::kTransactionDate, Source::Terminal, 3, {}, false},
-    {tag::kTransactionType, Source::Terminal, 1, {}, false},
-    {tag::kAmountAuthorised, Source::Terminal, 6, {}, true},
-    {tag::kCurrencyCode, Source::Terminal, 2, {0x01, 0x56}, true},
+    {tag::kTransactionDate, Source::Terminal, 3, fallback::kZeros, false},
+    {tag::kTransactionType, Source::Terminal, 1, fallback::kZeros, false},
+    {tag::kAmountAuthorised, Source::Terminal, 6, fallback::kZeros, true},
+    {tag::kCurrencyCode, Source::Terminal, 2, fallback::kChina, true},
     from(Source::Card, tag::kPan),
     from(Source::Card, tag::kPanSequenceNumber),
     from(Source::Aip, tag::kAip, 2),
-    {tag::kCountryCode, Source::Terminal, 2, {0x01, 0x56}, true},
-    {tag::kAmountOther, Source::Terminal, 6, {}, true},
-    {tag::kTerminalCapabilities, Source::Terminal, 3, {0x20, 0xA1, 0x00}, false},
+    {tag::kCountryCode, Source::Terminal, 2, fallback::kChina, true},
+    {tag::kAmountOther, Source::Terminal, 6, fallback::kZeros, true},
+    {tag::kTerminalCapabilities, Source::Terminal, 3, kCapabilities, false},
 };
 
 void put(CryptogramBuffer& out, ByteView tag, ByteView value, std::size_t width)
 {
-    out.append(tag);
-    out.append(static_cast<std::uint8_t>(width));
+    putHeader(out, tag, width);
     const ByteView kept = value.first(width);
     out.skip(width - kept.size()); // right-aligned behind zeros
     out.append(kept);

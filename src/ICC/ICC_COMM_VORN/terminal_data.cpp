@@ -14,9 +14,10 @@
 namespace vorn {
 namespace {
 
-constexpr std::uint8_t kZeros[6] = {};
-constexpr std::uint8_t kChina[] = {0x01, 0x56}; // ISO 3166-1 and ISO 4217
-constexpr std::uint8_t kTvr[] = {0x00, 0x00, 0x00, 0x08, 0x00};
+using fallback::kChina;
+using fallback::kTvr;
+using fallback::kZeros;
+
 constexpr std::uint8_t kOne[] = {0x01};
 constexpr std::uint8_t kTtq[] = {0xF4, 0x00, 0x00, 0x00};
 constexpr std::uint8_t kCashLimit[] = {0x00, 0x00, 0x01, 0x00, 0x00, 0x00};
@@ -28,18 +29,6 @@ constexpr std::uint8_t kBankName[] = {0xC3, 0x96, 0xC3, 0x90, 0xC2, 0xB9, 0xC3, 
                                       0xC3, 0xAE, 0xC3, 0x92, 0xC3, 0xB8, 0xC3, 0x90, 0xC3, 0x90};
 constexpr std::size_t kMerchantNameSize = 20;
 static_assert(sizeof kBankName == 32, "the name in its stored form");
-
-void putHeader(TerminalData& data, Tag tag, std::size_t length)
-{
-    data.append(tag.view());
-    data.append(static_cast<std::uint8_t>(length));
-}
-
-void putObject(TerminalData& data, Tag tag, ByteView value)
-{
-    putHeader(data, tag, value.size());
-    data.append(value);
-}
 
 // The 00 behind the last object. It counts in the list's length, as the card layer has had it from the first.
 void endList(TerminalData& data) { data.append(0x00); }
@@ -138,7 +127,7 @@ void putAbsent(TerminalData& data, const TerminalObject& item)
     if (item.absent == Absent::LeaveOut) {
         return;
     }
-    putHeader(data, item.tag, item.width);
+    putHeader(data, item.tag.view(), item.width);
     if (item.absent == Absent::Random) {
         putRandom(data, item.width);
     } else {
@@ -158,7 +147,7 @@ void putInFirst(TerminalData& data, const LetteredItems& given, const TerminalOb
         putAbsent(data, item);
         return;
     }
-    putHeader(data, item.tag, item.width);
+    putHeader(data, item.tag.view(), item.width);
     putField(data, item.width, value.view(), item.inFirst);
 }
 
@@ -202,7 +191,6 @@ void buildSecondData(const LetteredItems& given, ByteView responseCode, Terminal
 void buildQueryData(TerminalData& data)
 {
     static constexpr std::uint8_t kAmount[] = {0x00, 0x00, 0x00, 0x00, 0x00, 0x12};
-    static constexpr std::uint8_t kFixedNumber[] = {0x12, 0x34, 0x56, 0x78}; // in place of an unpredictable one
 
     std::uint8_t today[3] = {};
     GetYYMMDD(today);
@@ -216,7 +204,7 @@ void buildQueryData(TerminalData& data)
         {tag::kTvr, {kTvr, sizeof kTvr}},
         {tag::kCurrencyCode, {kChina, sizeof kChina}},
         {tag::kTransactionType, {kOne, sizeof kOne}},
-        {tag::kUnpredictableNumber, {kFixedNumber, sizeof kFixedNumber}},
+        {tag::kUnpredictableNumber, {fallback::kNumber, sizeof fallback::kNumber}},
         {tag::kTerminalTransactionQualifiers, {kTtq, sizeof kTtq}},
         {tag::kCashTerminalSupport, {kOne, sizeof kOne}},
         {tag::kCashTerminalLimit, {kCashLimit, sizeof kCashLimit}},

@@ -8,6 +8,14 @@ namespace vorn {
 
 class LetteredItems;
 
+// What stands for data that a terminal does not have, in the lists and in the texts for the issuer.
+namespace fallback {
+constexpr std::uint8_t kZeros[6] = {};
+constexpr std::uint8_t kChina[] = {0x01, 0x56}; // country and currency: ISO 3166-1 and ISO 4217
+constexpr std::uint8_t kTvr[] = {0x00, 0x00, 0x00, 0x08, 0x00};
+constexpr std::uint8_t kNumber[] = {0x12, 0x34, 0x56, 0x78}; // in place of an unpredictable one
+} // namespace fallback
+
 // A list with the 00 that ends it, which counts in its length.
 using TerminalData = ByteBuffer<384>;
 
