@@ -46,7 +46,8 @@ int run(int argc, char** argv)
     app.set_help_all_flag("--help-all", "Help for all subcommands");
     app.footer("Exit codes are listed in the manual (docs/vorn.md).");
     Action action;
-    for (const auto add : {addInfo, addAtr, addApdu, addSale, addLog, addM1, addWallet, addDevice, addDecode, addSim}) {
+    for (const auto add :
+         {addInfo, addAtr, addApdu, addSale, addLog, addM1, addWallet, addDevice, addDecode, addReplay, addSim}) {
         add(app, action);
     }
     try {

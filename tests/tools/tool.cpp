@@ -579,7 +579,7 @@ TEST_F(ToolTest, AtrIsTakenApart)
     EXPECT_EQ(sam["parts"][0]["name"], "TS");
     EXPECT_EQ(run(scratch, {"atr", "--sim", "psam", "--psam", "3"}).code, kNoCard);
     const Json checked = run(scratch, {"decode", "--atr", "3B8001", "--json"}).json();
-    EXPECT_EQ(checked["objects"].back()["name"], "TCK");
+    EXPECT_EQ(checked["objects"].back()["title"], "TCK");
 }
 
 TEST_F(ToolTest, ApduShowsStatusWords)

@@ -21,6 +21,7 @@ void addM1(CLI::App& root, Action& action);
 void addWallet(CLI::App& root, Action& action);
 void addDevice(CLI::App& root, Action& action);
 void addDecode(CLI::App& root, Action& action);
+void addReplay(CLI::App& root, Action& action);
 void addSim(CLI::App& root, Action& action);
 
 } // namespace vorn::tool

@@ -1,168 +1,290 @@
 // SPDX-License-Identifier: Apache-2.0
-// vorn decode: says what pasted hex means.
-#include "sim/issuer/cryptogram_text.h"
-#include "tools/cli/arguments.h"
+// vorn decode: says what pasted text means, and tells a log file as a story.
+#include "tools/cli/interrupt.h"
 #include "tools/cli/output.h"
 #include "tools/commands/command.h"
-#include "tools/explain/atr_view.h"
-#include "tools/explain/hex.h"
-#include "tools/explain/present.h"
-#include "tools/explain/tlv_view.h"
+#include "tools/commands/new_file.h"
+#include "tools/explain/log_story.h"
+#include "tools/explain/mask.h"
+#include "tools/explain/page.h"
+#include "tools/explain/recognise.h"
+#include "tools/explain/redact.h"
+#include "tools/explain/render.h"
 
 #include <nlohmann/json.hpp>
 
+#include <array>
+#include <cstdio>
+#include <filesystem>
 #include <memory>
+#include <optional>
 
 namespace vorn::tool {
-
-namespace tlv = sim::tlv;
 
 namespace {
 
 struct Options {
     std::vector<std::string> texts;
+    std::string as;
     bool list = false;
     bool arqc = false;
     bool tc = false;
     bool atr = false;
     bool json = false;
     bool show = false;
+    bool force = false;
+    std::string html;
+    std::string redact;
 };
 
-struct Line {
-    std::size_t depth = 0;
-    std::string tag;
-    std::string name;
-    std::string hex;
-    std::string words;
-};
+// ---------------------------------------------------------------- input
 
-Line lineOf(const TlvNode& node, bool show)
-{
-    std::string hex;
-    if (!node.constructed) {
-        hex = valueHex(node.tag, node.value, show);
-    }
-    return {node.depth, tlv::toHex(node.tag), tagName(node.tag), hex, valueInWords(node, show)};
-}
-
-struct Decoded {
-    std::vector<Line> lines;
-    std::string problem;
-};
-
-Decoded decodeObjects(const Bytes& bytes, bool show)
-{
-    const TlvWalk walk = walkTlv(bytes);
-    Decoded result{{}, walk.problem};
-    for (const TlvNode& node : walk.nodes) {
-        result.lines.push_back(lineOf(node, show));
-    }
-    return result;
-}
-
-Decoded decodeList(const Bytes& bytes)
-{
-    Decoded result;
-    const auto list = tlv::parseDol(bytes);
-    if (!list) {
-        return {{}, "not a list of tags and lengths"};
-    }
-    for (const tlv::DolEntry& entry : *list) {
-        result.lines.push_back(
-            {0, tlv::toHex(entry.tag), tagName(entry.tag), "", std::to_string(entry.length) + " bytes"});
-    }
-    return result;
-}
-
-Decoded decodeCryptogram(const Bytes& bytes, sim::CryptogramText kind, bool show)
-{
-    const sim::CryptogramItems items = sim::readCryptogramText(kind, toHex(bytes));
-    Decoded result{{}, items.mistake};
-    for (const auto& [tag, value] : items.values) {
-        result.lines.push_back(lineOf({tag, 0, 0, value, false}, show));
-    }
-    return result;
-}
-
-Decoded decodeAnswer(const Bytes& bytes)
-{
-    Decoded result;
-    for (const AtrPart& part : decodeAtr(bytes)) {
-        result.lines.push_back({0, part.name, part.meaning, part.hex, ""});
-    }
-    return result;
-}
-
-Decoded decode(const Options& options, const Bytes& bytes)
-{
-    if (options.list) {
-        return decodeList(bytes);
-    }
-    if (options.atr) {
-        return decodeAnswer(bytes);
-    }
-    if (options.arqc || options.tc) {
-        return decodeCryptogram(bytes, options.tc ? sim::CryptogramText::Tc : sim::CryptogramText::Arqc, options.show);
-    }
-    return decodeObjects(bytes, options.show);
-}
-
-void printLines(const std::vector<Line>& lines)
-{
-    for (const Line& line : lines) {
-        const std::string indent(2 * line.depth, ' ');
-        printLine(indent + line.tag + (line.name.empty() ? "" : "  " + line.name));
-        if (!line.hex.empty()) {
-            printLine(indent + "    " + line.hex);
+// A file, standard input, or what stood on the command line; read piece by piece.
+class Input {
+public:
+    explicit Input(const std::vector<std::string>& texts)
+    {
+        if (texts.empty() || (texts.size() == 1 && texts[0] == "-")) {
+            file_.reset(stdin, [](std::FILE*) {});
+            return;
         }
-        if (!line.words.empty() && line.words != line.hex) {
-            printLine(indent + "    " + line.words);
+        if (texts.size() == 1 && isFile(texts[0])) {
+            file_.reset(std::fopen(texts[0].c_str(), "rb"), [](std::FILE* file) {
+                if (file != nullptr) {
+                    std::fclose(file);
+                }
+            });
+            if (!file_) {
+                throw Failure(Exit::Usage, "the file cannot be read");
+            }
+            return;
+        }
+        for (const std::string& text : texts) {
+            text_ += (text_.empty() ? "" : " ") + text;
         }
     }
+
+    bool fromFile() const { return file_ && file_.get() != stdin; }
+    void rewind() { std::rewind(file_.get()); }
+
+    // Empty at the end.
+    std::string next()
+    {
+        throwIfInterrupted();
+        if (!file_) {
+            return std::exchange(text_, "");
+        }
+        std::array<char, 65536> piece{};
+        const std::size_t count = std::fread(piece.data(), 1, piece.size(), file_.get());
+        return {piece.data(), count};
+    }
+
+    // At most so much, and a little more when there is more.
+    std::string upTo(std::size_t most)
+    {
+        std::string text;
+        for (std::string piece = next(); !piece.empty(); piece = next()) {
+            text += piece;
+            if (text.size() > most) {
+                break;
+            }
+        }
+        return text;
+    }
+
+private:
+    static bool isFile(const std::string& text)
+    {
+        std::error_code error;
+        return text.size() < 4096 && std::filesystem::exists(text, error) &&
+               !std::filesystem::is_directory(text, error);
+    }
+
+    std::shared_ptr<std::FILE> file_;
+    std::string text_;
+};
+
+// ---------------------------------------------------------------- output
+
+class Output {
+public:
+    explicit Output(const Options& options) : json_(options.json)
+    {
+        if (!options.html.empty()) {
+            file_ = std::make_unique<NewFile>(options.html, options.force);
+            page_.emplace("Card reader log", [this](const std::string& text) { file_->write(text); });
+        }
+    }
+
+    void begin(const std::string& kind)
+    {
+        if (json_ && !page_) {
+            print("{\"kind\": " + Json(kind).dump() + ", \"objects\": [\n");
+        }
+    }
+
+    void item(const Item& item)
+    {
+        if (page_) {
+            page_->add(item);
+        } else if (json_) {
+            print(std::string(first_ ? "" : ",\n") + jsonOf(item).dump(2, ' ', false, Json::error_handler_t::replace));
+        } else {
+            print(textOf(item));
+        }
+        first_ = false;
+    }
+
+    void end(const std::string& problem)
+    {
+        if (page_) {
+            page_->end(problem);
+            file_->close();
+        } else if (json_) {
+            print("\n], \"problem\": " + Json(problem).dump() + "}\n");
+        }
+    }
+
+private:
+    bool json_;
+    bool first_ = true;
+    std::unique_ptr<NewFile> file_;
+    std::optional<Page> page_;
+};
+
+// ---------------------------------------------------------------- decoding
+
+InputKind wanted(const Options& options)
+{
+    if (!options.as.empty()) {
+        return kindOf(options.as).value_or(InputKind::Unknown);
+    }
+    return options.list   ? InputKind::List
+           : options.arqc ? InputKind::Arqc
+           : options.tc   ? InputKind::Tc
+           : options.atr  ? InputKind::AnswerToReset
+                          : InputKind::Unknown;
+}
+
+Exit tellLog(Input& input, const std::string& head, const Options& options)
+{
+    Output output(options);
+    output.begin("log");
+    LogStory story(options.show, [&output](const Item& item) { output.item(item); });
+    for (std::string piece = head; !piece.empty(); piece = input.next()) {
+        story.add(piece.data(), piece.size());
+    }
+    story.end();
+    output.end("");
+    return Exit::Ok;
+}
+
+Exit tell(const std::string& text, InputKind kind, const Options& options)
+{
+    const InputKind found = kind == InputKind::Unknown ? recognise(text) : kind;
+    if (found == InputKind::Unknown) {
+        throw Failure(Exit::Usage,
+                      text.find_first_not_of(" \t\r\n") == std::string::npos
+                          ? "nothing to decode"
+                          : "not understood: '" + excerpt(text) + "' is no hex, no file, and no text of the library",
+                      "vorn decode 6F0A8408A000000333010101; --as KIND names what it is: " + kindNames());
+    }
+    const Explanation explained = explain(found, text, options.show);
+    if (explained.items.empty() && !explained.problem.empty()) {
+        throw Failure(Exit::Usage, explained.problem + ": '" + excerpt(text) + "'");
+    }
+    Output output(options);
+    output.begin(explained.kind);
+    for (const Item& item : explained.items) {
+        output.item(item);
+    }
+    output.end(explained.problem);
+    if (!explained.problem.empty()) {
+        throw Failure(Exit::DataMissing, "not decoded to its end: " + explained.problem);
+    }
+    return Exit::Ok;
+}
+
+// ---------------------------------------------------------------- a copy for others
+
+template <class Use>
+void eachLine(Input& input, Use use)
+{
+    constexpr std::size_t longest = 65536; // a longer one is taken in pieces
+    std::string rest;
+    for (std::string piece = input.next(); !piece.empty(); piece = input.next()) {
+        rest += piece;
+        std::size_t at = 0;
+        for (std::size_t end = rest.find('\n'); end != std::string::npos; end = rest.find('\n', at)) {
+            use(rest.substr(at, end + 1 - at));
+            at = end + 1;
+        }
+        rest.erase(0, at);
+        if (rest.size() > longest) {
+            use(rest);
+            rest.clear();
+        }
+    }
+    if (!rest.empty()) {
+        use(rest);
+    }
+}
+
+Exit redact(Input& input, const Options& options)
+{
+    if (!input.fromFile()) {
+        throw Failure(Exit::Usage, "--redact reads its log twice, so it wants a file",
+                      "vorn decode ICC_COMM_VORN.log --redact copy.log");
+    }
+    Redaction redaction;
+    eachLine(input, [&](const std::string& line) { redaction.learn(line); });
+    redaction.learnEnd();
+    input.rewind();
+    NewFile file(options.redact, options.force);
+    const auto write = [&file](const std::string& text) { file.write(text); };
+    eachLine(input, [&](const std::string& line) { redaction.write(line, write); });
+    redaction.writeEnd(write);
+    file.close();
+    for (const Redaction::Change& change : redaction.changes()) {
+        note("line " + std::to_string(change.line) + ": " + change.what + " was changed");
+    }
+    note(std::to_string(redaction.count()) + " places changed. Check digits of account numbers, cryptograms, MACs and "
+                                             "certificates do not fit the changed values any more; lengths do.");
+    return Exit::Ok;
 }
 
 Exit run(const Options& options)
 {
-    std::string text;
-    for (const std::string& part : options.texts) {
-        text += part == "-" ? readStandardInput() : part;
+    Input input(options.texts);
+    if (!options.redact.empty()) {
+        return redact(input, options);
     }
-    if (options.texts.empty()) {
-        text = readStandardInput();
+    constexpr std::size_t head = 65536;
+    constexpr std::size_t most = 1048576;
+    const InputKind kind = wanted(options);
+    std::string text = input.upTo(head - 1);
+    if (kind == InputKind::Log || (kind == InputKind::Unknown && recognise(text.substr(0, head)) == InputKind::Log)) {
+        return tellLog(input, text, options);
     }
-    const Bytes bytes = bytesOfArgument(text);
-    if (bytes.empty()) {
-        throw Failure(Exit::Usage, "nothing to decode", "vorn decode 6F0A8408A000000333010101");
+    text += text.size() < head ? "" : input.upTo(most);
+    if (text.size() > most) {
+        throw Failure(Exit::Usage, "more than one megabyte, and no log of the library: '" + excerpt(text) + "'");
     }
-    const Decoded decoded = decode(options, bytes);
-    if (options.json) {
-        Json objects = Json::array();
-        for (const Line& line : decoded.lines) {
-            objects.push_back({{"depth", line.depth},
-                               {"tag", line.tag},
-                               {"name", line.name},
-                               {"value", line.hex},
-                               {"words", line.words}});
-        }
-        printJson({{"objects", objects}, {"problem", decoded.problem}});
-    } else {
-        printLines(decoded.lines);
-    }
-    if (!decoded.problem.empty()) {
-        throw Failure(Exit::DataMissing, "not decoded to its end: " + decoded.problem);
-    }
-    return Exit::Ok;
+    return tell(text, kind, options);
 }
+
+std::string checkKind(const std::string& name) { return kindOf(name) ? "" : "one of " + kindNames(); }
 
 } // namespace
 
 void addDecode(CLI::App& root, Action& action)
 {
     const auto options = std::make_shared<Options>();
-    CLI::App* const command = root.add_subcommand("decode", "Say what hex of data objects means");
-    command->add_option("hex", options->texts, "Hex; - or nothing reads standard input");
+    CLI::App* const command = root.add_subcommand("decode", "Say what pasted text or a log file means");
+    command->add_option("text", options->texts, "A file, or hex or other text; - or nothing reads standard input");
     std::vector<CLI::Option*> kinds = {
+        command->add_option("--as", options->as, "What it is, when that cannot be told: " + kindNames())
+            ->check(CLI::Validator(checkKind, "KIND")),
         command->add_flag("--list", options->list, "A list of tags and lengths (PDOL, CDOL, log format)"),
         command->add_flag("--arqc", options->arqc, "The text of an ARQC"),
         command->add_flag("--tc", options->tc, "The text of a TC, whose items have shortened tags"),
@@ -172,8 +294,12 @@ void addDecode(CLI::App& root, Action& action)
             kinds[i]->excludes(kinds[j]);
         }
     }
-    command->add_flag("--json", options->json, "Print JSON");
-    command->add_flag("--show", options->show, "Do not mask account numbers and track data");
+    CLI::Option* const json = command->add_flag("--json", options->json, "Print JSON");
+    command->add_option("--html", options->html, "Write a page to this file, which needs nothing else to be looked at")
+        ->excludes(json);
+    command->add_option("--redact", options->redact, "Write a copy of a log to this file that may be sent to others");
+    command->add_flag("--force", options->force, "Replace the file of --html or --redact");
+    command->add_flag("--show", options->show, "Do not mask what identifies a card or its holder");
     command->callback([options, &action] { action = [options] { return run(*options); }; });
 }
 

@@ -139,6 +139,12 @@ Bytes dataOf(const Bytes& response)
     return response.size() < 2 ? Bytes() : Bytes(response.begin(), response.end() - 2);
 }
 
+bool knownInstruction(std::uint8_t instruction)
+{
+    return std::any_of(std::begin(kRows), std::end(kRows),
+                       [instruction](const Row& row) { return row.ins == instruction; });
+}
+
 std::string commandInWords(const Bytes& apdu)
 {
     if (apdu.size() < kHeaderSize) {

@@ -15,6 +15,7 @@ using sim::Bytes;
 unsigned statusOf(const Bytes& response);
 Bytes dataOf(const Bytes& response);
 
+bool knownInstruction(std::uint8_t instruction);
 std::string commandInWords(const Bytes& apdu);
 // What the response says to that command, without its status; may be empty. Account numbers are not shown.
 std::string answerInWords(const Bytes& apdu, const Bytes& response);

@@ -4,6 +4,7 @@
 #include "tools/explain/hex.h"
 #include "tools/explain/present.h"
 
+#include <iterator>
 #include <numeric>
 #include <optional>
 
@@ -22,23 +23,56 @@ std::string number(const char* what, int value)
     return std::string(what) + (value == 0 ? "reserved" : std::to_string(value));
 }
 
-std::string interfaceMeaning(char letter, int round, std::uint8_t byte)
+std::string clockStop(std::uint8_t byte)
+{
+    static const char* const stops[] = {"no clock stop", "clock stop low", "clock stop high", "clock stop either way"};
+    std::string text = stops[byte >> 6];
+    static const char* const classes[] = {"A (5 V)", "B (3 V)", "C (1.8 V)"};
+    for (unsigned i = 0; i < 3; ++i) {
+        text += (byte >> i & 1U) != 0 ? std::string(", class ") + classes[i] : "";
+    }
+    return text;
+}
+
+// Of the first two rounds, whose bytes are for all protocols but for TC2.
+std::string globalMeaning(char letter, int round, std::uint8_t byte)
 {
     switch (letter) {
     case 'A':
-        return round == 1   ? number("F = ", kClockRates[byte >> 4]) + number(", D = ", kBitRates[byte & 0x0F])
-               : round == 2 ? "specific mode, protocol T=" + std::to_string(byte & 0x0F)
-               : round == 3 ? "information field size " + std::to_string(byte)
-                            : "";
+        return round == 1 ? number("F = ", kClockRates[byte >> 4]) + number(", D = ", kBitRates[byte & 0x0F])
+                          : "specific mode, protocol T=" + std::to_string(byte & 0x0F);
     case 'B':
-        return round == 1 || round == 2 ? "programming voltage, not used any more" : "";
-    case 'C':
-        return round == 1   ? (byte == 0xFF ? "least guard time" : std::to_string(byte) + " extra guard times")
-               : round == 2 ? "waiting time integer " + std::to_string(byte)
-                            : "";
+        return "programming voltage, not used any more";
     default:
-        return "protocol T=" + std::to_string(byte & 0x0F);
+        return round == 2     ? "T=0, waiting time integer " + std::to_string(byte)
+               : byte == 0xFF ? "least guard time"
+                              : std::to_string(byte) + " extra guard times";
     }
+}
+
+// From the third round on the bytes belong to the protocol that the TD before them names; T=15 is none, but says
+// that they are for all.
+std::string interfaceMeaning(char letter, int round, int protocol, bool firstOfProtocol, std::uint8_t byte)
+{
+    if (letter == 'D') {
+        return (byte & 0x0F) == 15 ? "T=15, bytes for all protocols" : "protocol T=" + std::to_string(byte & 0x0F);
+    }
+    if (round <= 2) {
+        return globalMeaning(letter, round, byte);
+    }
+    if (!firstOfProtocol) {
+        return "";
+    }
+    if (protocol == 15) {
+        return letter == 'A' ? clockStop(byte) : letter == 'B' ? "use of contact C6" : "";
+    }
+    if (protocol != 1) {
+        return "";
+    }
+    return letter == 'A'   ? "T=1, information field size " + std::to_string(byte)
+           : letter == 'B' ? "T=1, block waiting " + std::to_string(byte >> 4) + ", character waiting " +
+                                 std::to_string(byte & 0x0F)
+                           : std::string("T=1, check by ") + ((byte & 1U) != 0 ? "CRC" : "LRC");
 }
 
 std::string asText(const Bytes& bytes)
@@ -48,6 +82,46 @@ std::string asText(const Bytes& bytes)
         text += byte >= 0x20 && byte < 0x7F ? static_cast<char>(byte) : '.';
     }
     return "\"" + text + "\"";
+}
+
+const char* compactName(unsigned tag)
+{
+    static const char* const names[] = {"",
+                                        "country code",
+                                        "issuer identification number",
+                                        "card service data",
+                                        "initial access data",
+                                        "card issuer's data",
+                                        "pre-issuing data",
+                                        "card capabilities",
+                                        "status information"};
+    return tag < std::size(names) && tag > 0 ? names[tag] : tag == 0xF ? "application identifier" : "object";
+}
+
+// ISO/IEC 7816-4, 8.1.1: a category, then objects whose tag and length share one byte, then perhaps a status.
+std::vector<AtrPart> historicalParts(const Bytes& bytes)
+{
+    constexpr std::size_t statusSize = 3;
+    const bool withStatus = bytes[0] == 0x00;
+    if ((!withStatus && bytes[0] != 0x80) || (withStatus && bytes.size() < 1 + statusSize)) {
+        return {};
+    }
+    std::vector<AtrPart> parts = {{"  category", toHex({bytes[0]}), "compact objects"}};
+    const std::size_t end = bytes.size() - (withStatus ? statusSize : 0);
+    for (std::size_t at = 1; at < end;) {
+        const std::size_t length = bytes[at] & 0x0FU;
+        if (length > end - at - 1) {
+            return {}; // of another form after all
+        }
+        const auto value = bytes.begin() + static_cast<std::ptrdiff_t>(at) + 1;
+        parts.push_back(
+            {"  object", toHex({value - 1, value + static_cast<std::ptrdiff_t>(length)}), compactName(bytes[at] >> 4)});
+        at += 1 + length;
+    }
+    if (withStatus) {
+        parts.push_back({"  status", toHex({bytes.end() - 3, bytes.end()}), "life cycle and status word"});
+    }
+    return parts;
 }
 
 class Decoder {
@@ -74,6 +148,9 @@ public:
             const Bytes bytes(atr_.begin() + static_cast<std::ptrdiff_t>(at_),
                               atr_.begin() + static_cast<std::ptrdiff_t>(at_ + historical));
             parts_.push_back({"historical", toHex(bytes), asText(bytes)});
+            for (AtrPart& one : historicalParts(bytes)) {
+                parts_.push_back(std::move(one));
+            }
             at_ += historical;
         }
         return check();
@@ -94,8 +171,12 @@ private:
     // The high half of T0 and of each TD says which bytes follow.
     bool interfaceBytes(std::uint8_t indicator)
     {
+        int before = -1; // the protocol of the TD before the last
         for (int round = 1; round <= 8; ++round) {
             const unsigned follow = indicator >> 4;
+            const int protocol = indicator & 0x0F;
+            const bool first = protocol != before || round <= 3;
+            before = protocol;
             for (unsigned i = 0; i < 4; ++i) {
                 if ((follow >> i & 1U) == 0) {
                     continue;
@@ -105,7 +186,8 @@ private:
                     return false;
                 }
                 const char letter = static_cast<char>('A' + static_cast<int>(i));
-                part(std::string("T") + letter + std::to_string(round), *byte, interfaceMeaning(letter, round, *byte));
+                part(std::string("T") + letter + std::to_string(round), *byte,
+                     interfaceMeaning(letter, round, protocol, first, *byte));
                 indicator = *byte;
                 checked_ = checked_ || (letter == 'D' && (*byte & 0x0F) != 0);
             }

@@ -66,11 +66,21 @@ std::string accountHex(const std::string& hex)
     return maskPan(hex.substr(0, padding)) + hex.substr(padding);
 }
 
+// A label or a language: its bytes are characters, and are looked at as such.
+bool plainLabel(Tag tag, const Bytes& value)
+{
+    constexpr Tag labels[] = {0x50, 0x5F2D, 0x9F12};
+    const std::string text(value.begin(), value.end());
+    return std::find(std::begin(labels), std::end(labels), tag) != std::end(labels) &&
+           std::all_of(value.begin(), value.end(), [](int c) { return c >= 0x20 && c < 0x7F; }) &&
+           maskText(text) == text;
+}
+
 // Where the bytes are known to be harmless, so that their digits are not taken for an account number.
 void keepOpaque(const std::vector<TlvNode>& nodes, const std::string& clear, std::string& text)
 {
     for (const TlvNode& node : nodes) {
-        if (!node.constructed && opaqueTag(node.tag)) {
+        if (!node.constructed && (opaqueTag(node.tag) || plainLabel(node.tag, node.value))) {
             text.replace(2 * node.valueAt, 2 * node.value.size(), clear, 2 * node.valueAt, 2 * node.value.size());
         }
     }
@@ -120,7 +130,7 @@ bool opaqueTag(Tag tag) { return std::find(std::begin(kOpaque), std::end(kOpaque
 std::string valueHex(Tag tag, const Bytes& value, bool show)
 {
     const std::string hex = toHex(value);
-    if (show || opaqueTag(tag)) {
+    if (show || opaqueTag(tag) || plainLabel(tag, value)) {
         return hex;
     }
     switch (secretOf(tag)) {
@@ -211,6 +221,8 @@ std::string valueWords(Tag tag, const std::string& words, bool show)
 }
 
 // ---------------------------------------------------------------- text of any kind
+
+std::string maskedUnless(bool show, const std::string& text) { return show ? text : maskText(text); }
 
 std::string excerpt(const std::string& input)
 {

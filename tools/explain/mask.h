@@ -50,6 +50,7 @@ std::string valueWords(Tag tag, const std::string& words, bool show);
 // Messages, log lines, texts of cryptograms, lettered records, dumps: account numbers, tracks and the secret objects
 // and fields that can be found in them are masked. Lengths stay.
 std::string maskText(const std::string& text);
+std::string maskedUnless(bool show, const std::string& text);
 // What a message may repeat of an input that was not understood: a few characters, none of them a digit or a control.
 std::string excerpt(const std::string& input);
 

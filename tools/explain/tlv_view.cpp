@@ -160,6 +160,7 @@ void walkLevel(const Bytes& bytes, std::size_t base, std::size_t depth, TlvWalk&
         const std::size_t valueAt = cursor.position();
         const auto value = length ? cursor.take(*length) : std::nullopt;
         if (!value) {
+            walk.stoppedAt = base + start;
             walk.problem = (tag ? "object " + tlv::toHex(*tag) + " " + place(base + start) + " is not whole"
                                 : "no whole tag " + place(base + start));
             return;

@@ -26,6 +26,7 @@ struct TlvNode {
 struct TlvWalk {
     std::vector<TlvNode> nodes;
     std::string problem;
+    std::size_t stoppedAt = 0; // where the problem is
 };
 
 TlvWalk walkTlv(const Bytes& bytes);

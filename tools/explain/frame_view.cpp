@@ -1,0 +1,184 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/explain/frame_view.h"
+
+#include "tools/explain/apdu_view.h"
+#include "tools/explain/hex.h"
+
+#include <algorithm>
+#include <numeric>
+
+namespace vorn::tool {
+
+namespace {
+
+constexpr std::uint8_t kStart = 0x02;
+constexpr std::uint8_t kEnd = 0x03;
+constexpr std::uint8_t kClass = 0x32;
+constexpr std::uint8_t kApdu = 0x26;
+constexpr std::uint8_t kAuthenticate = 0x42;
+constexpr std::uint8_t kWrite = 0x44;
+
+struct Command {
+    std::uint8_t operation;
+    std::size_t shortest;
+    const char* name;
+};
+
+const Command kCommands[] = {{0x22, 5, "power on"},
+                             {0x23, 3, "power off"},
+                             {0x24, 4, "activate the card in the field"},
+                             {0x25, 4, "switch the field off"},
+                             {kApdu, 7, "APDU"},
+                             {0x41, 4, "activate a memory card"},
+                             {kAuthenticate, 10, "authenticate block"},
+                             {0x43, 3, "read block"},
+                             {kWrite, 19, "write block"}};
+
+struct Status {
+    std::uint8_t code;
+    const char* words;
+};
+
+const Status kStatuses[] = {{0x00, "done"},
+                            {0x02, "no card in the slot"},
+                            {0x03, "the card has no power or is not activated"},
+                            {0x04, "the card answered nothing that is an answer"},
+                            {0x05, "the card's answer is too long"},
+                            {0x06, "no card in the field"},
+                            {0x07, "authentication refused"},
+                            {0x08, "read or write refused"},
+                            {0x0A, "no such slot"},
+                            {0xE0, "unknown command"},
+                            {0xE1, "wrong bytes in the command"},
+                            {0xF0, "wrong frame"}};
+
+const Command* commandOf(const Bytes& content)
+{
+    if (content.size() < 2 || content[0] != kClass) {
+        return nullptr;
+    }
+    const auto* const row = std::find_if(std::begin(kCommands), std::end(kCommands),
+                                         [&](const Command& c) { return c.operation == content[1]; });
+    return row != std::end(kCommands) && content.size() >= row->shortest ? row : nullptr;
+}
+
+Bytes from(const Bytes& bytes, std::size_t at)
+{
+    return {bytes.begin() + static_cast<std::ptrdiff_t>(std::min(at, bytes.size())), bytes.end()};
+}
+
+std::uint8_t byteOf(std::uint8_t high, std::uint8_t low)
+{
+    return static_cast<std::uint8_t>((high & 0x0FU) << 4 | (low & 0x0FU));
+}
+
+// Blocks and keys of memory cards are their holder's, whatever they are.
+std::string memoryHex(const Bytes& content, std::size_t secretAt, bool show)
+{
+    const std::string hex = toHex(content);
+    return show ? hex : hex.substr(0, 2 * secretAt) + std::string(hex.size() - std::min(hex.size(), 2 * secretAt), '*');
+}
+
+Item explainAnswer(const Bytes& content, bool show)
+{
+    const std::uint8_t status = content.size() < 2 ? 0xFF : content[1];
+    const auto* const row = std::find_if(std::begin(kStatuses), std::end(kStatuses),
+                                         [status](const Status& s) { return s.code == status; });
+    const Bytes payload = from(content, 2);
+    Item item = object("", "Answer of the reader",
+                       toHex(Bytes(content.begin(), content.end() - static_cast<std::ptrdiff_t>(payload.size()))) +
+                           hexText(payload, show),
+                       row == std::end(kStatuses) ? "status not known" : row->words);
+    item.failed = status != 0;
+    if (payload.size() >= 2 && looksLikeStatus({payload.end() - 2, payload.end()})) {
+        item.below.push_back(ExchangeView(show).response(payload));
+    }
+    return item;
+}
+
+} // namespace
+
+std::string slotName(std::uint8_t slot)
+{
+    return slot == 0x00                   ? "contact slot"
+           : slot == 0xFF                 ? "card in the field"
+           : slot >= 0x10 && slot <= 0x13 ? "PSAM " + std::to_string(slot - 0x0F)
+                                          : "slot " + toHex({slot});
+}
+
+bool looksLikeReaderCommand(const Bytes& content) { return commandOf(content) != nullptr; }
+
+std::optional<Frame> parseFrame(const Bytes& bytes)
+{
+    constexpr std::size_t shortest = 8; // start, four of length, two of check, end
+    const auto half = [](std::uint8_t byte) { return byte >= 0x30 && byte <= 0x3F; };
+    if (bytes.size() < shortest || bytes.front() != kStart || bytes.back() != kEnd ||
+        !std::all_of(bytes.begin() + 1, bytes.end() - 1, half)) {
+        return std::nullopt;
+    }
+    const std::size_t length = byteOf(bytes[1], bytes[2]) * 256U + byteOf(bytes[3], bytes[4]);
+    Frame frame;
+    for (std::size_t at = 5; at + 4 < bytes.size(); at += 2) {
+        frame.content.push_back(byteOf(bytes[at], bytes[at + 1]));
+    }
+    const std::uint8_t check = byteOf(bytes[bytes.size() - 3], bytes[bytes.size() - 2]);
+    const unsigned sum = std::accumulate(frame.content.begin(), frame.content.end(), 0U,
+                                         [](unsigned a, std::uint8_t b) { return a ^ b; });
+    frame.problem = length != frame.content.size() || bytes.size() % 2 != 0
+                        ? "the frame's length is wrong: it says " + std::to_string(length)
+                    : sum != check ? "the frame's check is wrong"
+                                   : "";
+    return frame;
+}
+
+Item explainReaderCommand(const Bytes& content, bool show)
+{
+    const Command* const row = commandOf(content);
+    if (row == nullptr) {
+        return object("", "Command to the reader", hexText(content, show), "not known");
+    }
+    Item item = object("", "Command to the reader", hexText(content, show), row->name);
+    switch (row->operation) {
+    case 0x22:
+        item.words += ": " + slotName(content[4]);
+        break;
+    case 0x23:
+        item.words += ": " + slotName(content[2]);
+        break;
+    case kApdu: {
+        const Bytes apdu = from(content, 3);
+        item.hex = toHex(Bytes(content.begin(), content.begin() + 3)) + commandHex(apdu, show);
+        item.words += " to the " + slotName(content[2]);
+        item.below.push_back(ExchangeView(show).command(apdu));
+        break;
+    }
+    case kAuthenticate:
+        item.hex = memoryHex(content, 4, show);
+        item.words += " " + std::to_string(content[2]);
+        break;
+    case 0x43:
+    case kWrite:
+        item.hex = memoryHex(content, 3, show);
+        item.words += " " + std::to_string(content[2]);
+        break;
+    default:
+        break;
+    }
+    return item;
+}
+
+Explanation explainFrame(const Bytes& bytes, bool show)
+{
+    const auto frame = parseFrame(bytes);
+    if (!frame) {
+        return {"reader frame", {}, "no frame"};
+    }
+    Explanation result{"reader frame", {}, frame->problem};
+    if (!frame->content.empty()) {
+        result.items.push_back(looksLikeReaderCommand(frame->content) ? explainReaderCommand(frame->content, show)
+                                                                      : explainAnswer(frame->content, show));
+    }
+    return result;
+}
+
+} // namespace vorn::tool

@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: Apache-2.0
+// Takes the library's log file apart: exchanges with the reader, and the entries of the calls between them. The file
+// may come in any pieces and be as long as it likes; what is kept of it is bounded.
+#pragma once
+
+#include "sim/data/bytes.h"
+
+#include <cstddef>
+#include <functional>
+#include <string>
+
+namespace vorn::tool {
+
+using sim::Bytes;
+
+struct LoggedExchange {
+    std::string marker; // "icc_poweron", "capdu"
+    Bytes command;      // as it went to the reader
+    Bytes answer;       // its payload; empty also when none came
+    bool cut = false;   // longer than a reader's frame can be, or the log ends inside
+    std::size_t line = 0;
+};
+
+class LogReader {
+public:
+    struct Receiver {
+        std::function<void(const LoggedExchange&)> exchange;
+        std::function<void(const std::string& text, std::size_t line)> text; // without its line end
+    };
+    explicit LogReader(Receiver receiver) : receiver_(std::move(receiver)) {}
+
+    void add(const char* piece, std::size_t size);
+    void end();
+
+    static constexpr std::size_t kLongestLine = 65536;
+    static constexpr std::size_t kLongestDump = 4096; // bytes
+
+private:
+    enum class State { Text, Command, Answer };
+    void line(const std::string& text);
+    bool mark(const std::string& text);
+    void dump(const Bytes& bytes);
+    void deliver();
+
+    Receiver receiver_;
+    std::string rest_;
+    bool skipping_ = false; // the rest of a line that is too long
+    std::size_t number_ = 0;
+    State state_ = State::Text;
+    LoggedExchange exchange_;
+};
+
+} // namespace vorn::tool

@@ -1,0 +1,145 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/explain/object_view.h"
+
+#include "sim/issuer/cryptogram_text.h"
+#include "tools/explain/bits.h"
+#include "tools/explain/hex.h"
+#include "tools/explain/present.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace vorn::tool {
+
+namespace tlv = sim::tlv;
+
+namespace {
+
+constexpr Tag kCurrency = 0x5F2A;
+constexpr Tag kAmounts[] = {0x9F02, 0x9F03};
+
+bool amount(Tag tag) { return std::find(std::begin(kAmounts), std::end(kAmounts), tag) != std::end(kAmounts); }
+
+// The currency that stands somewhere among the objects; empty when none does.
+std::string currencyIn(const std::vector<TlvNode>& nodes)
+{
+    for (const TlvNode& node : nodes) {
+        if (node.tag == kCurrency && node.value.size() == 2) {
+            return toHex(node.value);
+        }
+    }
+    return {};
+}
+
+// From nodes in the order of the bytes to a tree.
+std::vector<Item> treeOf(const std::vector<TlvNode>& nodes, bool show)
+{
+    const std::string currency = currencyIn(nodes);
+    std::vector<Item> roots;
+    std::vector<std::vector<Item>*> levels = {&roots};
+    for (const TlvNode& node : nodes) {
+        levels.resize(std::min(levels.size(), node.depth + 1));
+        levels.back()->push_back(explainObject(node.tag, node.constructed ? Bytes() : node.value, show, currency));
+        levels.push_back(&levels.back()->back().below);
+    }
+    return roots;
+}
+
+} // namespace
+
+Item explainObject(Tag tag, const Bytes& value, bool show, const std::string& currency)
+{
+    const bool constructed = tlv::constructed(tag);
+    Item item = object(tlv::toHex(tag), tagName(tag), constructed ? "" : valueHex(tag, value, show));
+    if (constructed) {
+        return item;
+    }
+    item.words = valueInWords({tag, 0, 0, value, false}, show);
+    if (amount(tag) && !currency.empty()) {
+        item.words = amountText(toHex(value), currency) + " " + currencyText(currency);
+    }
+    const auto lines = bitsInWords(tag, value);
+    if (lines.size() == 1) {
+        item.words = lines[0];
+    } else {
+        item.words = lines.empty() ? item.words : "";
+        for (const std::string& line : lines) {
+            item.below.push_back(remark(line));
+        }
+    }
+    return item;
+}
+
+Explanation explainObjects(const Bytes& bytes, bool show)
+{
+    const TlvWalk walk = walkTlv(bytes);
+    Explanation result{"objects", treeOf(walk.nodes, show), walk.problem};
+    if (!walk.problem.empty()) {
+        // Masked with what stands before it, so that a cut does not open what it belongs to.
+        result.items.push_back(object("", "not read", hexText(bytes, show).substr(2 * walk.stoppedAt)));
+    }
+    return result;
+}
+
+Explanation explainList(const Bytes& bytes)
+{
+    const auto list = tlv::parseDol(bytes);
+    if (!list) {
+        return {"list", {}, "not a list of tags and lengths"};
+    }
+    Explanation result{"list", {}, {}};
+    for (const tlv::DolEntry& entry : *list) {
+        result.items.push_back(
+            object(tlv::toHex(entry.tag), tagName(entry.tag), "", std::to_string(entry.length) + " bytes"));
+    }
+    return result;
+}
+
+Explanation explainListed(const Bytes& list, const Bytes& values, bool show)
+{
+    const auto entries = tlv::parseDol(list);
+    Explanation result{"values of a list", {}, {}};
+    if (!entries || tlv::dataLength(*entries) != values.size()) {
+        result.problem = entries ? "the values are not as long as the list asks for" : "the list cannot be read";
+        return result;
+    }
+    std::vector<TlvNode> nodes;
+    tlv::Cursor cursor(values);
+    for (const tlv::DolEntry& entry : *entries) {
+        nodes.push_back({entry.tag, 0, cursor.position(), cursor.take(entry.length).value_or(Bytes()), false});
+    }
+    const std::string currency = currencyIn(nodes);
+    for (const TlvNode& node : nodes) {
+        result.items.push_back(explainObject(node.tag, node.value, show, currency));
+    }
+    return result;
+}
+
+Explanation explainCryptogram(bool tc, const Bytes& bytes, bool show)
+{
+    const sim::CryptogramItems items =
+        sim::readCryptogramText(tc ? sim::CryptogramText::Tc : sim::CryptogramText::Arqc, toHex(bytes));
+    Explanation result{tc ? "text of a TC" : "text of an ARQC", {}, items.mistake};
+    const auto currency = items.values.find(kCurrency);
+    for (const auto& [tag, value] : items.values) {
+        result.items.push_back(
+            explainObject(tag, value, show, currency == items.values.end() ? "" : toHex(currency->second)));
+    }
+    return result;
+}
+
+Explanation explainState(const Bytes& bytes, bool show)
+{
+    if (bytes.empty()) {
+        return {"state between the transaction calls", {}, "empty"};
+    }
+    static const char* const interfaces[] = {"", "with contacts", "contactless"};
+    const std::size_t kind = bytes[0];
+    Explanation result = explainObjects(Bytes(bytes.begin() + 1, bytes.end()), show);
+    result.kind = "state between the transaction calls";
+    result.items.insert(result.items.begin(),
+                        object("", "Card", toHex({bytes[0]}), kind < std::size(interfaces) ? interfaces[kind] : ""));
+    return result;
+}
+
+} // namespace vorn::tool
