@@ -28,7 +28,7 @@ struct HexRow {
 const HexRow kHexRows[] = {
     {"account number", "5A0A6229990000710246589F", "5A0A622999*********6589F"},
     {"account number of sixteen digits", "5A086250990710031424", "5A08625099******1424"},
-    {"track 2", "5712622999000071024658 9D30122200000728 7F", "5712622999*********6589D****************"},
+    {"track 2", "5712622999000071024658 9D30122200000728 7F", "5712622999*********6589D***************F"},
     {"track 2 without its beginning's end", "57126229990000710246", "57126229 99**********"},
     {"track 2 data of the contactless kernels", "9F6B0B6250990710031424D30120", "9F6B0B625099******1424D*****"},
     {"track 1", "5605423632325E", "5605**********"},
@@ -83,6 +83,16 @@ TEST(Mask, EveryCutOfARecordHidesTheAccountNumber)
     }
 }
 
+TEST(Mask, TemplatesInTemplatesHideTheAccountNumberAtAnyDepth)
+{
+    std::string record = "5A0A6229990000710246589F";
+    for (int depth = 0; depth < 20; ++depth) {
+        EXPECT_EQ(hexText(bytes(record), false).find("6229990000710"), std::string::npos) << depth;
+        const std::string length = vorn::sim::toHex({static_cast<std::uint8_t>(record.size() / 2)});
+        record = "70" + length + record;
+    }
+}
+
 TEST(Mask, CommandsAndAnswersAreMaskedByWhatTheyAre)
 {
     EXPECT_EQ(commandHex(bytes("0020008008241234FFFFFFFFFF"), false), "0020008008****************");
@@ -126,6 +136,10 @@ const TextRow kTextRows[] = {
      "icc_tempappdata:018D0295055A0A622999*********6589F5F340101"},
     {"date and time", "2026-11-21 22:07:01", "2026-11-21 22:07:01"},
     {"words", "The reader answered with an error, code 8", "The reader answered with an error, code 8"},
+    {"what a host gives a call", "pszTxData:P012000000412500Q012000000000000R0040156J0040156S006261121,pszARPC:",
+     "pszTxData:P012000000412500Q012000000000000R0040156J0040156S006261121,pszARPC:"},
+    {"a record's amounts", "A0164111111111111111B000C012000000035680D012000000100000",
+     "A016411111******1111B000C012000000035680D012000000100000"},
     {"an amount", "000000001250", "000000001250"},
 };
 

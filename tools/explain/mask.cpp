@@ -56,8 +56,11 @@ std::string stars(std::size_t count) { return std::string(count, '*'); }
 std::string trackHex(const std::string& hex)
 {
     const std::size_t separator = std::min(hex.find('D'), hex.size());
-    return separator == hex.size() ? maskMiddle(hex, 6, 0)
-                                   : maskPan(hex.substr(0, separator)) + "D" + stars(hex.size() - separator - 1);
+    if (separator == hex.size()) {
+        return maskMiddle(hex, 6, 0);
+    }
+    const std::size_t padding = hex.find_last_not_of('F') + 1;
+    return maskPan(hex.substr(0, separator)) + "D" + stars(padding - separator - 1) + hex.substr(padding);
 }
 
 std::string accountHex(const std::string& hex)
@@ -76,14 +79,30 @@ bool plainLabel(Tag tag, const Bytes& value)
            maskText(text) == text;
 }
 
-// Where the bytes are known to be harmless, so that their digits are not taken for an account number.
-void keepOpaque(const std::vector<TlvNode>& nodes, const std::string& clear, std::string& text)
+// Whole objects, all of a known kind: each value is looked at by itself, so that the bytes of tags and lengths are not
+// taken for digits of an account number.
+bool allKnown(const TlvWalk& walk)
+{
+    return walk.problem.empty() && !walk.nodes.empty() &&
+           std::none_of(walk.nodes.begin(), walk.nodes.end(),
+                        [](const TlvNode& node) { return tagName(node.tag).empty(); });
+}
+
+std::string maskedHex(const Bytes& bytes)
+{
+    std::string text = toHex(bytes);
+    hideInHex(text);
+    return text;
+}
+
+std::string maskedObjects(const std::vector<TlvNode>& nodes, std::string text)
 {
     for (const TlvNode& node : nodes) {
-        if (!node.constructed && (opaqueTag(node.tag) || plainLabel(node.tag, node.value))) {
-            text.replace(2 * node.valueAt, 2 * node.value.size(), clear, 2 * node.valueAt, 2 * node.value.size());
+        if (!node.constructed) {
+            text.replace(2 * node.valueAt, 2 * node.value.size(), valueHex(node.tag, node.value, false));
         }
     }
+    return text;
 }
 
 void hideSecrets(const std::vector<TlvNode>& nodes, std::string& text)
@@ -135,7 +154,7 @@ std::string valueHex(Tag tag, const Bytes& value, bool show)
     }
     switch (secretOf(tag)) {
     case Secret::None:
-        return hexText(value, false);
+        return maskedHex(value);
     case Secret::AccountNumber:
         return accountHex(hex);
     case Secret::Track2:
@@ -149,16 +168,14 @@ std::string valueHex(Tag tag, const Bytes& value, bool show)
 
 std::string hexText(const Bytes& bytes, bool show)
 {
-    const std::string clear = toHex(bytes);
     if (show) {
-        return clear;
+        return toHex(bytes);
     }
-    std::string text = clear;
-    hideInHex(text);
     const TlvWalk walk = walkTlv(bytes);
-    if (walk.problem.empty()) {
-        keepOpaque(walk.nodes, clear, text);
+    if (allKnown(walk)) {
+        return maskedObjects(walk.nodes, toHex(bytes));
     }
+    std::string text = maskedHex(bytes);
     hideSecrets(walk.nodes, text);
     return text;
 }

@@ -195,16 +195,19 @@ void hideValue(std::string& hex, std::size_t at, std::size_t size, Tag tag)
     const std::size_t digits = endOfDigits(value, 0);
     switch (secretOf(tag)) {
     case Secret::AccountNumber:
-        return hex.replace(at, digits,
-                           at + size > hex.size() ? maskMiddle(value.substr(0, digits), 6, 0)
-                                                  : maskPan(value.substr(0, digits))),
-               void();
-    case Secret::Track2:
-        hide(hex, at + digits, end);
-        return hex.replace(at, digits,
-                           digits < value.size() ? maskPan(value.substr(0, digits))
-                                                 : maskMiddle(value.substr(0, digits), 6, 0)),
-               void();
+        hex.replace(at, digits,
+                    at + size > hex.size() ? maskMiddle(value.substr(0, digits), 6, 0)
+                                           : maskPan(value.substr(0, digits)));
+        return;
+    case Secret::Track2: {
+        const std::size_t padding = at + size > hex.size() ? value.size() : value.find_last_not_of("Ff") + 1;
+        const bool separated = digits < value.size() && (value[digits] == 'D' || value[digits] == 'd');
+        hide(hex, at + digits + (separated ? 1 : 0), at + padding);
+        hex.replace(at, digits,
+                    digits < value.size() ? maskPan(value.substr(0, digits))
+                                          : maskMiddle(value.substr(0, digits), 6, 0));
+        return;
+    }
     default:
         hide(hex, at, end);
     }
@@ -395,21 +398,61 @@ std::size_t recordAt(const std::string& text, std::size_t at, std::vector<Field>
     return at;
 }
 
-void hideRecords(std::string& text)
+struct Span {
+    std::size_t from, to;
+};
+
+// What a host gives the transaction calls: amounts, dates, codes, in fields of other letters.
+std::size_t transactionDataAt(const std::string& text, std::size_t at)
 {
+    constexpr std::size_t header = 4;
+    constexpr std::size_t longest = 64;
+    std::size_t fields = 0;
+    while (at + header <= text.size() && text[at] >= 'J' && text[at] <= 'V' && allDigits(text, at + 1, at + header)) {
+        const std::size_t size = std::stoul(text.substr(at + 1, 3));
+        const std::size_t end = at + header + size;
+        if (size > longest || end > text.size() || endOfHex(text, at + header) < end) {
+            break;
+        }
+        at = end;
+        ++fields;
+    }
+    return fields >= 2 ? at : std::string::npos;
+}
+
+// Hides the secret fields; what is left of the records needs no other look.
+std::vector<Span> hideRecords(std::string& text)
+{
+    constexpr const char* begins = "ABCDEFGHIJKLMNOPQRSTUV";
     std::vector<Field> fields;
-    for (std::size_t at = text.find_first_of("ABCDEFGHIJKL"); at != std::string::npos;
-         at = text.find_first_of("ABCDEFGHIJKL", at)) {
-        const bool boundary = at == 0 || !letterOrDigit(text[at - 1]);
+    std::vector<Span> spans;
+    for (std::size_t at = text.find_first_of(begins); at != std::string::npos; at = text.find_first_of(begins, at)) {
+        if (at > 0 && letterOrDigit(text[at - 1])) {
+            ++at;
+            continue;
+        }
         const std::size_t end = recordAt(text, at, fields);
-        const bool record = boundary && (fields.size() >= 2 || (fields.size() == 1 && end == text.size()));
+        const bool record = fields.size() >= 2 || (fields.size() == 1 && end == text.size());
+        const std::size_t data = record ? end : transactionDataAt(text, at);
         for (const Field& field : fields) {
             if (record) {
                 hideField(text, field);
             }
         }
-        at = record ? end : at + 1;
+        if (data != std::string::npos) {
+            spans.push_back({at, data});
+        }
+        at = data != std::string::npos ? data : at + 1;
     }
+    return spans;
+}
+
+void hideBetween(std::string& text, std::size_t from, std::size_t to)
+{
+    std::string part = text.substr(from, to - from);
+    hideTracks(part);
+    hidePieces(part);
+    text.replace(from, to - from, part);
 }
 
 } // namespace
@@ -436,9 +479,12 @@ void hideInHex(std::string& hex)
 std::string maskText(const std::string& text)
 {
     std::string masked = text;
-    hideRecords(masked);
-    hideTracks(masked);
-    hidePieces(masked);
+    std::size_t from = 0;
+    for (const Span& span : hideRecords(masked)) {
+        hideBetween(masked, from, span.from);
+        from = span.to;
+    }
+    hideBetween(masked, from, masked.size());
     return masked;
 }
 

@@ -14,7 +14,7 @@ const char* const kCommandMark = "Indata----";
 const char* const kAnswerMark = "Outdata----";
 constexpr std::size_t kReaderHeader = 3;
 constexpr std::size_t kLongestBlock = 65536;
-constexpr std::size_t kShortestSecret = 6;
+constexpr std::size_t kShortestSecret = 9;
 
 bool dumpLine(const std::string& line)
 {
@@ -40,6 +40,15 @@ std::string filled(std::string text, const std::string& dense)
     }
     return text;
 }
+
+// Zeros and blanks may stand anywhere without being anybody's.
+bool telling(const std::string& secret)
+{
+    constexpr std::size_t different = 4;
+    return std::set<char>(secret.begin(), secret.end()).size() >= different;
+}
+
+bool powersOn(const Bytes& command) { return command.size() > 1 && (command[1] == 0x22 || command[1] == 0x24); }
 
 std::string maskedCommand(const Bytes& command)
 {
@@ -96,10 +105,15 @@ std::string Redaction::masked(const Block& block)
         return maskText(block.text);
     }
     if (block.command) {
-        apdu_ = bytes->size() > kReaderHeader ? Bytes(bytes->begin() + kReaderHeader, bytes->end()) : Bytes();
+        command_ = *bytes;
         return filled(block.text, maskedCommand(*bytes));
     }
-    return filled(block.text, responseHex(apdu_, *bytes, false));
+    if (powersOn(command_)) {
+        return block.text; // an answer to reset
+    }
+    const Bytes apdu(command_.begin() + static_cast<std::ptrdiff_t>(std::min(kReaderHeader, command_.size())),
+                     command_.end());
+    return filled(block.text, responseHex(apdu, *bytes, false));
 }
 
 // ---------------------------------------------------------------- what is secret
@@ -111,8 +125,7 @@ void Redaction::remember(const std::string& clear, const std::string& hidden)
     for (std::size_t at = is.find('*'); at < is.size(); at = is.find('*', at)) {
         const std::size_t end = std::min(is.find_first_not_of('*', at), is.size());
         std::string secret = was.substr(at, end - at);
-        const bool plain = secret.find_first_not_of(secret.substr(0, 1)) == std::string::npos; // only blanks or zeros
-        if (secret.size() >= kShortestSecret && !plain && secrets_.size() < kMostSecrets) {
+        if (secret.size() >= kShortestSecret && telling(secret) && secrets_.size() < kMostSecrets) {
             secrets_.insert(std::move(secret));
         }
         at = end;
@@ -129,7 +142,7 @@ void Redaction::learnEnd()
     flush([this](const Block& block) { remember(block.text, masked(block)); });
     number_ = 0;
     block_ = {};
-    apdu_.clear();
+    command_.clear();
 }
 
 // ---------------------------------------------------------------- writing

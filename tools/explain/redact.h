@@ -48,7 +48,7 @@ private:
     std::string zeroed(const Block& block);
 
     Block block_;
-    sim::Bytes apdu_; // of the command before an answer
+    sim::Bytes command_; // to the reader, before an answer
     std::size_t number_ = 0;
     std::set<std::string> secrets_; // digits and letters of what was hidden, longer ones only
     std::vector<Change> changes_;

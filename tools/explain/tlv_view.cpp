@@ -165,9 +165,9 @@ void walkLevel(const Bytes& bytes, std::size_t base, std::size_t depth, TlvWalk&
                                 : "no whole tag " + place(base + start));
             return;
         }
-        const bool constructed = tlv::constructed(*tag);
+        const bool constructed = tlv::constructed(*tag) && depth < kDeepest; // deeper ones are bytes
         walk.nodes.push_back({*tag, depth, base + valueAt, *value, constructed});
-        if (constructed && depth < kDeepest) {
+        if (constructed) {
             walkLevel(*value, base + valueAt, depth + 1, walk);
         }
     }
