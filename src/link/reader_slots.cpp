@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The reader's slot commands, each with its four log entries.
+#include "link/reader_commands.h"
 #include "link/reader_frame.h"
 #include "public/bytes.h"
 #include "public/local_log.h"
@@ -14,11 +15,9 @@ unsigned char m_VrICType = VORN_INTERFACE_NONE;
 namespace {
 
 using vorn::ByteView;
+using vorn::Operation;
+using vorn::ReaderCommand;
 using vorn::ReaderReply;
-
-constexpr std::uint8_t kCardClass = 0x32;
-
-enum Operation : std::uint8_t { kPowerOn = 0x22, kPowerOff = 0x23, kActivate = 0x24, kDeactivate = 0x25, kApdu = 0x26 };
 
 // A reply that never came has no length, and an empty dump.
 void logCommand(const char* marker, ByteView command, const ReaderReply& reply)
@@ -29,34 +28,24 @@ void logCommand(const char* marker, ByteView command, const ReaderReply& reply)
     messLog_write_bcd(reply.payload, reply.arrived ? reply.size : 0);
 }
 
-int slotCommand(const char* marker, ByteView command, unsigned char* out = nullptr, int* outLen = nullptr)
+int slotCommand(const char* marker, const ReaderCommand& command, unsigned char* out = nullptr, int* outLen = nullptr)
 {
     ReaderReply reply;
-    vorn::exchangeFrame(command, reply);
+    vorn::exchangeFrame(command.view(), reply);
     const int result = vorn::deliver(reply, out, outLen);
-    logCommand(marker, command, reply);
+    logCommand(marker, command.view(), reply);
     return result;
-}
-
-template <std::size_t N>
-int slotCommand(const char* marker, const std::uint8_t (&command)[N], unsigned char* out = nullptr,
-                int* outLen = nullptr)
-{
-    return slotCommand(marker, ByteView(command, N), out, outLen);
 }
 
 int powerOnResult(int result) { return result == VORN_READER_REFUSED ? VORN_POWER_ON_REFUSED : result; }
 
 int passApdu(const char* marker, std::uint8_t slot, const unsigned char* apdu, int n, unsigned char* resp, int* respLen)
 {
-    vorn::ByteBuffer<VORN_COMMAND_MAX> command;
-    command.append(kCardClass);
-    command.append(kApdu);
-    command.append(slot);
-    if (n < 0 || !command.append(vorn::viewOf(apdu, n))) {
+    ReaderCommand command(Operation::Apdu, {slot});
+    if (n < 0 || !command.with(vorn::viewOf(apdu, n)).complete()) {
         return VORN_BAD_ARGUMENT;
     }
-    return slotCommand(marker, command.view(), resp, respLen);
+    return slotCommand(marker, command, resp, respLen);
 }
 
 } // namespace
@@ -65,27 +54,19 @@ extern "C" {
 
 int icc_poweron(int slot, unsigned char* atr, int* atrLen)
 {
-    const std::uint8_t command[] = {kCardClass, kPowerOn, 0x01, 0x80, static_cast<std::uint8_t>(slot)};
+    const ReaderCommand command(Operation::PowerOn, {0x01, 0x80, static_cast<std::uint8_t>(slot)});
     return powerOnResult(slotCommand("icc_poweron", command, atr, atrLen));
 }
 
 int picc_Active(unsigned char* atr, int* atrLen)
 {
-    const std::uint8_t command[] = {kCardClass, kActivate, 0x01, 0x80};
+    const ReaderCommand command(Operation::Activate, {0x01, 0x80});
     return powerOnResult(slotCommand("picc_Active", command, atr, atrLen));
 }
 
-int icc_poweroff(unsigned char slot)
-{
-    const std::uint8_t command[] = {kCardClass, kPowerOff, slot};
-    return slotCommand("icc_poweroff", command);
-}
+int icc_poweroff(unsigned char slot) { return slotCommand("icc_poweroff", ReaderCommand(Operation::PowerOff, {slot})); }
 
-int picc_Deactive()
-{
-    const std::uint8_t command[] = {kCardClass, kDeactivate, 0x00, 0x00};
-    return slotCommand("picc_Deactive", command);
-}
+int picc_Deactive() { return slotCommand("picc_Deactive", ReaderCommand(Operation::Deactivate, {0x00, 0x00})); }
 
 int icc_sendcommand(const unsigned char* apdu, int n, unsigned char* resp, int* respLen)
 {
