@@ -1,12 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "link/myusb.h"
 
+#include "public/console.h"
+#include "public/quiet_signals.h"
+
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 
 namespace {
 
 constexpr int kTransferTimeoutMs = 10000;
+constexpr int kStrayPacketMs = 20;
+constexpr int kStrayPacketsMax = 256; // of a device that never stops
 
 unsigned char endpointAddress(int endpoint) { return static_cast<unsigned char>(endpoint & 0xFF); }
 
@@ -18,13 +24,14 @@ void Myusb::init(int vid, int pid)
     pid_ = pid;
     initialised_ = libusb_init(nullptr) == 0;
     if (!initialised_) {
+        const vorn::QuietSignals quiet;
         std::fputs("failed to initialise libusb\n", stderr);
     }
     // libusb cannot list anything on a context that does not exist.
     libusb_device** devices = nullptr;
     const ssize_t count = initialised_ ? libusb_get_device_list(context_, &devices) : -1;
     if (count < 0) {
-        std::perror("Get Device Error\n");
+        vorn::printError("Get Device Error\n");
         return;
     }
     for (ssize_t i = 0; i < count; ++i) {
@@ -37,7 +44,7 @@ void Myusb::printdev(libusb_device* dev)
 {
     libusb_device_descriptor descriptor{};
     if (libusb_get_device_descriptor(dev, &descriptor) < 0) {
-        std::puts("failed to get device descriptor");
+        vorn::print("failed to get device descriptor\n");
         return;
     }
     libusb_config_descriptor* config = nullptr;
@@ -76,24 +83,36 @@ int Myusb::setInterface(int n)
     return 0;
 }
 
+// A transfer to the wrong direction's endpoint would write where nothing may be written, or read without an end.
+bool Myusb::hasBothEndpoints() const
+{
+    const auto isIn = [](int endpoint) { return (endpoint & LIBUSB_ENDPOINT_IN) != 0; };
+    return outEndpoint_ != 0 && !isIn(outEndpoint_) && isIn(inEndpoint_);
+}
+
 int Myusb::open(int vid, int pid)
 {
     handle_ = initialised_ ? libusb_open_device_with_vid_pid(context_, static_cast<std::uint16_t>(vid),
                                                              static_cast<std::uint16_t>(pid))
                            : nullptr;
     if (handle_ == nullptr) {
-        std::perror("Cannot open device\n");
+        vorn::printError("Cannot open device\n");
         return -1;
     }
-    std::puts("Device Opened");
+    if (!hasBothEndpoints()) {
+        errno = ENXIO;
+        vorn::printError("Cannot open device\n");
+        return -1;
+    }
+    vorn::print("Device Opened\n");
     if (libusb_kernel_driver_active(handle_, 0) == 1) {
-        std::puts("Kernel Driver Active");
+        vorn::print("Kernel Driver Active\n");
         if (libusb_detach_kernel_driver(handle_, 0) == 0) {
-            std::puts("Kernel Driver Detached!");
+            vorn::print("Kernel Driver Detached!\n");
         }
     }
     if (libusb_claim_interface(handle_, 0) < 0) {
-        std::perror("Cannot Claim Interface\n");
+        vorn::printError("Cannot Claim Interface\n");
         return -1;
     }
     claimed_ = true;
@@ -107,7 +126,7 @@ int Myusb::close()
         result = libusb_release_interface(handle_, 0);
         claimed_ = false;
     }
-    std::puts(result == 0 ? "Released Interface!" : "Cannot Released Interface!");
+    vorn::print("%s\n", result == 0 ? "Released Interface!" : "Cannot Released Interface!");
     release();
     return result;
 }
@@ -132,7 +151,7 @@ int Myusb::write(unsigned char* buf, int n)
 {
     const int result =
         libusb_bulk_transfer(handle_, endpointAddress(outEndpoint_), buf, n, &transferred_, kTransferTimeoutMs);
-    std::puts(result < 0 ? "write error!" : "write Successful!");
+    vorn::print("%s\n", result < 0 ? "write error!" : "write Successful!");
     return result;
 }
 
@@ -143,22 +162,31 @@ int Myusb::transferIn(unsigned char* buf, int n, int timeoutMs)
     return libusb_bulk_transfer(handle_, endpointAddress(inEndpoint_), buf, n, &transferred_, timeout);
 }
 
+void Myusb::drain()
+{
+    unsigned char packet[kPacketSize];
+    for (int i = 0; i < kStrayPacketsMax && handle_ != nullptr; ++i) {
+        if (transferIn(packet, kPacketSize, kStrayPacketMs) != 0) {
+            return;
+        }
+    }
+}
+
 int Myusb::read(unsigned char* buf, int n)
 {
     const int result = transferIn(buf, n, kTransferTimeoutMs);
     if (result < 0) {
-        std::puts("read error!");
+        vorn::print("read error!\n");
         return -1;
     }
-    std::puts("read Successful!");
-    std::printf("read-ret = %d, transferred =%d\n", result, transferred_);
+    vorn::print("read Successful!\nread-ret = %d, transferred =%d\n", result, transferred_);
     return 0;
 }
 
 int Myusb::readTimeout(unsigned char* buf, int n, int timeoutMs)
 {
     const int result = transferIn(buf, n, timeoutMs);
-    std::puts(result < 0 ? "read error!" : "read Successful!");
-    std::printf("readtimeout-ret = %d, transferred =%d\n", result, transferred_);
+    vorn::print("%s\nreadtimeout-ret = %d, transferred =%d\n", result < 0 ? "read error!" : "read Successful!", result,
+                transferred_);
     return result;
 }

@@ -7,13 +7,16 @@
 
 class Myusb {
 public:
+    static constexpr int kPacketSize = 64;
+
     // Looks through the attached devices for the endpoints of vid:pid. Has to come before open.
     void init(int vid, int pid);
 
     // Chooses the interface whose endpoints are used. Returns 0.
     int setInterface(int n);
 
-    // Opens the device and claims interface 0, a kernel driver bound to it detached first. Returns 0 or -1.
+    // Opens the device and claims interface 0, a kernel driver bound to it detached first. Returns 0 or -1; the two
+    // endpoints have to be one out and one in.
     int open(int vid, int pid);
 
     // Releases the interface, closes the device and libusb. Returns the result of releasing the interface.
@@ -28,6 +31,11 @@ public:
     int write(unsigned char* buf, int n);
     int read(unsigned char* buf, int n);
     int readTimeout(unsigned char* buf, int n, int timeoutMs);
+    // The bytes that the last transfer moved.
+    int transferred() const { return transferred_; }
+
+    // Takes what the device has still to send, without a word.
+    void drain();
 
 private:
     static constexpr int kInterfaces = 10;
@@ -35,6 +43,7 @@ private:
 
     void printdev(libusb_device* dev);
     void noteEndpoints(const libusb_interface& interface, int row);
+    bool hasBothEndpoints() const;
     int transferIn(unsigned char* buf, int n, int timeoutMs);
 
     libusb_device_handle* handle_ = nullptr;

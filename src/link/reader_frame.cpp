@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "link/reader_frame.h"
 
+#include "link/medium.h"
+#include "link/pieces.h"
+#include "link/waiting.h"
+
 #include "vorn/convert.h"
 #include "vorn/link.h"
 
 #include <cstdint>
 #include <cstring>
-
-int vrdk03com_handle = -1;
 
 namespace vorn {
 namespace {
@@ -15,7 +17,7 @@ namespace {
 constexpr int kFrameCapacity = 1024;
 constexpr int kReplyMax = 1000; // characters, as ReadBytes_Ex counts
 constexpr int kReplyTimeoutS = 3;
-constexpr int kWritePiece = 128;
+constexpr int kLateReplyMs = 1000;
 constexpr std::uint8_t kStx = 0x02;
 constexpr std::uint8_t kEtx = 0x03;
 
@@ -49,13 +51,23 @@ int buildFrame(ByteView command, std::uint8_t* frame)
     return at;
 }
 
-// The reader takes its frames in pieces of 128 bytes on either medium: over USB each piece is a transfer of its own.
+// Over USB each piece is a transfer of its own.
 void writeFrame(const std::uint8_t* frame, int size)
 {
-    for (; size > kWritePiece; frame += kWritePiece, size -= kWritePiece) {
-        WriteBytes(vrdk03com_handle, frame, kWritePiece);
+    forEachPiece(frame, size, [](const std::uint8_t* piece, int n) { WriteBytes(vrdk03com_handle, piece, n); });
+}
+
+// A frame does not say which command it answers. So nothing that is there before a command is taken for its answer,
+// and after a reply that did not come in time its coming late is waited for, also by the next call.
+std::int64_t lateReplyUntil = 0; // monotonic milliseconds
+
+void forgetOtherReplies()
+{
+    const std::int64_t left = lateReplyUntil - monotonicMilliseconds();
+    if (left > 0) {
+        pauseFor(left * 1000);
     }
-    WriteBytes(vrdk03com_handle, frame, size);
+    currentMedium().dropReceived(vrdk03com_handle);
 }
 
 int resultOfStatus(std::uint8_t status)
@@ -93,11 +105,14 @@ void exchangeFrame(ByteView command, ReaderReply& reply)
         return;
     }
     std::uint8_t frame[kFrameCapacity + 1] = {};
-    writeFrame(frame, buildFrame(command, frame));
+    const int size = buildFrame(command, frame);
+    forgetOtherReplies();
+    writeFrame(frame, size);
 
     std::memset(frame, 0, sizeof frame);
     const int received = ReadBytes_Ex(vrdk03com_handle, frame, kReplyMax, kStx, kEtx, kReplyTimeoutS);
     if (received < 1) {
+        lateReplyUntil = monotonicMilliseconds() + kLateReplyMs;
         return;
     }
     frame[received - 1] = '\0';

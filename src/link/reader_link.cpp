@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // Opening and closing the link with the reader's own line protocol: the reader listens at 9600 baud until it is
 // switched, works at 38400, and is switched back. The delays are part of that protocol.
+#include "link/medium.h"
 #include "link/waiting.h"
 
 #include "vorn/link.h"
 
 #include <cstddef>
 
+int vrdk03com_handle = -1;
 int vr_comportmode = 0;
 char vr_comportparam[128] = {};
 
@@ -40,6 +42,9 @@ void setSpeed(int speed)
     }
 }
 
+// A link of mode 1 has none even if it could not be opened.
+bool hasLineSpeed() { return vr_comportmode == 0 && vorn::currentMedium().hasLineSpeed; }
+
 } // namespace
 
 extern "C" {
@@ -50,7 +55,7 @@ int opdev()
     if (vrdk03com_handle == -1) {
         return VORN_OPEN_FAILED;
     }
-    if (vr_comportmode == 0) {
+    if (hasLineSpeed()) {
         send(kSwitchToWork);
         vorn::pauseFor(kAfterSwitchUs);
         setSpeed(kWorkSpeed);
@@ -61,7 +66,7 @@ int opdev()
 
 int cldev()
 {
-    if (vr_comportmode == 0) {
+    if (hasLineSpeed()) {
         send(kSwitchToRest);
         vorn::pauseFor(kAfterSwitchBackUs);
         setSpeed(kRestSpeed);

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // The serial half of the link: a tty through the old-style terminal record.
-#include "link/id_frame.h"
+#include "link/byte_stream.h"
 #include "link/medium.h"
+#include "link/retry.h"
 #include "link/waiting.h"
+#include "public/console.h"
 
 #include "vorn/link.h"
 
@@ -20,11 +22,6 @@ namespace vorn {
 namespace {
 
 using Flags = unsigned short; // one mode word of struct termio
-
-constexpr int kWritePiece = 128;
-constexpr int kPollUs = 1000;
-constexpr int kSilenceMs = 50;
-constexpr int kIdFrameByteMs = 200;
 
 struct Speed {
     int bitsPerSecond;
@@ -46,77 +43,81 @@ const Speed* speedOf(int bitsPerSecond)
 
 Flags controlModes(const Speed& speed) { return static_cast<Flags>(CREAD | CLOCAL | CS8 | speed.code); }
 
-struct termio _vr_tbuf;     // the settings being applied
-struct termio _vr_tsavebuf; // those read at open, put back at close
+struct termio _vr_tbuf; // the settings being applied
 
-// What this unit has open. The file's name tells whether a descriptor left open is still the tty's: a host may have
-// closed it itself, and its number may be another file's by now.
-struct FileName {
-    char text[128] = {};
-
-    // Of a descriptor; empty when it is closed. A tty that is gone has a remark behind its name.
-    explicit FileName(int descriptor)
-    {
-        char link[40];
-        std::snprintf(link, sizeof link, "/proc/self/fd/%d", descriptor);
-        [[maybe_unused]] const ssize_t ignored = readlink(link, text, sizeof text - 1);
-        if (char* remark = std::strstr(text, " (deleted)")) {
-            *remark = '\0';
-        }
-    }
-
-    bool operator==(const FileName& other) const { return std::strcmp(text, other.text) == 0; }
+// As the tty was found, put back at close: the record, and the control modes that it has no room for (hardware flow
+// control, an input speed of its own).
+struct FoundSettings {
+    struct termio _vr_tsavebuf;
+    tcflag_t upperControl;
+    bool changed; // there is something to put back
 };
+FoundSettings found;
 
-struct OpenTty {
-    int descriptor;
-    FileName file;
-    bool changed; // settings to put back
-};
-constexpr int kNothingOpen = -1;
-OpenTty tty = {kNothingOpen, FileName(kNothingOpen), false};
+constexpr tcflag_t kUpperControl = ~tcflag_t{0xFFFF};
 
-void forgetTty() { tty.descriptor = kNothingOpen; }
+// ---------------------------------------------------------------- settings
 
-void closeTty(int descriptor)
+template <class Argument>
+int request(int descriptor, unsigned long what, Argument argument)
 {
-    close(descriptor);
-    if (tty.descriptor == descriptor) {
-        forgetTty();
-    }
+    return uninterrupted([&] { return ioctl(descriptor, what, argument); });
 }
 
-void releaseSerial()
+// False: the line takes nothing any more, an adapter hangs or the other end holds it up.
+bool drained(int descriptor)
 {
-    if (tty.descriptor < 0) {
-        return;
-    }
-    if (FileName(tty.descriptor) == tty.file) {
-        if (tty.changed) {
-            ioctl(tty.descriptor, TCSETAF, &_vr_tsavebuf);
+    int before = 0;
+    std::int64_t lastProgress = monotonicMilliseconds();
+    for (;; pauseFor(kPollUs)) {
+        int waiting = 0;
+        if (request(descriptor, TIOCOUTQ, &waiting) < 0 || waiting == 0) {
+            return true;
         }
-        close(tty.descriptor);
+        const std::int64_t now = monotonicMilliseconds();
+        if (waiting < before) {
+            lastProgress = now;
+        } else if (now - lastProgress >= kStallMs) {
+            return false;
+        }
+        before = waiting;
     }
-    forgetTty();
 }
 
-void closeSerial(int handle)
+// TCSETAF waits without a bound until all output is sent, so that is not left to it.
+int apply(int descriptor, const struct termio& settings)
 {
-    if (ioctl(handle, TCSETAF, &_vr_tsavebuf) < 0) {
-        std::perror("ioctl:");
+    if (drained(descriptor)) {
+        return request(descriptor, TCSETAF, &settings);
     }
-    closeTty(handle);
+    request(descriptor, TCFLSH, TCIOFLUSH);
+    return request(descriptor, TCSETA, &settings);
 }
 
-// Opens /dev/ and the first `length` characters of `name`.
-int openTty(const char* name, std::size_t length)
+tcflag_t upperControlOf(int descriptor)
 {
-    char path[256];
-    if (length >= sizeof path - sizeof "/dev/") {
-        return -1;
+    struct termios modern {};
+    return tcgetattr(descriptor, &modern) == 0 ? modern.c_cflag & kUpperControl : 0;
+}
+
+void setUpperControl(int descriptor, tcflag_t upper)
+{
+    struct termios modern {};
+    if (tcgetattr(descriptor, &modern) == 0) {
+        modern.c_cflag = (modern.c_cflag & ~kUpperControl) | upper;
+        uninterrupted([&] { return tcsetattr(descriptor, TCSANOW, &modern); });
     }
-    std::snprintf(path, sizeof path, "/dev/%.*s", static_cast<int>(length), name);
-    return open(path, O_RDWR | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+}
+
+int putBackFoundSettings(int descriptor)
+{
+    const int result = apply(descriptor, found._vr_tsavebuf);
+    if (found.upperControl != 0) {
+        const int error = errno;
+        setUpperControl(descriptor, found.upperControl);
+        errno = error;
+    }
+    return result;
 }
 
 // Raw bytes, no waiting in read; output modes and line discipline stay as they were.
@@ -129,151 +130,167 @@ void makeRaw(struct termio& settings)
     settings.c_iflag = static_cast<Flags>(settings.c_iflag & 0xFACD);
 }
 
-// One byte if there is one. VORN_BYTE_TIMEOUT says that there is none.
-int byteNow(int descriptor)
+// Reads the settings to be changed, and keeps those to be put back. A tty that is taken over is already changed.
+bool readSettings(int descriptor)
 {
-    std::uint8_t byte = 0;
-    return read(descriptor, &byte, 1) == 1 ? int{byte} : int{VORN_BYTE_TIMEOUT};
-}
-
-void writeSerial(int handle, const std::uint8_t* bytes, int count)
-{
-    // A reader that does not take the bytes shows itself by not answering; nothing is done about it here.
-    const auto send = [handle](const std::uint8_t* piece, int size) {
-        [[maybe_unused]] const ssize_t ignored = write(handle, piece, static_cast<std::size_t>(size));
-    };
-    for (; count > kWritePiece; bytes += kWritePiece, count -= kWritePiece) {
-        send(bytes, kWritePiece);
+    struct termio first {};
+    if (request(descriptor, TCGETA, &_vr_tbuf) < 0 || request(descriptor, TCGETA, &first) < 0) {
+        return false;
     }
-    send(bytes, count);
-}
-
-int readFrameSerial(int handle, std::uint8_t* buffer, int max, std::uint8_t start, std::uint8_t end, int timeoutS)
-{
-    const int timeoutMs = millisecondsOf(timeoutS);
-    int byte = 0;
-    do {
-        byte = comm_read_adata(handle, timeoutMs);
-        if (byte == VORN_BYTE_TIMEOUT) {
-            return -1;
-        }
-    } while (byte != start);
-
-    int count = 0;
-    buffer[count++] = start;
-    while (count <= max) {
-        byte = comm_read_adata(handle, timeoutMs);
-        if (byte == VORN_BYTE_TIMEOUT) {
-            return -1;
-        }
-        buffer[count++] = static_cast<std::uint8_t>(byte);
-        if (byte == end) {
-            return count;
-        }
+    if (!found.changed) {
+        found._vr_tsavebuf = first;
+        found.upperControl = upperControlOf(descriptor);
     }
-    return -1;
+    return true;
 }
 
-int readUntilSilenceSerial(int handle, std::uint8_t* buffer, int capacity, int timeoutS)
+int applySpeed(int descriptor, const Speed& speed)
 {
-    int count = 0;
-    int byte = comm_read_adata(handle, millisecondsOf(timeoutS));
-    while (byte != VORN_BYTE_TIMEOUT && count < capacity) {
-        buffer[count++] = static_cast<std::uint8_t>(byte);
-        byte = count < capacity ? comm_read_adata(handle, kSilenceMs) : int{VORN_BYTE_TIMEOUT};
+    _vr_tbuf.c_cflag = controlModes(speed);
+    return apply(descriptor, _vr_tbuf);
+}
+
+// ---------------------------------------------------------------- the descriptor
+
+void forgetTty()
+{
+    found.changed = false;
+    linkStream.forget();
+}
+
+void closeTty(int descriptor)
+{
+    close(descriptor);
+    if (descriptor == linkStream.descriptor()) {
+        forgetTty();
     }
-    return count > 0 ? count : -1;
 }
 
-int readIdFrameSerial(int handle, std::uint8_t* buffer, int timeoutS)
+void releaseSerial()
 {
-    IdFrameScanner scanner(buffer);
-    int byte = comm_read_adata(handle, millisecondsOf(timeoutS));
-    if (byte == VORN_BYTE_TIMEOUT) {
+    if (!linkStream.isOpen()) {
+        return;
+    }
+    const int descriptor = linkStream.descriptor();
+    if (linkStream.isFile(descriptor)) {
+        if (found.changed) {
+            putBackFoundSettings(descriptor);
+        }
+        close(descriptor);
+    }
+    forgetTty();
+}
+
+void closeSerial(int handle)
+{
+    if (putBackFoundSettings(handle) < 0) {
+        printError("ioctl:");
+    }
+    closeTty(handle);
+}
+
+// Opens /dev/ and the first `length` characters of `name`.
+int openTty(const char* name, std::size_t length)
+{
+    char path[256];
+    if (length >= sizeof path - sizeof "/dev/") {
         return -1;
     }
-    for (;; byte = comm_read_adata(handle, kIdFrameByteMs)) {
-        // Silence counts as a byte before the body: it breaks a preamble, and stands in for a length byte.
-        if (!scanner.inBody()) {
-            scanner.header(static_cast<std::uint8_t>(byte & 0xFF));
-        } else if (byte != VORN_BYTE_TIMEOUT) {
-            scanner.body(static_cast<std::uint8_t>(byte));
-            if (scanner.bodyLeft() <= 0) {
-                return scanner.count();
-            }
-        }
-    }
+    std::snprintf(path, sizeof path, "/dev/%.*s", static_cast<int>(length), name);
+    return uninterrupted([&] { return open(path, O_RDWR | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); });
 }
 
-} // namespace
+// Puts the new descriptor in the place of a link left open. The old one is closed only now: a line that is opened again
+// keeps its modem signals up, and the settings that it was found with at first.
+void replaceLeftOpen(int descriptor)
+{
+    const int old = linkStream.descriptor();
+    if (found.changed && linkStream.isFile(old) && linkStream.isFile(descriptor)) {
+        close(old);
+    } else {
+        releaseSerial();
+    }
+    linkStream.adopt(descriptor);
+}
 
-const Medium serialMedium = {writeSerial,       readFrameSerial, readUntilSilenceSerial,
-                             readIdFrameSerial, closeSerial,     releaseSerial};
+int openOrReplace(const char* name, std::size_t length)
+{
+    int descriptor = openTty(name, length);
+    if (descriptor < 0 && linkStream.isOpen()) {
+        releaseSerial(); // which may have been what stood in the way
+        descriptor = openTty(name, length);
+    }
+    if (descriptor >= 0) {
+        replaceLeftOpen(descriptor);
+    }
+    return descriptor;
+}
 
-int openSerial(const char* param)
+bool takesSerial(int mode, const char*) { return mode == 0; }
+
+// On two of the failures the descriptor stays open; the next opening finds it in the stream.
+int openSerial(char* param)
 {
     const char* colon = param == nullptr ? nullptr : std::strchr(param, ':');
     if (colon == nullptr) {
+        releaseSerial();
         return -1;
     }
-    const int descriptor = openTty(param, static_cast<std::size_t>(colon - param));
-    if (descriptor < 0) {
-        return -1;
-    }
-    // On the two failures that leave the descriptor open, the next opening finds it here.
-    tty = OpenTty{descriptor, FileName(descriptor), false};
-    if (ioctl(descriptor, TCGETA, &_vr_tbuf) < 0 || ioctl(descriptor, TCGETA, &_vr_tsavebuf) < 0) {
+    const int descriptor = openOrReplace(param, static_cast<std::size_t>(colon - param));
+    if (descriptor < 0 || !readSettings(descriptor)) {
         return -1;
     }
     makeRaw(_vr_tbuf);
     if (std::strchr(colon + 1, ',') == nullptr) {
-        closeTty(descriptor);
+        releaseSerial();
         return -1;
     }
     const Speed* speed = speedOf(std::atoi(colon + 1));
     if (speed == nullptr) {
+        if (found.changed) {
+            putBackFoundSettings(descriptor);
+            found.changed = false;
+        }
         return -1;
     }
-    _vr_tbuf.c_cflag = controlModes(*speed);
-    if (ioctl(descriptor, TCSETAF, &_vr_tbuf) < 0) {
-        closeTty(descriptor);
+    if (found.upperControl != 0) {
+        setUpperControl(descriptor, 0);
+    }
+    if (applySpeed(descriptor, *speed) < 0) {
+        releaseSerial();
         return -1;
     }
-    tty.changed = true;
+    found.changed = true;
     return descriptor;
 }
+
+void dropReceivedSerial(int handle)
+{
+    streamOf(handle).beginCommand();
+    request(handle, TCFLSH, TCIFLUSH);
+}
+
+} // namespace
+
+extern const Medium serialMedium;
+const Medium serialMedium = {
+    takesSerial,         openSerial,         true,        writeStream,  readFrameOfStream, readStreamUntilSilence,
+    readIdFrameOfStream, dropReceivedSerial, closeSerial, releaseSerial};
 
 } // namespace vorn
 
 using namespace vorn;
 
-extern "C" {
-
-int Set_baud(int fd, int speed)
+extern "C" int Set_baud(int fd, int speed)
 {
     const Speed* known = speedOf(speed);
     if (known == nullptr) {
         return -1;
     }
-    _vr_tbuf.c_cflag = controlModes(*known);
-    if (ioctl(fd, TCSETAF, &_vr_tbuf) < 0) {
+    if (applySpeed(fd, *known) < 0) {
         closeTty(fd);
         return -1;
     }
+    streamOf(fd).dropReadAhead(); // what the tty had received is dropped, too
     return 0;
 }
-
-int comm_read_adata(int fd, int timeoutMs)
-{
-    const std::int64_t start = monotonicMilliseconds();
-    while (monotonicMilliseconds() - start < timeoutMs) {
-        const int byte = byteNow(fd);
-        if (byte != VORN_BYTE_TIMEOUT) {
-            return byte;
-        }
-        pauseFor(kPollUs);
-    }
-    return VORN_BYTE_TIMEOUT;
-}
-
-} // extern "C"

@@ -13,11 +13,15 @@
 namespace vorn {
 namespace {
 
-constexpr int kPacketSize = 64;
+constexpr int kPacketSize = Myusb::kPacketSize;
 constexpr int kNextPacketMs = 100;
 constexpr int kNextIdPacketMs = 1000;
 
 Myusb hiddevice; // the one reader
+
+// Packets may wait in the device that belong to nobody: an exchange failed, or ended with something behind its end.
+// The device keeps them from one opening to the next.
+bool strayPackets = false;
 
 // The packets of one reply, byte by byte. All 64 positions of a packet count, whatever the transfer reported, and the
 // buffer is cleared once, not for each packet: hosts rely on what a short packet in mid-reply makes of it.
@@ -27,6 +31,17 @@ public:
     {
         position_ = 0;
         return hiddevice.readTimeout(packet_, kPacketSize, timeoutMs) == 0;
+    }
+
+    // Did the device send more behind the last byte taken? The zeros that fill a packet up are nothing.
+    bool moreBehind() const
+    {
+        for (int at = position_; at < hiddevice.transferred() && at < kPacketSize; ++at) {
+            if (packet_[at] != 0) {
+                return true;
+            }
+        }
+        return false;
     }
 
     bool usedUp() const { return position_ == kPacketSize; }
@@ -53,9 +68,8 @@ void writeUsb(int, const std::uint8_t* bytes, int count)
     hiddevice.write(const_cast<std::uint8_t*>(bytes), count); // libusb does not change what it sends
 }
 
-int readFrameUsb(int, std::uint8_t* buffer, int max, std::uint8_t start, std::uint8_t end, int timeoutS)
+int readFrameFrom(Packets& packets, std::uint8_t* buffer, int max, std::uint8_t start, std::uint8_t end, int timeoutS)
 {
-    Packets packets;
     if (!packets.read(millisecondsOf(timeoutS))) {
         return kFirstReadFailed;
     }
@@ -79,10 +93,19 @@ int readFrameUsb(int, std::uint8_t* buffer, int max, std::uint8_t start, std::ui
     }
 }
 
+int readFrameUsb(int, std::uint8_t* buffer, int max, std::uint8_t start, std::uint8_t end, int timeoutS)
+{
+    Packets packets;
+    const int count = readFrameFrom(packets, buffer, max, start, end, timeoutS);
+    strayPackets = count < 0 || packets.moreBehind();
+    return count;
+}
+
 int readUntilSilenceUsb(int, std::uint8_t* buffer, int capacity, int timeoutS)
 {
     // A good transfer returns 0 and so does not count as received: over USB the result is -1 always, and hosts
     // know the empty device version that comes of it.
+    strayPackets = true; // a text of more than a packet stays in the device
     int count = 0;
     for (int timeoutMs = millisecondsOf(timeoutS); count + kPacketSize <= capacity; timeoutMs = kNextPacketMs) {
         std::uint8_t packet[kPacketSize] = {};
@@ -110,20 +133,28 @@ int readIdFrameUsb(int, std::uint8_t* buffer, int timeoutS)
             const bool last = scanner.bodyLeft() < 1;
             scanner.body(byte);
             if (last) {
+                strayPackets = packets.moreBehind();
                 return scanner.count();
             }
         }
     }
+    strayPackets = true;
     return -1;
+}
+
+void dropReceivedUsb(int)
+{
+    if (strayPackets) {
+        hiddevice.drain();
+        strayPackets = false;
+    }
 }
 
 void closeUsb(int) { hiddevice.close(); }
 
 void releaseUsb() { hiddevice.release(); }
 
-} // namespace
-
-const Medium usbMedium = {writeUsb, readFrameUsb, readUntilSilenceUsb, readIdFrameUsb, closeUsb, releaseUsb};
+bool takesUsb(int mode, const char*) { return mode != 0; }
 
 int openUsb(char* param)
 {
@@ -135,6 +166,7 @@ int openUsb(char* param)
     char* vid = param == nullptr ? nullptr : std::strstr(param, kVid);
     char* pid = vid == nullptr ? nullptr : std::strstr(vid, kPid);
     if (pid == nullptr) {
+        hiddevice.release();
         return -1;
     }
     *pid = '\0';
@@ -142,6 +174,7 @@ int openUsb(char* param)
     const auto product = static_cast<std::uint16_t>(std::strtoul(pid + sizeof kPid - 1, nullptr, 16));
     param[kSeparatorIndex] = '&';
 
+    hiddevice.release(); // an interface is claimed once: what was left open goes first
     hiddevice.init(vendor, product);
     hiddevice.setInterface(0);
     const int result = hiddevice.open(vendor, product);
@@ -152,5 +185,11 @@ int openUsb(char* param)
     m_portmode = 1;
     return VORN_USB_HANDLE;
 }
+
+} // namespace
+
+extern const Medium usbMedium;
+const Medium usbMedium = {takesUsb,       openUsb,         false,    writeUsb,  readFrameUsb, readUntilSilenceUsb,
+                          readIdFrameUsb, dropReceivedUsb, closeUsb, releaseUsb};
 
 } // namespace vorn

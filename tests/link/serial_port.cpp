@@ -450,16 +450,53 @@ TEST_F(SerialLink, WritesGoOutInPiecesOf128Bytes)
     }
 }
 
-TEST_F(SerialLink, WritingTellsTheCountAlsoWhenTheLineTakesLess)
+TEST_F(SerialLink, ALineThatTakesAPartGetsTheRest)
 {
     ASSERT_GE(openTail(":9600,N,8,1"), 0);
     ttyCalls().watched = handle;
-    ttyCalls().takenOfPiece = 2;
+    ttyCalls().takenOfPiece = 100;
     const Bytes bytes = joined({repeated(0x41, 128), repeated(0x42, 128), repeated(0x43, 5)});
     EXPECT_EQ(WriteBytes(handle, bytes.data(), 261), 261);
-    EXPECT_EQ(ttyCalls().pieces, sizes({128, 128, 5})); // what was not taken is not sent again
+    EXPECT_EQ(ttyCalls().pieces, sizes({128, 28, 128, 28, 5}));
     takeAllSent();
-    EXPECT_EQ(toHex(line.sent()), "414142424343");
+    EXPECT_EQ(line.sent(), bytes);
+}
+
+TEST_F(SerialLink, ALineWithoutRoomIsAskedAgain)
+{
+    ASSERT_GE(openTail(":9600,N,8,1"), 0);
+    ttyCalls().watched = handle;
+    ttyCalls().full = 3;
+    EXPECT_EQ(WriteBytes(handle, "ABC", 3), 3);
+    EXPECT_EQ(ttyCalls().pieces, sizes({3, 3, 3, 3}));
+    EXPECT_EQ(Clock::sleeps(), std::vector<unsigned>(3, 1000));
+    takeAllSent();
+    EXPECT_EQ(toHex(line.sent()), "414243");
+}
+
+TEST_F(SerialLink, ALineThatTakesNothingAnyMoreIsGivenUp)
+{
+    ASSERT_GE(openTail(":9600,N,8,1"), 0);
+    ttyCalls().watched = handle;
+    ttyCalls().stuck = true;
+    const Bytes bytes = repeated(0x41, 300);
+    EXPECT_EQ(WriteBytes(handle, bytes.data(), 300), 300);
+    EXPECT_EQ(ttyCalls().pieces, std::vector<std::size_t>(ttyCalls().pieces.size(), 128)); // nothing behind the first
+    EXPECT_EQ(Clock::sleeps(), std::vector<unsigned>(1000, 1000));
+    ttyCalls().stuck = false;
+}
+
+TEST_F(SerialLink, WritingNothingWritesNothing)
+{
+    ASSERT_GE(openTail(":9600,N,8,1"), 0);
+    ttyCalls().watched = handle;
+    EXPECT_EQ(WriteBytes(handle, "A", 0), 0);
+    EXPECT_EQ(ttyCalls().pieces, sizes({0}));
+    EXPECT_EQ(WriteBytes(handle, "A", -1), -1);
+    EXPECT_EQ(WriteBytes(handle, nullptr, 5), 5);
+    EXPECT_EQ(ttyCalls().pieces, sizes({0}));
+    takeAllSent();
+    EXPECT_TRUE(line.sent().empty());
 }
 
 TEST_F(SerialLink, WritingToNoLinkTellsTheCountToo)
@@ -637,6 +674,194 @@ TEST_F(SerialLink, MoreThanTheMaximumWithoutAnEndGivesUpWithoutWaiting)
     EXPECT_EQ(readFrame(1000, 3), -1);
     EXPECT_TRUE(Clock::sleeps().empty());
     EXPECT_EQ(comm_read_adata(handle, 1), 0x36); // 1001 bytes were read
+}
+
+// ---------------------------------------------------------------- reading ahead
+
+TEST_F(SerialLink, WhatIsThereIsTakenInOneRead)
+{
+    ASSERT_GE(openTail(":9600,N,8,1"), 0);
+    line.send(joined({fromHex("02"), repeated(0x35, 500), fromHex("03")}));
+    EXPECT_EQ(readFrame(1000, 3), 502);
+    EXPECT_EQ(ttyCalls().reads, 1u);
+}
+
+TEST_F(SerialLink, WhatWasReadAheadIsTheNextReadsWhicheverItIs)
+{
+    ASSERT_GE(openTail(":9600,N,8,1"), 0);
+    line.send(fromHex("02 31 03 41 55 AAAAAA9669 0001 7E 02 32 03 58 59"));
+    EXPECT_EQ(readFrame(1000, 3), 3);
+    EXPECT_EQ(comm_read_adata(handle, 1), 0x41);
+    EXPECT_EQ(readIdFrame(1), 8);
+    EXPECT_EQ(toHex(got), "AAAAAA966900017E");
+    EXPECT_EQ(readFrame(1000, 3), 3);
+    EXPECT_EQ(toHex(got), "023203");
+    EXPECT_EQ(readUntilSilence(1), 2);
+    EXPECT_EQ(toHex(got), "5859");
+}
+
+TEST_F(SerialLink, WhatWasReadAheadComesBeforeWhatCameLater)
+{
+    ASSERT_GE(openTail(":9600,N,8,1"), 0);
+    line.send(fromHex("02 31 03 41"));
+    EXPECT_EQ(readFrame(1000, 3), 3);
+    line.send(fromHex("42"));
+    EXPECT_EQ(readUntilSilence(1), 2);
+    EXPECT_EQ(toHex(got), "4142");
+}
+
+TEST_F(SerialLink, NoTimeMeansNoTryOfWhatWasReadAheadEither)
+{
+    ASSERT_GE(openTail(":9600,N,8,1"), 0);
+    line.send(fromHex("02 31 03 41"));
+    EXPECT_EQ(readFrame(1000, 3), 3);
+    EXPECT_EQ(comm_read_adata(handle, 0), -1001);
+    EXPECT_EQ(comm_read_adata(handle, 1), 0x41);
+}
+
+TEST_F(SerialLink, ASpeedChangeDropsWhatHasCome)
+{
+    ASSERT_GE(openTail(":9600,N,8,1"), 0);
+    line.send(fromHex("02 31 03 41 42"));
+    EXPECT_EQ(readFrame(1000, 3), 3);  // 41 42 read ahead
+    line.sendAndArrive(fromHex("43")); // still in the tty
+    EXPECT_EQ(Set_baud(handle, 38400), 0);
+    EXPECT_EQ(comm_read_adata(handle, 5), -1001);
+}
+
+TEST_F(SerialLink, ARefusedSpeedDropsNothing)
+{
+    ASSERT_GE(openTail(":9600,N,8,1"), 0);
+    line.send(fromHex("02 31 03 41"));
+    EXPECT_EQ(readFrame(1000, 3), 3);
+    EXPECT_EQ(Set_baud(handle, 300), -1);
+    EXPECT_EQ(comm_read_adata(handle, 1), 0x41);
+}
+
+TEST_F(SerialLink, ClosingAndOpeningDropWhatHasCome)
+{
+    line.setRaw();
+    ASSERT_GE(openTail(":9600,N,8,1"), 0);
+    line.send(fromHex("02 31 03 41"));
+    EXPECT_EQ(readFrame(1000, 3), 3);
+    closeDev(handle);
+    line.sendAndArrive(fromHex("42"));
+    ASSERT_GE(openTail(":9600,N,8,1"), 0);
+    EXPECT_EQ(comm_read_adata(handle, 5), -1001);
+    line.send(fromHex("02 31 03 43"));
+    EXPECT_EQ(readFrame(1000, 3), 3);
+    ASSERT_GE(openTail(":9600,N,8,1"), 0); // the link was left open
+    EXPECT_EQ(comm_read_adata(handle, 5), -1001);
+}
+
+// A descriptor of the host's own: what is behind the byte asked for stays in its file.
+TEST_F(SerialLink, OfAnotherDescriptorNothingIsReadAhead)
+{
+    ASSERT_GE(openTail(":9600,N,8,1"), 0);
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_NONBLOCK | O_CLOEXEC), 0);
+    ASSERT_EQ(write(ends[1], "ABC", 3), 3);
+    EXPECT_EQ(comm_read_adata(ends[0], 1), 'A');
+    char rest[4] = {};
+    EXPECT_EQ(read(ends[0], rest, sizeof rest), 2);
+    EXPECT_STREQ(rest, "BC");
+    close(ends[0]);
+    close(ends[1]);
+}
+
+// ---------------------------------------------------------------- a host's signals
+
+TEST_F(SerialLink, EveryInterruptedCallIsMadeAgain)
+{
+    const struct termio before = line.settings();
+    ttyCalls().interrupt = true;
+    ASSERT_GE(openTail(":9600,N,8,1"), 0);
+    EXPECT_EQ(Set_baud(handle, 38400), 0);
+    EXPECT_EQ(line.speed(), 38400);
+    const Bytes bytes = repeated(0x41, 300);
+    WriteBytes(handle, bytes.data(), 300);
+    takeAllSent();
+    EXPECT_EQ(line.sent(), bytes);
+    line.send(fromHex("02 31 03"));
+    Clock::forgetSleeps();
+    EXPECT_EQ(readFrame(1000, 3), 3);
+    EXPECT_TRUE(Clock::sleeps().empty());
+    EXPECT_EQ(standardErrorOf([&] { closeDev(handle); }), "");
+    EXPECT_GE(ttyCalls().interrupted, 9u);
+    ttyCalls().interrupt = false;
+    EXPECT_TRUE(sameSettings(line.settings(), before));
+}
+
+// ---------------------------------------------------------------- lines that do not move
+
+TEST_F(SerialLink, SettingsWaitForTheOutput)
+{
+    ASSERT_GE(openTail(":9600,N,8,1"), 0);
+    ttyCalls().unsent = {9, 6, 2};
+    ttyCalls().requests.clear();
+    Clock::forgetSleeps();
+    EXPECT_EQ(Set_baud(handle, 38400), 0);
+    EXPECT_EQ(Clock::sleeps(), std::vector<unsigned>(3, 1000));
+    EXPECT_EQ(ttyCalls().requests, (std::vector<unsigned long>{TCSETAF}));
+    EXPECT_TRUE(ttyCalls().flushes.empty());
+}
+
+TEST_F(SerialLink, AStuckLineIsNotWaitedForWithoutAnEnd)
+{
+    const struct termio before = line.settings();
+    ASSERT_GE(openTail(":9600,N,8,1"), 0);
+    ttyCalls().stuck = true;
+    EXPECT_EQ(Set_baud(handle, 38400), 0);
+    EXPECT_EQ(line.speed(), 38400);
+    EXPECT_EQ(ttyCalls().flushes, std::vector<long>{TCIOFLUSH});
+    EXPECT_EQ(standardErrorOf([&] { closeDev(handle); }), "");
+    EXPECT_TRUE(sameSettings(line.settings(), before));
+    ASSERT_GE(openTail(":9600,N,8,1"), 0);
+    EXPECT_EQ(ttyCalls().hangs, 0u);
+    ttyCalls().stuck = false;
+}
+
+TEST_F(SerialLink, OutputThatMovesSlowlyIsWaitedFor)
+{
+    ASSERT_GE(openTail(":9600,N,8,1"), 0);
+    for (int left = 3; left > 0; --left) {
+        ttyCalls().unsent.insert(ttyCalls().unsent.end(), 900, left); // 900 ms without a byte, and again, and again
+    }
+    ttyCalls().requests.clear();
+    EXPECT_EQ(Set_baud(handle, 38400), 0);
+    EXPECT_EQ(ttyCalls().requests, (std::vector<unsigned long>{TCSETAF}));
+}
+
+TEST_F(SerialLink, FlowControlLeftOnBySomebodyIsOffWhileTheLinkIsOpenAndOnAgainBehindIt)
+{
+    const int keeper = open(("/dev/" + line.port()).c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    struct termios modern {};
+    ASSERT_EQ(tcgetattr(keeper, &modern), 0);
+    modern.c_cflag |= CRTSCTS;
+    ASSERT_EQ(tcsetattr(keeper, TCSANOW, &modern), 0);
+    const auto flowControl = [keeper] {
+        struct termios now {};
+        EXPECT_EQ(tcgetattr(keeper, &now), 0);
+        return (now.c_cflag & CRTSCTS) != 0;
+    };
+    ASSERT_TRUE(flowControl());
+    const struct termio before = line.settings();
+
+    ASSERT_GE(openTail(":9600,N,8,1"), 0);
+    EXPECT_FALSE(flowControl());
+    EXPECT_EQ(Set_baud(handle, 38400), 0);
+    EXPECT_FALSE(flowControl());
+    closeDev(handle);
+    EXPECT_TRUE(flowControl());
+    EXPECT_TRUE(sameSettings(line.settings(), before));
+
+    ASSERT_GE(openTail(":9600,N,8,1"), 0); // left open, opened again, refused
+    ASSERT_GE(openTail(":9600,N,8,1"), 0);
+    EXPECT_FALSE(flowControl());
+    EXPECT_EQ(openTail(":57600,N,8,1"), -1);
+    EXPECT_TRUE(flowControl());
+    EXPECT_TRUE(sameSettings(line.settings(), before));
+    close(keeper);
 }
 
 // ---------------------------------------------------------------- until silence

@@ -69,17 +69,6 @@ int findLibrary(dl_phdr_info* object, std::size_t, void* found)
     return 1;
 }
 
-bool inLibrary(const void* caller)
-{
-    static const Range library = [] {
-        Range range;
-        dl_iterate_phdr(findLibrary, &range);
-        return range;
-    }();
-    const auto address = reinterpret_cast<std::uintptr_t>(caller);
-    return address >= library.begin && address < library.end;
-}
-
 int frozenSleep(std::int64_t length)
 {
     if (state().onSleep) {
@@ -97,7 +86,7 @@ int pauseOfLibrary(int flags, const timespec* request)
     State& clock = state();
     const std::int64_t until = microsecondsOf(*request);
     if (until != clock.pausesUntil) {
-        clock.cutShort += clock.pausesUntil != kNever ? 1 : 0;
+        clock.cutShort += clock.pausesUntil != kNever ? 1U : 0U;
         clock.pausesUntil = until;
         clock.sleeps.push_back(static_cast<unsigned>(until - clock.lastRead));
     }
@@ -113,6 +102,17 @@ int pauseOfLibrary(int flags, const timespec* request)
 }
 
 } // namespace
+
+bool isOfLibrary(const void* code)
+{
+    static const Range library = [] {
+        Range range;
+        dl_iterate_phdr(findLibrary, &range);
+        return range;
+    }();
+    const auto address = reinterpret_cast<std::uintptr_t>(code);
+    return address >= library.begin && address < library.end;
+}
 
 void Clock::freeze(std::time_t start)
 {
@@ -141,7 +141,7 @@ void Clock::interruptEvery(std::int64_t microseconds) { state().interruptEvery =
 
 unsigned Clock::interruptions() { return state().interruptions; }
 
-unsigned Clock::cutShort() { return state().cutShort + (state().pausesUntil != kNever ? 1 : 0); }
+unsigned Clock::cutShort() { return state().cutShort + (state().pausesUntil != kNever ? 1U : 0U); }
 
 void Clock::onSleep(std::function<void()> action) { state().onSleep = std::move(action); }
 
@@ -150,7 +150,7 @@ void Clock::onTime(std::function<void()> action) { state().onTime = std::move(ac
 } // namespace vorn::test
 
 using vorn::test::Clock;
-using vorn::test::inLibrary;
+using vorn::test::isOfLibrary;
 using vorn::test::kSecond;
 using vorn::test::state;
 
@@ -158,7 +158,7 @@ extern "C" {
 
 int clock_gettime(clockid_t clock, timespec* now) noexcept
 {
-    if (clock != CLOCK_MONOTONIC || !inLibrary(__builtin_return_address(0))) {
+    if (clock != CLOCK_MONOTONIC || !isOfLibrary(__builtin_return_address(0))) {
         return static_cast<int>(syscall(SYS_clock_gettime, clock, now));
     }
     if (state().frozen) {
@@ -173,7 +173,7 @@ int clock_gettime(clockid_t clock, timespec* now) noexcept
 
 int clock_nanosleep(clockid_t clock, int flags, const timespec* request, timespec* left)
 {
-    if (inLibrary(__builtin_return_address(0))) {
+    if (isOfLibrary(__builtin_return_address(0))) {
         return vorn::test::pauseOfLibrary(flags, request);
     }
     return syscall(SYS_clock_nanosleep, clock, flags, request, left) == 0 ? 0 : errno;

@@ -12,6 +12,9 @@
 
 namespace vorn::test {
 
+// Does this code belong to the library? For functions that stand in for libc's: pass __builtin_return_address(0).
+bool isOfLibrary(const void* code);
+
 class Clock {
 public:
     // From now on time stands still, the date at `start`, but for the library's own sleeps (and advance).

@@ -106,6 +106,21 @@ void Line::send(const Bytes& bytes)
     }
 }
 
+void Line::sendAndArrive(const Bytes& bytes)
+{
+    const auto received = [this] {
+        int count = 0;
+        check(ioctl(keeper_, FIONREAD, &count), "FIONREAD");
+        return static_cast<std::size_t>(count);
+    };
+    const std::size_t before = received();
+    send(bytes);
+    for (int tries = 0; received() < before + bytes.size(); ++tries) {
+        check(tries < 100000 ? 0 : -1, "the bytes do not arrive");
+        usleep(100);
+    }
+}
+
 void Line::sendLater(const Bytes& bytes, int afterMs)
 {
     pending_.push_back({Clock::microseconds() + std::int64_t{afterMs} * 1000, bytes});
@@ -132,6 +147,14 @@ struct termio Line::settings() const
 }
 
 void Line::setSettings(const struct termio& settings) { check(ioctl(keeper_, TCSETA, &settings), "TCSETA"); }
+
+void Line::setRaw()
+{
+    struct termios settings {};
+    check(tcgetattr(keeper_, &settings), "tcgetattr");
+    cfmakeraw(&settings);
+    check(tcsetattr(keeper_, TCSANOW, &settings), "tcsetattr");
+}
 
 void Line::hangUp()
 {

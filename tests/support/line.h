@@ -31,6 +31,7 @@ public:
     std::function<void(const Bytes& bytes, int speed)> onBytes;
 
     void send(const Bytes& bytes);                   // to the host
+    void sendAndArrive(const Bytes& bytes);          // returns when the host's tty, which is raw, has received them
     void sendLater(const Bytes& bytes, int afterMs); // when that much of the host's time has passed
 
     // What the host sent so far, a piece each time it waited: "1B244932@9600".
@@ -41,6 +42,7 @@ public:
     int speed() const;              // bits per second, as set now
     struct termio settings() const; // as set now
     void setSettings(const struct termio& settings);
+    void setRaw(); // as somebody left it
     void hangUp(); // the other end goes away
 
     void serve(); // what Clock::onSleep calls

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
+// Built without fortified calls, whose headers define read and open themselves.
 #include "support/tty_calls.h"
 
+#include "support/clock.h"
 #include "support/line.h"
 
-#include <sys/ioctl.h>
+#include <fcntl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -18,45 +20,146 @@ TtyCalls& ttyCalls()
     return calls;
 }
 
+namespace {
+
+// Is it this call's turn to be interrupted? The one made again goes through.
+bool interrupts(const void* caller)
+{
+    static bool again = false;
+    TtyCalls& calls = ttyCalls();
+    again = calls.interrupt && isOfLibrary(caller) && !again;
+    calls.interrupted += again ? 1U : 0U;
+    return again;
+}
+
+int refuse(int error)
+{
+    errno = error;
+    return -1;
+}
+
+int unsentBytes()
+{
+    TtyCalls& calls = ttyCalls();
+    ++calls.unsentAsked;
+    if (calls.stuck) {
+        return 5;
+    }
+    if (calls.unsent.empty()) {
+        return 0;
+    }
+    const int bytes = calls.unsent.front();
+    calls.unsent.erase(calls.unsent.begin());
+    return bytes;
+}
+
+void noteSetting(int descriptor, unsigned long request, const struct termio& settings)
+{
+    TtyCalls& calls = ttyCalls();
+    calls.hangs += calls.stuck && request != TCSETA ? 1U : 0U;
+    calls.applied.push_back(settings);
+    if (descriptor == calls.watched) {
+        const unsigned code = settings.c_cflag & unsigned{CBAUD};
+        calls.order.push_back("speed " +
+                              toHex({static_cast<std::uint8_t>(code >> 8), static_cast<std::uint8_t>(code & 0xFF)}));
+    }
+}
+
+} // namespace
+
 } // namespace vorn::test
 
-extern "C" int ioctl(int descriptor, unsigned long request, ...) noexcept
+using vorn::test::interrupts;
+using vorn::test::refuse;
+using vorn::test::TtyCalls;
+using vorn::test::ttyCalls;
+
+extern "C" {
+
+int ioctl(int descriptor, unsigned long request, ...) noexcept
 {
     std::va_list arguments;
     va_start(arguments, request);
     void* const argument = va_arg(arguments, void*);
     va_end(arguments);
 
-    vorn::test::TtyCalls& calls = vorn::test::ttyCalls();
-    if (request == TCGETA || request == TCSETA || request == TCSETAW || request == TCSETAF) {
+    if (interrupts(__builtin_return_address(0))) {
+        return refuse(EINTR);
+    }
+    TtyCalls& calls = ttyCalls();
+    const bool setting = request == TCSETA || request == TCSETAW || request == TCSETAF;
+    if (request == TCGETA || setting) {
         calls.requests.push_back(request);
     }
     if (request == TCGETA && calls.refuseGet > 0 && --calls.refuseGet == 0) {
-        errno = EIO;
-        return -1;
+        return refuse(EIO);
     }
-    if (request == TCSETAF || request == TCSETAW || request == TCSETA) {
-        if (calls.refuseSet) {
-            errno = EPERM;
-            return -1;
-        }
-        calls.applied.push_back(*static_cast<const struct termio*>(argument));
-        if (descriptor == calls.watched) {
-            const unsigned code = calls.applied.back().c_cflag & unsigned{CBAUD};
-            calls.order.push_back("speed " + vorn::test::toHex({static_cast<std::uint8_t>(code >> 8),
-                                                                static_cast<std::uint8_t>(code & 0xFF)}));
-        }
+    if (setting && calls.refuseSet) {
+        return refuse(EPERM);
+    }
+    if (setting) {
+        vorn::test::noteSetting(descriptor, request, *static_cast<const struct termio*>(argument));
+    }
+    if (request == TCFLSH) {
+        calls.flushes.push_back(reinterpret_cast<long>(argument));
+    }
+    if (request == TIOCOUTQ) {
+        *static_cast<int*>(argument) = vorn::test::unsentBytes();
+        return 0;
     }
     return static_cast<int>(syscall(SYS_ioctl, descriptor, request, argument));
 }
 
-extern "C" ssize_t write(int descriptor, const void* bytes, std::size_t size)
+ssize_t write(int descriptor, const void* bytes, std::size_t size)
 {
-    vorn::test::TtyCalls& calls = vorn::test::ttyCalls();
+    if (interrupts(__builtin_return_address(0))) {
+        return refuse(EINTR);
+    }
+    TtyCalls& calls = ttyCalls();
     if (descriptor == calls.watched && descriptor >= 0) {
         calls.pieces.push_back(size);
         calls.order.push_back("write " + std::to_string(size));
+        if (calls.stuck || (calls.full > 0 && calls.full-- > 0)) {
+            return refuse(EAGAIN);
+        }
         size = size < calls.takenOfPiece ? size : calls.takenOfPiece;
     }
     return syscall(SYS_write, descriptor, bytes, size);
+}
+
+ssize_t read(int descriptor, void* bytes, std::size_t size)
+{
+    const void* const caller = __builtin_return_address(0);
+    if (interrupts(caller)) {
+        return refuse(EINTR);
+    }
+    ttyCalls().reads += vorn::test::isOfLibrary(caller) ? 1U : 0U;
+    return syscall(SYS_read, descriptor, bytes, size);
+}
+
+// What a fortified read becomes.
+ssize_t __read_chk(int descriptor, void* bytes, std::size_t size, std::size_t)
+{
+    const void* const caller = __builtin_return_address(0);
+    if (interrupts(caller)) {
+        return refuse(EINTR);
+    }
+    ttyCalls().reads += vorn::test::isOfLibrary(caller) ? 1U : 0U;
+    return syscall(SYS_read, descriptor, bytes, size);
+}
+
+int open(const char* path, int flags, ...)
+{
+    mode_t mode = 0;
+    if ((flags & (O_CREAT | O_TMPFILE)) != 0) {
+        std::va_list arguments;
+        va_start(arguments, flags);
+        mode = va_arg(arguments, mode_t);
+        va_end(arguments);
+    }
+    if (interrupts(__builtin_return_address(0))) {
+        return refuse(EINTR);
+    }
+    return static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags, mode));
+}
 }
