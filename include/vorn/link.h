@@ -6,7 +6,12 @@
  * One link at a time, for one thread at a time: the state below is shared by all functions and has no locks.
  *
  * What the library gives back: closing a serial link restores the tty settings read when it was opened. A link
- * left open is released, settings restored, before the next one is opened.
+ * left open is released when the next one is opened; a tty that is opened again stays open meanwhile, and gets back the
+ * settings that the first opening found. While a tty is open its hardware flow control is off.
+ *
+ * Signals of the host, with handlers and without SA_RESTART, interrupt nothing: calls are made again and pauses are
+ * kept in full. A tty that takes no bytes any more is waited for one second. The link never becomes descriptor 0, 1 or
+ * 2. What a tty has received is read ahead: do not read its descriptor with read(2).
  *
  * Over USB the functions write what happens to standard output, for the person who brings up a terminal.
  */
@@ -51,18 +56,19 @@ extern VORN_API unsigned char m_VrICType;  /* a vorn_card_interface; lives as lo
  * comma must be there). Any other mode: USB, `param` "VID_xxxx&PID_xxxx" in hex; the text is cut and mended in
  * place, so it must be writable.
  * Returns the tty's descriptor, VORN_USB_HANDLE, or -1: parameter not of that form, open or settings failed, speed
- * not in the list, no such USB device, interface not claimed. When the settings cannot be read or the speed is not
+ * not in the list, no such USB device, its first two endpoints not one in and one out, interface not claimed. When the settings cannot be read or the speed is not
  * in the list, the descriptor stays open until the next opening. */
 VORN_API int OpenDev(int mode, char* param);
 
-/* Changes the tty's speed (bits per second, one of OpenDev's). Returns 0, or -1: unknown speed (nothing changed),
+/* Changes the tty's speed (bits per second, one of OpenDev's); what was received and not yet read is dropped. Returns 0, or -1: unknown speed (nothing changed),
  * or the settings were refused (the descriptor is closed then). */
 VORN_API int Set_baud(int fd, int speed);
 
 /* Closes the link; a tty gets its settings back first (if that fails, perror("ioctl:")). */
 VORN_API void closeDev(int handle);
 
-/* Writes n bytes: USB in one bulk transfer, a tty in pieces of 128. Errors are not reported. Returns n. */
+/* Writes n bytes: USB in one bulk transfer, a tty in pieces of 128, each whole even if the tty takes it in
+ * parts. Errors are not reported. Returns n. */
 VORN_API int WriteBytes(int handle, const void* buf, int n);
 
 /* Reads one byte, asking every millisecond. Returns 0 to 255, or VORN_BYTE_TIMEOUT after timeoutMs. */
@@ -101,7 +107,10 @@ VORN_API int cldev(void);
  * Returns 0, VORN_READER_NO_CARD (status 02, 06), VORN_READER_REFUSED (any other status), VORN_NO_REPLY, or
  * VORN_BAD_ARGUMENT when n is negative or too large (nothing is sent).
  * The reply's check byte and its real length are not compared: an announced payload that did not come in full
- * reads as zero in the rest; an announced length below 2 is an empty payload. */
+ * reads as zero in the rest; an announced length below 2 is an empty payload.
+ * A reply does not say which command it answers. What came before the command is dropped, and after a command without
+ * a reply the next one goes out a second later, so that a reply that is late is dropped, too. After VORN_NO_REPLY a
+ * host does best to power the card off and to begin anew. */
 VORN_API int trans_icc_cmd(const unsigned char* cmd, int n, unsigned char* out, int* outLen);
 
 /* Power on the card in a slot; activate a card in the contactless field. atr: VORN_PAYLOAD_MAX bytes, the answer

@@ -224,6 +224,24 @@ TEST_F(BuiltLibrary, HasFortifiedCalls)
 #endif
 }
 
+// A host's loading of the library runs nothing of it: the one entry of each kind is the compiler's own.
+TEST_F(BuiltLibrary, RunsNothingWhenItIsLoaded)
+{
+    const std::string symbols = run("LC_ALL=C " + inQuotes(kNm) + " " + inQuotes(kLibrary)).output;
+    if (symbols.find("__asan_") != std::string::npos) {
+        GTEST_SKIP() << "the sanitizers run something when the library is loaded";
+    }
+    EXPECT_FALSE(matches(symbols, " (_GLOBAL__sub_[ID]_|_GLOBAL__I_)")) << "an object has a constructor";
+    const std::string sections = readelf("--section-headers");
+    for (const std::string name : {"init_array", "fini_array"}) {
+        const auto found = matchesIn(sections, "\\." + name + " +[A-Z_]+ +[0-9a-f]+ [0-9a-f]+ ([0-9a-f]+) ");
+        if (!found.empty()) {
+            EXPECT_EQ(std::stoul(found[0][1], nullptr, 16), sizeof(void*)) << name;
+        }
+    }
+    EXPECT_EQ(asSet(dynamicNames("--undefined-only")).count("__cxa_atexit"), 0U) << "an object has a destructor";
+}
+
 // ---------------------------------------------------------------- headers
 
 namespace {
