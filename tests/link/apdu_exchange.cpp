@@ -84,6 +84,24 @@ protected:
 INSTANTIATE_TEST_SUITE_P(Roads, ApduExchange, ::testing::ValuesIn(kTargets),
                          [](const auto& row) { return std::string(row.param.name); });
 
+// A host finds the card's last word in its buffer, though nothing counts it.
+TEST_P(ApduExchange, AFollowUpThatFailsLeavesTheAnswerBeforeItInTheBuffer)
+{
+    reader.apdu("00A40000023F00", "6110").silent("32 26" + toHex({GetParam().slot}) + "00C0000010");
+    EXPECT_EQ(exchange("00A40000023F00"), -11);
+    EXPECT_EQ(responseLength, kLengthBefore);
+    EXPECT_EQ(toHex(Bytes(response.begin(), response.begin() + 3)), "6110EE");
+}
+
+TEST_P(ApduExchange, AFollowUpThatTheReaderRefusesLeavesTheAnswerBeforeItInTheBuffer)
+{
+    reader.apdu("00B0000000", "6C05");
+    reader.command("32 26" + toHex({GetParam().slot}) + "00B0000005", "AABBCC", 0x04);
+    EXPECT_EQ(exchange("00B0000000"), -10);
+    EXPECT_EQ(responseLength, kLengthBefore);
+    EXPECT_EQ(toHex(Bytes(response.begin(), response.begin() + 3)), "6C05EE");
+}
+
 TEST_P(ApduExchange, AReplyWith9000IsReturnedWhole)
 {
     for (const char* response9000 : {"9000", "6F0A8408A0000003330101019000", "90009000", "619000"}) {

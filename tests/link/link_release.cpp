@@ -236,6 +236,92 @@ TEST_F(LinkRelease, ADescriptorThatARefusedSpeedClosedIsNotClosedAgain)
     close(reused);
 }
 
+// A real line's modem signals fall when its last descriptor is closed.
+TEST_F(LinkRelease, TheLineIsOpenedAgainBeforeTheLinkLeftOpenIsClosed)
+{
+    const int first = open(line);
+    ASSERT_GE(first, 0);
+    const int second = open(line);
+    ASSERT_GE(second, 0);
+    EXPECT_NE(second, first); // the number was still taken
+    EXPECT_FALSE(isOpen(first));
+    closeDev(second);
+}
+
+TEST_F(LinkRelease, ALineOpenedAgainDoesNotFallBackToItsOwnSettingsBetween)
+{
+    ASSERT_GE(open(line), 0);
+    ttyCalls().applied.clear();
+    ASSERT_GE(open(line), 0);
+    ASSERT_EQ(ttyCalls().applied.size(), 1u);
+    EXPECT_EQ(ttyCalls().applied[0].c_cflag, CREAD | CLOCAL | CS8 | B9600);
+}
+
+TEST_F(LinkRelease, ALineOpenedAgainAndRefusedGetsItsFirstSettingsBackAtOnce)
+{
+    const struct termio before = line.settings();
+    for (const char* tail : {":57600,N,8,1", ":9600"}) {
+        SCOPED_TRACE(tail);
+        ASSERT_GE(open(line), 0);
+        ASSERT_GE(open(line), 0);
+        EXPECT_EQ(open(line, tail), -1);
+        EXPECT_TRUE(sameSettings(line.settings(), before));
+    }
+}
+
+TEST_F(LinkRelease, ALineThatOnlyOneMayHaveOpenIsReleasedFirst)
+{
+    const int first = open(line);
+    ASSERT_GE(first, 0);
+    ttyCalls().openings.clear();
+    ttyCalls().refuseOpen = 1; // as TIOCEXCL does for those who are not root
+    const int second = open(line);
+    EXPECT_EQ(second, first);
+    EXPECT_EQ(ttyCalls().openings.size(), 2u);
+    closeDev(second);
+}
+
+TEST_F(LinkRelease, TheTtyIsKnownWithoutItsName)
+{
+    const int first = open(line);
+    ASSERT_GE(first, 0);
+    ttyCalls().noLinks = true; // a host in a root without /proc
+    ASSERT_EQ(close(first), 0);
+    const int file = ::open("/dev/null", O_RDWR | O_CLOEXEC);
+    ASSERT_EQ(file, first);
+    openNothing();
+    EXPECT_TRUE(isOpen(file));
+    close(file);
+    const int again = open(line);
+    ASSERT_GE(again, 0);
+    openNothing();
+    EXPECT_FALSE(isOpen(again));
+}
+
+TEST_F(LinkRelease, ClosedStandardStreamsDoNotBecomeTheLink)
+{
+    for (const int closed : {0, 1, 2, 3}) { // 3: all of them
+        SCOPED_TRACE(closed);
+        int saved[3];
+        for (int stream = 0; stream < 3; ++stream) {
+            saved[stream] = fcntl(stream, F_DUPFD_CLOEXEC, 10);
+            if (stream == closed || closed == 3) {
+                close(stream);
+            }
+        }
+        const int link = open(line);
+        bool stillClosed = true;
+        for (int stream = 0; stream < 3; ++stream) {
+            stillClosed = stillClosed && (isOpen(stream) == (stream != closed && closed != 3));
+            dup2(saved[stream], stream);
+            close(saved[stream]);
+        }
+        EXPECT_GT(link, 2);
+        EXPECT_TRUE(stillClosed) << "what stood in for the streams is still there";
+        closeDev(link);
+    }
+}
+
 // ---------------------------------------------------------------- sessions with the reader
 
 TEST_F(LinkRelease, ASessionLeftOpenLeavesTheLineSequencesAsTheyAre)

@@ -474,7 +474,7 @@ TEST_F(SerialLink, ALineWithoutRoomIsAskedAgain)
     EXPECT_EQ(toHex(line.sent()), "414243");
 }
 
-TEST_F(SerialLink, ALineThatTakesNothingAnyMoreIsGivenUp)
+TEST_F(SerialLink, WritingTellsTheCountAlsoWhenTheLineTakesLess)
 {
     ASSERT_GE(openTail(":9600,N,8,1"), 0);
     ttyCalls().watched = handle;
@@ -985,6 +985,29 @@ TEST_F(SerialLink, SilenceBehindNoiseIsWaitedOutWithoutAnEnd)
     line.sendLater(fromHex("AAAAAA9669 0001 33"), 3600 * 1000 / 10);
     EXPECT_EQ(readIdFrame(1), 8);
     EXPECT_EQ(toHex(got), "AAAAAA9669000133");
+}
+
+TEST_F(SerialLink, TwoHundredMillisecondsAreSilenceInAPreamble)
+{
+    ASSERT_GE(openTail(":9600,N,8,1"), 0);
+    line.send(fromHex("AAAAAA"));
+    line.sendLater(fromHex("9669 0001 11"), 199); // read not before the 200th millisecond is over
+    line.sendLater(fromHex("AAAAAA9669 0001 22"), 230);
+    EXPECT_EQ(readIdFrame(1), 8);
+    EXPECT_EQ(toHex(got), "AAAAAA9669000122");
+}
+
+TEST_F(SerialLink, SilenceInPlaceOfALengthByteIsAByteOfItsOwn)
+{
+    ASSERT_GE(openTail(":9600,N,8,1"), 0);
+    line.send(fromHex("AAAAAA9669 00"));
+    line.sendLater(repeated(0x44, 0x17), 250);
+    EXPECT_EQ(readIdFrame(1), 7 + 0x17);
+    EXPECT_EQ(toHex(Bytes(got.begin(), got.begin() + 7)), "AAAAAA96690017");
+    line.send(fromHex("AAAAAA9669"));
+    line.sendLater(joined({fromHex("02"), repeated(0x45, 0x1702)}), 250);
+    EXPECT_EQ(readIdFrame(1), 7 + 0x1702);
+    EXPECT_EQ(toHex(Bytes(got.begin(), got.begin() + 7)), "AAAAAA96691702");
 }
 
 // The length is compared when a byte of the body has been stored, so one is taken in any case.

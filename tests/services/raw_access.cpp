@@ -148,11 +148,13 @@ TEST_F(RawAccess, ANullPortIsAnEmptyOne)
     EXPECT_EQ(IC_PowerOff(nullptr, nullptr, 0, 0, 1, 0), -3);
 }
 
-TEST_F(RawAccess, ThePortNameMayHave115Characters)
+TEST_F(RawAccess, ThePortNameMayHave116Characters)
 {
-    const std::string longest(115, 'y');
+    const std::string longest(116, 'y');
     EXPECT_EQ(IC_PowerOff(longest.c_str(), "", 9600, 5, 1, 0), -3);
     EXPECT_EQ(std::string(vr_comportparam), longest + ":9600,N,8,1");
+    EXPECT_EQ(IC_PowerOff((longest + "z").c_str(), "", 9600, 5, 1, 0), -3);
+    EXPECT_EQ(std::string(vr_comportparam), longest + "z:9600,N,8,"); // what the text has room for
     const std::string tooLong(400, 'y');
     EXPECT_EQ(IC_PowerOff(tooLong.c_str(), "", 9600, 5, 1, 0), -3);
     EXPECT_LT(std::strlen(vr_comportparam), sizeof vr_comportparam);
@@ -407,6 +409,13 @@ TEST_F(RawAccess, PowerOnReturnsThePsamsAtr)
         EXPECT_TRUE(linkClosed());
     }
     EXPECT_EQ(lineDelays().size(), 4u * 5);
+}
+
+TEST_F(RawAccess, WhatAPsamSaysWithARefusalIsNoAtr)
+{
+    reader.command("32 22 01 80 10", "3B 00 01", 0x04);
+    EXPECT_EQ(powerOn(2, 1, 5), -25);
+    EXPECT_EQ(atrText(), "");
 }
 
 TEST_F(RawAccess, APsamThatDoesNotAnswerIsNotWaitedFor)

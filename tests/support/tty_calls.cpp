@@ -148,6 +148,14 @@ ssize_t __read_chk(int descriptor, void* bytes, std::size_t size, std::size_t)
     return syscall(SYS_read, descriptor, bytes, size);
 }
 
+ssize_t readlink(const char* path, char* target, std::size_t size) noexcept
+{
+    if (ttyCalls().noLinks) {
+        return refuse(ENOENT);
+    }
+    return syscall(SYS_readlinkat, AT_FDCWD, path, target, size);
+}
+
 int open(const char* path, int flags, ...)
 {
     mode_t mode = 0;
@@ -157,8 +165,16 @@ int open(const char* path, int flags, ...)
         mode = va_arg(arguments, mode_t);
         va_end(arguments);
     }
-    if (interrupts(__builtin_return_address(0))) {
+    const void* const caller = __builtin_return_address(0);
+    if (interrupts(caller)) {
         return refuse(EINTR);
+    }
+    if (vorn::test::isOfLibrary(caller)) {
+        ttyCalls().openings.push_back(path);
+        if (ttyCalls().refuseOpen > 0) {
+            --ttyCalls().refuseOpen;
+            return refuse(EBUSY);
+        }
     }
     return static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags, mode));
 }

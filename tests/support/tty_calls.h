@@ -32,6 +32,9 @@ struct TtyCalls {
     std::vector<int> unsent;                    // what the next questions for bytes still to be sent are answered with
     unsigned unsentAsked = 0;                   // how often that was asked
     unsigned hangs = 0;                         // requests for which a stuck line would have been waited for for ever
+    std::vector<std::string> openings;          // the library's, by path
+    int refuseOpen = 0;                         // so many of them are refused
+    bool noLinks = false;                       // nothing tells where a link points to
     unsigned reads = 0;                         // the library's
 };
 

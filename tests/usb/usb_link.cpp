@@ -140,6 +140,15 @@ TEST_F(UsbOpening, IdsAreReadInEitherCase)
     EXPECT_EQ(mended, "VID_3a5c&PID_7e21");
 }
 
+TEST_F(UsbOpening, OfIdsWithMoreThanFourDigitsTheLastFourCount)
+{
+    EXPECT_EQ(open("VID_13A5C&PID_7E21"), VORN_USB_HANDLE);
+    close();
+    EXPECT_EQ(open("VID_3A5C&PID_FF7E21"), VORN_USB_HANDLE);
+    close();
+    EXPECT_EQ(open("VID_3A5C1&PID_7E21"), -1);
+}
+
 TEST_F(UsbOpening, OtherIdsFindTheirOwnDevice)
 {
     device.plug({0x0B05, 0x00C9, {{{0x01, 0x81}}}});
@@ -294,6 +303,33 @@ TEST_F(UsbOpening, TheSmallerOfTheFirstTwoEndpointsIsForWriting)
         EXPECT_EQ(device.lastReadEndpoint(), row.in);
         close();
     }
+}
+
+// A transfer to the other direction's endpoint would write where nothing may be written, or never come to an end.
+TEST_F(UsbOpening, ADeviceWithoutOneEndpointOutAndOneInIsRefused)
+{
+    const struct {
+        const char* what;
+        std::vector<UsbDescription::Alternates> interfaces;
+    } rows[] = {
+        {"two in", {{{0x81, 0x82}}}},
+        {"two out", {{{0x01, 0x02}}}},
+        {"two in before one out", {{{0x81, 0x82, 0x01}}}},
+        {"two in by a later alternate setting", {{{0x01, 0x81}, {0x83, 0x84}}}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        device.plug({0x3A5C, 0x7E21, row.interfaces});
+        EXPECT_EQ(open(), -1);
+        EXPECT_EQ(out, "");
+        expectSystemError(err, "Cannot open device");
+        EXPECT_EQ(m_portmode, 0);
+        EXPECT_FALSE(device.claimed());
+        EXPECT_EQ(device.openHandles(), 0);
+    }
+    device.plug();
+    EXPECT_EQ(open(), VORN_USB_HANDLE);
+    close();
 }
 
 TEST_F(UsbOpening, MoreInterfacesAndEndpointsThanCanBeNotedDoNoHarm)
@@ -542,6 +578,17 @@ TEST_F(UsbWriting, WriteBytesReturnsItsCountThoughNothingIsTaken)
     EXPECT_EQ(out, "write error!\n");
 }
 
+TEST_F(UsbWriting, WritingNothingIsOneEmptyTransfer)
+{
+    EXPECT_EQ(run([this] { return WriteBytes(handle, "?", 0); }), 0);
+    EXPECT_EQ(out.substr(0, 6), "write "); // what became of it is said; the emulation takes no empty transfer
+    EXPECT_EQ(run([this] { return WriteBytes(handle, nullptr, 3); }), 3);
+    EXPECT_EQ(out, "");
+    EXPECT_EQ(run([this] { return WriteBytes(handle, "?", -2); }), -2);
+    EXPECT_EQ(out, "");
+    EXPECT_TRUE(device.writes().empty());
+}
+
 TEST_F(UsbWriting, EachPieceOfAFrameIsOneTransfer)
 {
     const struct {
@@ -691,6 +738,69 @@ TEST_F(UsbFrames, WhatFollowsTheEndByteInItsPacketIsDropped)
     EXPECT_EQ(got, (Bytes{kStx, 0x31, kEtx}));
     EXPECT_EQ(readFrame(), 3);
     EXPECT_EQ(got, (Bytes{kStx, 0x33, kEtx}));
+}
+
+// ---------------------------------------------------------------- replies that are nobody's
+
+TEST_F(UsbFrames, WhatAnAnswerLeftBehindIsNotTheNextOne)
+{
+    const Bytes first = replyFrame(0, {0x01});
+    device.onWrite = [this, &first, n = 0](const Bytes&) mutable {
+        if (n++ == 0) {
+            device.sendPacket(first + Bytes{kStx}); // the beginning of another, which nobody asked for
+            device.send(body(100));
+            device.send(replyFrame(0, {0x77}));
+        } else {
+            device.send(replyFrame(0, {0x02}));
+        }
+    };
+    EXPECT_EQ(command("32 25 00 00"), 0);
+    EXPECT_EQ(toHex(got), "01");
+    EXPECT_EQ(command("32 25 00 00"), 0);
+    EXPECT_EQ(toHex(got), "02");
+    EXPECT_EQ(out,
+              "write Successful!\nread Successful!\nreadtimeout-ret = 0, transferred =14\n"); // nor is it talked of
+    EXPECT_EQ(command("32 25 00 00"), 0);
+    EXPECT_EQ(toHex(got), "02");
+}
+
+TEST_F(UsbFrames, WhatComesBehindAFailureIsNotTheNextAnswer)
+{
+    device.onWrite = [this, n = 0](const Bytes&) mutable {
+        if (n++ == 0) {
+            device.sendError(-EPIPE);
+            device.send(replyFrame(0, {0x01})); // late
+        } else {
+            device.send(replyFrame(0, {0x02}));
+        }
+    };
+    EXPECT_EQ(command("32 25 00 00"), VORN_NO_REPLY);
+    EXPECT_EQ(command("32 25 00 00"), 0);
+    EXPECT_EQ(toHex(got), "02");
+}
+
+TEST_F(UsbFrames, WhatComesBehindAFailureIsNotTheNextCallsAnswerEither)
+{
+    device.onWrite = [this](const Bytes&) {
+        device.sendError(-EPIPE);
+        device.send(replyFrame(0, {0x01}));
+    };
+    EXPECT_EQ(command("32 25 00 00"), VORN_NO_REPLY);
+    close();
+    ASSERT_EQ(open(), VORN_USB_HANDLE);
+    vrdk03com_handle = handle;
+    device.onWrite = [this](const Bytes&) { device.send(replyFrame(0, {0x02})); };
+    EXPECT_EQ(command("32 25 00 00"), 0);
+    EXPECT_EQ(toHex(got), "02");
+}
+
+TEST_F(UsbFrames, ZerosThatFillAPacketAreNothingLeftBehind)
+{
+    device.onWrite = [this](const Bytes&) { device.sendPacket(replyFrame(0, {0x01}) + filled(50, 0x00)); };
+    EXPECT_EQ(command("32 25 00 00"), 0);
+    device.forget();
+    EXPECT_EQ(command("32 25 00 00"), 0);
+    EXPECT_EQ(device.readSizes().size(), 1U);
 }
 
 TEST_F(UsbFrames, AStartByteInsideTheReplyIsAByteLikeAnother)

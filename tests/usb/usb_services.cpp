@@ -445,6 +445,19 @@ TEST_F(UsbMemoryCards, ManySessionsLeaveNoDescriptorBehind)
 
 // ---------------------------------------------------------------- no device, and a device that goes
 
+TEST_F(UsbServices, TheSecondHalfOfASaleNamesUsbOnItsLine)
+{
+    device.unplug();
+    char tc[ICC_CRYPTOGRAM_CAPACITY] = "";
+    char script[ICC_SCRIPT_RESULT_CAPACITY] = "";
+    int type = 1, length = 0;
+    const char data[] = "P012000000012345S006240318U006101112";
+    const int result =
+        run([&] { return IC_CtlScriptData("USB", "", 9600, 5, &type, data, "", &length, tc, script, ""); });
+    EXPECT_EQ(result, VORN_OPEN_FAILED);
+    EXPECT_EQ(out, "vr_comportparam = VID_3A5C&PID_7E21,vr_comportmode=1\n");
+}
+
 namespace {
 
 struct ServiceRow {
