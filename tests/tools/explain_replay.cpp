@@ -137,6 +137,14 @@ TEST_F(Replay, ARedactedLogCanBeReplayedAndHoldsNoSecret)
     EXPECT_EQ(after["ecBalance"], Json::parse(before.output)["ecBalance"]);
 }
 
+TEST_F(Replay, ATransactionLogHasNothingToRedact)
+{
+    const Result before = recorded("log --json --sim debit");
+    EXPECT_EQ(vorn("decode logs/ICC_COMM_VORN.log --redact copy.log").code, 0);
+    EXPECT_EQ(contents(scratch() / "copy.log"), log());
+    EXPECT_FALSE(before.output.empty());
+}
+
 TEST_F(Replay, MemoryCardCallsLeaveNothingToReplay)
 {
     ASSERT_EQ(vorn("m1 read --sim memory --block 4 --key A0A1A2A3A4A5 --log-dir logs").code, 0);

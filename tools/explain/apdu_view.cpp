@@ -30,6 +30,10 @@ enum Instruction : std::uint8_t {
 constexpr std::size_t kHeader = 4;
 constexpr std::size_t kDataAt = 5;
 constexpr Tag kFormat1 = 0x80;
+constexpr std::uint8_t kRecordTemplate = 0x70;
+// The layout of a transaction log that was not asked for it; records of another length are not taken for one.
+const Bytes kUsualLog = {0x9A, 0x03, 0x9F, 0x21, 0x03, 0x9F, 0x02, 0x06, 0x9F, 0x03, 0x06, 0x9F, 0x1A,
+                         0x02, 0x5F, 0x2A, 0x02, 0x9F, 0x4E, 0x14, 0x9C, 0x01, 0x9F, 0x36, 0x02};
 
 Bytes slice(const Bytes& bytes, std::size_t from, std::size_t to)
 {
@@ -191,8 +195,8 @@ std::vector<Item> ExchangeView::responseItems(const Bytes& apdu, const Bytes& da
     if (cryptogram && (instruction == kGenerateCryptogram || (instruction == kGetResponse && cryptograms_ > 0))) {
         return format1(objects->front().value, {{0x9F27, 1}, {0x9F36, 2}, {0x9F26, 8}, {0x9F10, 0}}, show_);
     }
-    if (instruction == kReadRecord && !log_.empty() && data.size() == tlv::dataLength(*tlv::parseDol(log_))) {
-        return explainListed(log_, data, show_).items;
+    if (instruction == kReadRecord && (data.empty() || data[0] != kRecordTemplate)) {
+        return explainListed(log_.empty() ? kUsualLog : log_, data, show_).items;
     }
     if (!objects || objects->empty() || tagName(objects->front().tag).empty()) {
         return {};

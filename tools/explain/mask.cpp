@@ -46,7 +46,8 @@ enum Instruction : std::uint8_t {
     kGetChallenge = 0x84,
     kInternalAuthenticate = 0x88,
     kProcessingOptions = 0xA8,
-    kGenerateCryptogram = 0xAE
+    kGenerateCryptogram = 0xAE,
+    kReadRecord = 0xB2
 };
 constexpr std::uint8_t kProprietary = 0x80;
 constexpr std::size_t kCommandDataAt = 5;
@@ -114,12 +115,28 @@ void hideSecrets(const std::vector<TlvNode>& nodes, std::string& text)
     }
 }
 
-bool randomAnswer(const Bytes& apdu, const Bytes& data)
+bool decimal(std::uint8_t byte, unsigned from, unsigned to)
+{
+    const unsigned value = 10U * (byte >> 4) + (byte & 0x0FU);
+    return (byte >> 4) < 10 && (byte & 0x0FU) < 10 && value >= from && value <= to;
+}
+
+// A record of the card's transaction log in its usual layout: date, time, amounts, codes, merchant, type, counter.
+bool logRecord(const Bytes& data)
+{
+    constexpr std::size_t size = 45;
+    return data.size() == size && decimal(data[1], 1, 12) && decimal(data[2], 1, 31) && decimal(data[3], 0, 23) &&
+           decimal(data[4], 0, 59) && decimal(data[5], 0, 59);
+}
+
+bool plainAnswer(const Bytes& apdu, const Bytes& data)
 {
     if (apdu.size() < 4) {
         return false;
     }
     switch (apdu[1]) {
+    case kReadRecord:
+        return logRecord(data);
     case kGetChallenge:
         return true;
     case kInternalAuthenticate:
@@ -202,7 +219,7 @@ std::string commandHex(const Bytes& apdu, bool show)
 std::string dataHex(const Bytes& apdu, const Bytes& data, bool show)
 {
     const bool wallet = apdu.size() >= 4 && apdu[0] == kProprietary && apdu[1] == kWalletInformation;
-    return !show && wallet ? stars(2 * data.size()) : hexText(data, show || randomAnswer(apdu, data));
+    return !show && wallet ? stars(2 * data.size()) : hexText(data, show || plainAnswer(apdu, data));
 }
 
 std::string responseHex(const Bytes& apdu, const Bytes& response, bool show)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/explain/mask_scan.h"
 
+#include "tools/explain/lettered.h"
 #include "tools/explain/mask.h"
 
 #include <algorithm>
@@ -420,6 +421,19 @@ std::size_t transactionDataAt(const std::string& text, std::size_t at)
     return fields >= 2 ? at : std::string::npos;
 }
 
+// A card's transaction log as the library hands it out, to the end of the text.
+std::size_t transactionsAt(const std::string& text, std::size_t at)
+{
+    const std::size_t end = text.find_last_not_of("\r\n") + 1;
+    if (text.compare(at, 4, "P012") != 0 || end <= at) {
+        return std::string::npos;
+    }
+    const TransactionList list = parseTransactions(text.substr(at, end - at));
+    const bool plain = std::all_of(list.transactions.begin(), list.transactions.end(),
+                                   [](const LoggedTransaction& one) { return maskText(one.merchant) == one.merchant; });
+    return list.problem.empty() && plain ? end : std::string::npos;
+}
+
 // Hides the secret fields; what is left of the records needs no other look.
 std::vector<Span> hideRecords(std::string& text)
 {
@@ -433,7 +447,8 @@ std::vector<Span> hideRecords(std::string& text)
         }
         const std::size_t end = recordAt(text, at, fields);
         const bool record = fields.size() >= 2 || (fields.size() == 1 && end == text.size());
-        const std::size_t data = record ? end : transactionDataAt(text, at);
+        const std::size_t log = record ? end : transactionsAt(text, at);
+        const std::size_t data = log != std::string::npos ? log : transactionDataAt(text, at);
         for (const Field& field : fields) {
             if (record) {
                 hideField(text, field);

@@ -54,7 +54,7 @@ std::string trimmed(const std::string& text)
     return from == std::string::npos ? "" : text.substr(from, to - from + 1);
 }
 
-// Hex as people write it: blanks, colons, hyphens, commas, 0x, an h behind it, either case.
+// Hex as people write it: blanks, colons, hyphens, commas, 0x, either case.
 std::optional<Bytes> tolerantHex(const std::string& text)
 {
     std::string dense;
