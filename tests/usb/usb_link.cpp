@@ -140,12 +140,20 @@ TEST_F(UsbOpening, IdsAreReadInEitherCase)
     EXPECT_EQ(mended, "VID_3a5c&PID_7e21");
 }
 
+// Of the search for the endpoints, too: they are others than any device before had.
 TEST_F(UsbOpening, OfIdsWithMoreThanFourDigitsTheLastFourCount)
 {
-    EXPECT_EQ(open("VID_13A5C&PID_7E21"), VORN_USB_HANDLE);
-    close();
-    EXPECT_EQ(open("VID_3A5C&PID_FF7E21"), VORN_USB_HANDLE);
-    close();
+    std::uint8_t endpoint = 0x09;
+    for (const char* ids : {"VID_13A5C&PID_7E21", "VID_3A5C&PID_FF7E21"}) {
+        SCOPED_TRACE(ids);
+        ++endpoint;
+        device.plug({0x3A5C, 0x7E21, {{{endpoint, 0x8F}}}});
+        EXPECT_EQ(open(ids), VORN_USB_HANDLE);
+        run([this] { return WriteBytes(handle, "?", 1); });
+        ASSERT_EQ(device.writes().size(), 1U);
+        EXPECT_EQ(device.writes().front().endpoint, endpoint);
+        close();
+    }
     EXPECT_EQ(open("VID_3A5C1&PID_7E21"), -1);
 }
 
