@@ -102,6 +102,11 @@ const TransactionExit& selectionExit(const Selection& selection)
     return selection.byList ? kSelectFailedAfterList : kSelectFailed;
 }
 
+int leaveInactive(const Activation& card)
+{
+    return leave(card.timedOut ? kNoCardInTime : kActivationFailed, card.result);
+}
+
 // One call, from the activated card on.
 class FirstHalf {
 public:
@@ -217,16 +222,6 @@ extern "C" int IC_GenARQC(const char* nPortNo, const char* extendPort, int nBaud
     if (!given) {
         return VORN_BAD_ARGUMENT; // no memory for a text of that length
     }
-    if (opdev() != VORN_OK) {
-        return VORN_OPEN_FAILED;
-    }
-    const Activation card = waitForCardUnbounded(icType, nTimeout);
-    if (card.timedOut) {
-        return leave(kNoCardInTime, card.result);
-    }
-    if (card.result != VORN_OK) {
-        return leave(kActivationFailed, card.result);
-    }
-    store(pnIcType, int{m_VrICType});
-    return FirstHalf(given, pnARQCLen, pszARQC, icc_tempappdata).run(pszAIDlist);
+    const int found = openAndAwaitCard(pnIcType, nTimeout, leaveInactive);
+    return found != VORN_OK ? found : FirstHalf(given, pnARQCLen, pszARQC, icc_tempappdata).run(pszAIDlist);
 }

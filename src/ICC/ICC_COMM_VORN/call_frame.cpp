@@ -59,6 +59,35 @@ Activation waitForCardUnbounded(int mode, int nTimeout)
     return {result, elapsed >= nTimeout};
 }
 
+int openAndAwaitCard(int* pnIcType, int nTimeout, WithoutCard withoutCard)
+{
+    if (opdev() != VORN_OK) {
+        return VORN_OPEN_FAILED;
+    }
+    const Activation card = waitForCardUnbounded(pnIcType == nullptr ? 0 : *pnIcType, nTimeout);
+    if (card.timedOut || card.result != VORN_OK) {
+        return withoutCard(card);
+    }
+    store(pnIcType, int{m_VrICType});
+    return VORN_OK;
+}
+
+int leaveWithoutCard(const Activation& card)
+{
+    return endCall(CardPower::Stays, card.timedOut ? int{VORN_NO_CARD_IN_TIME} : card.result);
+}
+
+int leaveWithLine(const Activation& card, const char* lineEnd)
+{
+    if (card.timedOut) {
+        logService("vr_openicc outtime!%s", lineEnd);
+    } else {
+        vr_closeicc();
+        logService("vr_openicc fail!return=%d%s", card.result, lineEnd);
+    }
+    return leaveWithoutCard(card);
+}
+
 int endCall(CardPower power, int code)
 {
     if (power == CardPower::Off) {

@@ -30,6 +30,19 @@ Activation waitForCard(int nTimeout, std::uint8_t* atr, int& atrLength);
 // hosts rely on a customer's being able to take any time.
 Activation waitForCardUnbounded(int mode, int nTimeout);
 
+// A call's way out when no card could be activated.
+using WithoutCard = int (*)(const Activation& card);
+
+// Opens the link and waits without a bound for a card of the type behind pnIcType (NULL: type 0), where the interface
+// that answered is stored. Returns 0, or the call's result: the link could not be opened, or what withoutCard made of it.
+int openAndAwaitCard(int* pnIcType, int nTimeout, WithoutCard withoutCard);
+
+// The plain way out: the link is closed, what was tried is not powered off, and nothing is written down.
+int leaveWithoutCard(const Activation& card);
+
+// The same with a line in the service log, and what was tried powered off unless it came too late.
+int leaveWithLine(const Activation& card, const char* lineEnd);
+
 // ---------------------------------------------------------------- ways out
 
 enum class CardPower { Stays, Off };

@@ -144,16 +144,7 @@ void keepApplicationData(const Application& application, ByteView records)
     std::memcpy(lpicappdata, data.data(), sizeof lpicappdata);
 }
 
-int failedActivation(const Activation& card)
-{
-    if (card.timedOut) {
-        logService("vr_openicc outtime!");
-        return endCall(CardPower::Stays, VORN_NO_CARD_IN_TIME);
-    }
-    vr_closeicc();
-    logService("vr_openicc fail!return=%d", card.result);
-    return endCall(CardPower::Stays, card.result);
-}
+int failedActivation(const Activation& card) { return leaveWithLine(card, ""); }
 
 int failedSelection(const Selection& selection)
 {
@@ -188,15 +179,10 @@ extern "C" int IC_GetInfo(const char* nPortNo, const char* extendPort, int nBaud
                "pszTaglist:%s\r\n",
                textOf(nPortNo), textOf(extendPort), nBaudRate, nTimeout, icType, textOf(pszAIDlist),
                textOf(pszTaglist));
-    if (opdev() != VORN_OK) {
-        return VORN_OPEN_FAILED;
+    const int found = openAndAwaitCard(pnIcType, nTimeout, failedActivation);
+    if (found != VORN_OK) {
+        return found;
     }
-    const Activation card = waitForCardUnbounded(icType, nTimeout);
-    if (card.timedOut || card.result != VORN_OK) {
-        return failedActivation(card);
-    }
-    store(pnIcType, int{m_VrICType});
-
     Application application;
     const Selection selection = selectApplication(pszAIDlist, application);
     if (selection.outcome != Selection::Outcome::Selected) {

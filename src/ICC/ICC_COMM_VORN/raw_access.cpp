@@ -33,14 +33,8 @@ int powerOnUserCard(int nTimeout, char* pszATR)
     std::uint8_t atr[VORN_PAYLOAD_MAX];
     int atrLength = 0;
     const Activation card = waitForCard(nTimeout, atr, atrLength);
-    if (card.timedOut) {
-        logService("vr_openicc outtime!\n");
-        return endCall(CardPower::Stays, VORN_NO_CARD_IN_TIME);
-    }
-    if (card.result != VORN_OK) {
-        vr_closeicc();
-        logService("vr_openicc fail!return=%d\n", card.result);
-        return endCall(CardPower::Stays, card.result);
+    if (card.timedOut || card.result != VORN_OK) {
+        return leaveWithLine(card, "\n");
     }
     storeHex(pszATR, viewOf(atr, atrLength));
     return endCall(CardPower::Stays, VORN_OK);

@@ -144,16 +144,6 @@ extern "C" int IC_GetTranDeta(const char* nPortNo, const char* extendPort, int n
     const int icType = pnIcType == nullptr ? 0 : *pnIcType;
     logService("IC_GetTranDeta nPortNo:%s,extendPort:%s,nBaudRate:%d,nTimeout:%d,pnIcType:%d,pszAIDlist:%s\r\n",
                textOf(nPortNo), textOf(extendPort), nBaudRate, nTimeout, icType, textOf(pszAIDlist));
-    if (opdev() != VORN_OK) {
-        return VORN_OPEN_FAILED;
-    }
-    const Activation card = waitForCardUnbounded(icType, nTimeout);
-    if (card.timedOut) {
-        return endCall(CardPower::Stays, VORN_NO_CARD_IN_TIME);
-    }
-    if (card.result != VORN_OK) {
-        return endCall(CardPower::Stays, card.result);
-    }
-    store(pnIcType, int{m_VrICType});
-    return readDetail(pszAIDlist, pnTxDetailLen, pszTxDetail);
+    const int found = openAndAwaitCard(pnIcType, nTimeout, leaveWithoutCard);
+    return found != VORN_OK ? found : readDetail(pszAIDlist, pnTxDetailLen, pszTxDetail);
 }

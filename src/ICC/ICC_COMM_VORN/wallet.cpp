@@ -100,15 +100,7 @@ extern "C" int IC_GetZzhHardWalletInfo(const char* nPortNo, const char* extendPo
     logService("IC_GetZzhHardWalletInfo nPortNo:%d,extendPort:%s,nBaudRate:%d,nTimeout:%d\r\n",
                static_cast<int>(reinterpret_cast<std::intptr_t>(nPortNo)), textOf(extendPort), nBaudRate, nTimeout);
     choosePort(nPortNo);
-    if (opdev() != VORN_OK) {
-        return VORN_OPEN_FAILED;
-    }
-    const Activation card = waitForCardUnbounded(VORN_OPEN_EITHER, nTimeout);
-    if (card.timedOut) {
-        return endCall(CardPower::Stays, VORN_NO_CARD_IN_TIME);
-    }
-    if (card.result != VORN_OK) {
-        return endCall(CardPower::Stays, card.result);
-    }
-    return readWallet({pszContextId, pszTransModeInfo, pszAID});
+    int cardType = VORN_OPEN_EITHER;
+    const int found = openAndAwaitCard(&cardType, nTimeout, leaveWithoutCard);
+    return found != VORN_OK ? found : readWallet({pszContextId, pszTransModeInfo, pszAID});
 }
