@@ -46,7 +46,7 @@ ByteStream& streamOf(int handle)
 bool ByteStream::fileOf(int descriptor, File& file)
 {
     struct stat status {};
-    if (fstat(descriptor, &status) != 0) {
+    if (uninterrupted([&] { return fstat(descriptor, &status); }) != 0) {
         return false;
     }
     file.device = status.st_dev;
@@ -55,11 +55,14 @@ bool ByteStream::fileOf(int descriptor, File& file)
     return true;
 }
 
-void ByteStream::adopt(int descriptor)
+bool ByteStream::adopt(int descriptor)
 {
     forget();
+    if (!fileOf(descriptor, file_)) {
+        return false;
+    }
     descriptor_ = descriptor;
-    fileOf(descriptor, file_);
+    return true;
 }
 
 void ByteStream::forget()

@@ -11,8 +11,8 @@ namespace vorn {
 
 class ByteStream {
 public:
-    // The link is open, through this descriptor.
-    void adopt(int descriptor);
+    // The link is open, through this descriptor. False when the system does not say what file it is.
+    [[nodiscard]] bool adopt(int descriptor);
     // The descriptor is closed, or is somebody else's now.
     void forget();
 

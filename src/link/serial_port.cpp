@@ -202,7 +202,7 @@ int openTty(const char* name, std::size_t length)
 
 // Puts the new descriptor in the place of a link left open. The old one is closed only now: a line that is opened again
 // keeps its modem signals up, and the settings that it was found with at first.
-void replaceLeftOpen(int descriptor)
+bool replaceLeftOpen(int descriptor)
 {
     const int old = linkStream.descriptor();
     if (found.changed && linkStream.isFile(old) && linkStream.isFile(descriptor)) {
@@ -210,7 +210,7 @@ void replaceLeftOpen(int descriptor)
     } else {
         releaseSerial();
     }
-    linkStream.adopt(descriptor);
+    return linkStream.adopt(descriptor);
 }
 
 int openOrReplace(const char* name, std::size_t length)
@@ -220,8 +220,9 @@ int openOrReplace(const char* name, std::size_t length)
         releaseSerial(); // which may have been what stood in the way
         descriptor = openTty(name, length);
     }
-    if (descriptor >= 0) {
-        replaceLeftOpen(descriptor);
+    if (descriptor >= 0 && !replaceLeftOpen(descriptor)) {
+        close(descriptor); // a tty that could not be told from another file later on
+        return -1;
     }
     return descriptor;
 }
