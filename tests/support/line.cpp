@@ -8,6 +8,7 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <stdexcept>
 
@@ -160,6 +161,27 @@ void Line::hangUp()
 {
     close(master_);
     master_ = -1;
+}
+
+void Line::discardUnread()
+{
+    pending_.clear();
+    const struct termio before = settings();
+    struct termio raw = before;
+    raw.c_lflag = 0;
+    raw.c_iflag = 0;
+    raw.c_cc[VMIN] = 1;
+    raw.c_cc[VTIME] = 0;
+    setSettings(raw);
+    // A pty hands bytes over from a thread of the kernel, in order: all is through when this mark is.
+    static const Bytes mark = fromHex("FE01FD02FC03FB04");
+    send(mark);
+    for (Bytes unread; unread.size() < mark.size() || !std::equal(mark.rbegin(), mark.rend(), unread.rbegin());) {
+        std::uint8_t byte = 0;
+        check(static_cast<int>(read(keeper_, &byte, 1)), "the pseudo-terminal's other end");
+        unread.push_back(byte);
+    }
+    setSettings(before);
 }
 
 void Line::serve()

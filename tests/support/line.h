@@ -45,6 +45,9 @@ public:
     void setRaw(); // as somebody left it
     void hangUp(); // the other end goes away
 
+    // Takes away what the host has not read: also what the kernel had not handed over yet.
+    void discardUnread();
+
     void serve(); // what Clock::onSleep calls
 
 private:
