@@ -28,9 +28,8 @@ bool buildGpoData(ByteView fci, const TlvBuffer& terminalData, CommandData& data
     if (pdol.found && !buildDol(terminalData, pdol.view(), values)) {
         return false;
     }
-    data.append(kCommandTemplate);
-    data.append(static_cast<std::uint8_t>(values.size()));
-    return data.append(values.view());
+    return data.append(kCommandTemplate) && data.append(static_cast<std::uint8_t>(values.size())) &&
+           data.append(values.view());
 }
 
 // Where the two results of GET PROCESSING OPTIONS go.

@@ -355,7 +355,7 @@ int VR_selectapp(char* text)
 {
     constexpr std::uint8_t kIdentifierFile = 0x15;
     constexpr int kIdentifierSize = 10;
-    constexpr int kTextLength = 19; // the last of the twenty digits is dropped: hosts compare nineteen
+    constexpr std::size_t kTextLength = 19; // the last of the twenty digits is dropped: hosts compare nineteen
 
     for (const char* nameText : {"315041592E5359532E4444463031", "D15600000145442F4550000000000000"}) {
         std::uint8_t name[17] = {};
@@ -371,7 +371,7 @@ int VR_selectapp(char* text)
     if (VR_read_binary(kIdentifierFile, 0, kIdentifierSize, identifier, &length) != kSuccess) {
         return VORN_PURSE_FAILED;
     }
-    for (int i = 0; i < kIdentifierSize; ++i) {
+    for (std::size_t i = 0; i < kIdentifierSize; ++i) {
         char digits[3];
         chartohalf(identifier[i], digits);
         text[2 * i] = digits[0];

@@ -40,12 +40,12 @@ private:
 
 // Appends an object, or what stands before its value, with a length of one byte. False: there is no room for it.
 template <std::size_t Capacity>
-bool putHeader(ByteBuffer<Capacity>& out, ByteView tag, std::size_t length)
+[[nodiscard]] bool putHeader(ByteBuffer<Capacity>& out, ByteView tag, std::size_t length)
 {
     return out.append(tag) && out.append(static_cast<std::uint8_t>(length));
 }
 template <std::size_t Capacity>
-bool putObject(ByteBuffer<Capacity>& out, Tag tag, ByteView value)
+[[nodiscard]] bool putObject(ByteBuffer<Capacity>& out, Tag tag, ByteView value)
 {
     return putHeader(out, tag.view(), value.size()) && out.append(value);
 }

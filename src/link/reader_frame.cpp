@@ -90,7 +90,7 @@ void decodeReply(const char* text, ReaderReply& reply)
     Vr_chartoarray(text + 1, decoded);
     const int announced = decoded[0] * 256 + decoded[1] - kLengthOverhead;
     reply.arrived = true;
-    reply.size = announced < 0 ? 0 : announced > VORN_PAYLOAD_MAX ? VORN_PAYLOAD_MAX : announced;
+    reply.size = announced < 0 ? 0 : (announced > VORN_PAYLOAD_MAX ? int{VORN_PAYLOAD_MAX} : announced);
     reply.result = resultOfStatus(decoded[kStatusAt]);
     std::memcpy(reply.payload, decoded + kPayloadAt, static_cast<std::size_t>(reply.size));
 }

@@ -176,7 +176,7 @@ int bcdtocn(const char* digits, int length, int width, unsigned char* bytes)
         const int source = column - (2 * bytesOut - usable);
         return source < 0 ? 0U : decimalDigit(static_cast<unsigned char>(digits[source]));
     };
-    unsigned char packed[kNumericWidthMax]; // the digits may stand where the bytes go
+    unsigned char packed[kNumericWidthMax] = {}; // the digits may stand where the bytes go
     for (int i = 0; i < bytesOut; ++i) {
         packed[i] = asByte(digitAt(2 * i) * 16 + digitAt(2 * i + 1));
     }

@@ -106,7 +106,7 @@ public:
 private:
     static constexpr std::size_t kRoomForByte = 5; // digits, blank and line feeds
 
-    void write(const char* text, std::size_t size)
+    void write(const char* text, std::size_t size) const
     {
         const vorn::QuietSignals quiet;
         while (descriptor_ != -1 && size > 0) {

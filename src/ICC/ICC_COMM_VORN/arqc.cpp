@@ -64,7 +64,8 @@ private:
 };
 
 // The state that IC_CtlScriptData goes on from.
-using State = ByteBuffer<4 * (VORN_RESPONSE_MAX + 3)>;
+constexpr std::size_t kObjectMax = 2 + 1 + VORN_RESPONSE_MAX;
+using State = ByteBuffer<1 + 4 * kObjectMax>; // the card type; CDOL2, PAN, sequence number, AIP
 
 bool buildState(ByteView applicationData, State& state)
 {
@@ -72,17 +73,17 @@ bool buildState(ByteView applicationData, State& state)
     if (!cdol2.found) {
         return false;
     }
-    state.append(m_VrICType);
-    putObject(state, tag::kCdol2, cdol2.view());
+    proven(state.append(m_VrICType));
+    proven(putObject(state, tag::kCdol2, cdol2.view()));
     for (const Tag item : {tag::kPan, tag::kPanSequenceNumber}) {
         const TagValue value = readTag(item, applicationData);
         if (value.found) {
-            putObject(state, item, value.view());
+            proven(putObject(state, item, value.view()));
         }
     }
     const TagValue aip = readTag(tag::kAip, applicationData);
     if (aip.found) {
-        putObject(state, tag::kAip, ByteView(aip.bytes, 2));
+        proven(putObject(state, tag::kAip, ByteView(aip.bytes, 2)));
     }
     return true;
 }

@@ -100,7 +100,7 @@ int endCall(CardPower power, int code)
 void storeText(char* out, const char* text)
 {
     if (out != nullptr) {
-        std::strcpy(out, text);
+        std::memcpy(out, text, std::strlen(text) + 1);
     }
 }
 

@@ -58,7 +58,7 @@ constexpr Field kFields[] = {
 };
 static_assert(holdsInfoLetters(kFields), "one row for each letter of the record");
 
-constexpr std::size_t kFieldTextMax = 2 * VORN_RESPONSE_MAX;
+constexpr std::size_t kFieldTextMax = std::size_t{2} * VORN_RESPONSE_MAX;
 static_assert(ICC_USER_INFO_CAPACITY == kInfoLetterCount * (4 + kFieldTextMax) + 1, "all fields at their longest");
 
 // The record as it grows.
@@ -68,8 +68,8 @@ public:
     {
         char head[16];
         const int headSize = std::snprintf(head, sizeof head, "%c%03d", letter, static_cast<int>(length));
-        text_.append(ByteView(reinterpret_cast<const std::uint8_t*>(head), static_cast<std::size_t>(headSize)));
-        text_.append(ByteView(reinterpret_cast<const std::uint8_t*>(text), length));
+        proven(text_.append(ByteView(reinterpret_cast<const std::uint8_t*>(head), static_cast<std::size_t>(headSize))));
+        proven(text_.append(ByteView(reinterpret_cast<const std::uint8_t*>(text), length)));
     }
 
     const char* text() const { return reinterpret_cast<const char*>(text_.data()); }
@@ -132,15 +132,16 @@ void keepApplicationData(const Application& application, ByteView records)
 {
     static unsigned char lpicappdata[4096];
 
+    static_assert(sizeof lpicappdata > 6 + 2 + Application::kAidMax, "digits and AID have room");
     ByteBuffer<sizeof lpicappdata> data;
     char digits[12];
     const std::size_t length = application.aidSize + records.size() + 2;
     std::snprintf(digits, sizeof digits, "%06d", static_cast<int>(length % 1000000));
-    data.append(ByteView(reinterpret_cast<const std::uint8_t*>(digits), 6));
-    data.append(tag::kAid.view());
-    data.append(static_cast<std::uint8_t>(application.aidSize));
-    data.append(application.aidView());
-    data.append(records.first(sizeof lpicappdata - 1 - data.size()));
+    proven(data.append(ByteView(reinterpret_cast<const std::uint8_t*>(digits), 6)));
+    proven(data.append(tag::kAid.view()));
+    proven(data.append(static_cast<std::uint8_t>(application.aidSize)));
+    proven(data.append(application.aidView()));
+    proven(data.append(records.first(sizeof lpicappdata - 1 - data.size())));
     std::memcpy(lpicappdata, data.data(), sizeof lpicappdata);
 }
 

@@ -11,8 +11,6 @@
 namespace vorn {
 namespace {
 
-static_assert(ICC_CRYPTOGRAM_CAPACITY == 2 * 1100 + 1, "the text of a full buffer");
-
 enum class Source {
     Cryptogram,
     Information,
@@ -56,12 +54,24 @@ constexpr Item kItems[] = {
     {tag::kTerminalCapabilities, Source::Terminal, 3, kCapabilities, false},
 };
 
+constexpr std::size_t longestText()
+{
+    std::size_t size = 0;
+    for (const Item& item : kItems) {
+        const std::size_t own = VORN_RESPONSE_MAX - (item.source == Source::IssuerData ? kIssuerDataAt : 0);
+        size += item.tag.view().size() + 1 + (item.width != 0 ? item.width : own);
+    }
+    return size;
+}
+static_assert(longestText() <= kCryptogramTextMax, "every item at its longest has room");
+static_assert(2 * kCryptogramTextMax + 1 == ICC_CRYPTOGRAM_CAPACITY, "and so has the host's text");
+
 void put(CryptogramBuffer& out, ByteView tag, ByteView value, std::size_t width)
 {
-    putHeader(out, tag, width);
+    proven(putHeader(out, tag, width));
     const ByteView kept = value.first(width);
-    out.skip(width - kept.size()); // right-aligned behind zeros
-    out.append(kept);
+    proven(out.skip(width - kept.size())); // right-aligned behind zeros
+    proven(out.append(kept));
 }
 
 void put(CryptogramBuffer& out, Tag tag, ByteView value) { put(out, tag.view(), value, value.size()); }
@@ -90,7 +100,7 @@ void putLastOnline(CryptogramBuffer& out, const Item& item)
     if (value.found) {
         put(out, item.tag, value.view());
     } else {
-        out.skip(size); // hosts find the other items behind a hole of the answer's length
+        proven(out.skip(size)); // hosts find the other items behind a hole of the answer's length
     }
 }
 

@@ -8,6 +8,9 @@
 
 namespace vorn {
 
+// Information data, counter and cryptogram stand before the issuer's data in an answer of format 1.
+constexpr std::size_t kIssuerDataAt = 1 + 2 + 8;
+
 // The answer to GENERATE AC in format 1 (EMV Book 3, 6.5.5.4), as the whole response and as the value of tag 80.
 class CryptogramResponse {
 public:
@@ -24,7 +27,7 @@ public:
     ByteView information() const { return value_.view().first(1); }
     ByteView counter() const { return part(1, 2); }
     ByteView cryptogram() const { return part(3, 8); }
-    ByteView issuerData() const { return value_.view().from(11); }
+    ByteView issuerData() const { return value_.view().from(kIssuerDataAt); }
 
 private:
     // A part of a shorter value reads as zeros.
@@ -50,7 +53,8 @@ struct CryptogramSources {
     TagValue aip;      // not found: the item is left out
 };
 
-using CryptogramBuffer = ByteBuffer<1100>;
+constexpr std::size_t kCryptogramTextMax = 1100; // bytes
+using CryptogramBuffer = ByteBuffer<kCryptogramTextMax>;
 
 // Asks the card for its last online ATC register on the way.
 void buildCryptogramText(CryptogramText kind, const CryptogramResponse& response, const CryptogramSources& sources,

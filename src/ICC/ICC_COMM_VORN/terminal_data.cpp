@@ -31,7 +31,7 @@ constexpr std::size_t kMerchantNameSize = 20;
 static_assert(sizeof kBankName == 32, "the name in its stored form");
 
 // The 00 behind the last object. It counts in the list's length, as the card layer has had it from the first.
-void endList(TerminalData& data) { data.append(0x00); }
+void endList(TerminalData& data) { proven(data.append(0x00)); }
 
 // ---------------------------------------------------------------- the transaction calls
 
@@ -93,6 +93,17 @@ constexpr TerminalObject kObjects[] = {
     object(kNoKey, tag::kTerminalIndicator69, 1, kOne, TooLong::Cut),
 };
 
+constexpr std::size_t longestList()
+{
+    constexpr std::size_t kHeaderMax = 2 + 1 + 1; // tag, length, and the byte between them
+    std::size_t size = kHeaderMax + 2 + 1;        // the response code in front, 00 behind
+    for (const TerminalObject& item : kObjects) {
+        size += kHeaderMax + item.width;
+    }
+    return size;
+}
+static_assert(longestList() <= kTerminalDataMax, "every object has room");
+
 // Appends a field of zeros with the value right-aligned in it. A value that overruns writes over what stands before
 // its field; what would fall before the list is dropped.
 void putField(TerminalData& data, std::size_t width, ByteView value, TooLong tooLong)
@@ -118,7 +129,7 @@ void putRandom(TerminalData& data, std::size_t width)
 {
     std::srand(static_cast<unsigned>(std::time(nullptr)));
     for (std::size_t i = 0; i < width; ++i) {
-        data.append(static_cast<std::uint8_t>(std::rand() & 0xFF));
+        proven(data.append(static_cast<std::uint8_t>(std::rand() & 0xFF)));
     }
 }
 
@@ -127,11 +138,11 @@ void putAbsent(TerminalData& data, const TerminalObject& item)
     if (item.absent == Absent::LeaveOut) {
         return;
     }
-    putHeader(data, item.tag.view(), item.width);
+    proven(putHeader(data, item.tag.view(), item.width));
     if (item.absent == Absent::Random) {
         putRandom(data, item.width);
     } else {
-        data.append(ByteView(item.value, item.width));
+        proven(data.append(ByteView(item.value, item.width)));
     }
 }
 
@@ -147,7 +158,7 @@ void putInFirst(TerminalData& data, const LetteredItems& given, const TerminalOb
         putAbsent(data, item);
         return;
     }
-    putHeader(data, item.tag.view(), item.width);
+    proven(putHeader(data, item.tag.view(), item.width));
     putField(data, item.width, value.view(), item.inFirst);
 }
 
@@ -161,9 +172,9 @@ void putInSecond(TerminalData& data, const LetteredItems& given, const TerminalO
         putAbsent(data, item);
         return;
     }
-    data.append(item.tagWhenGivenInSecond.view());
-    data.skip(item.gapWhenGivenInSecond ? 1 : 0);
-    data.append(static_cast<std::uint8_t>(item.width));
+    proven(data.append(item.tagWhenGivenInSecond.view()));
+    proven(data.skip(item.gapWhenGivenInSecond ? 1 : 0));
+    proven(data.append(static_cast<std::uint8_t>(item.width)));
     putField(data, item.width, value.view(), item.inSecond);
 }
 
@@ -179,7 +190,7 @@ void buildFirstData(const LetteredItems& given, TerminalData& data)
 
 void buildSecondData(const LetteredItems& given, ByteView responseCode, TerminalData& data)
 {
-    putObject(data, tag::kAuthorisationResponseCode, responseCode);
+    proven(putObject(data, tag::kAuthorisationResponseCode, responseCode));
     for (const TerminalObject& item : kObjects) {
         putInSecond(data, given, item);
     }
@@ -214,7 +225,7 @@ void buildQueryData(TerminalData& data)
         {tag::kTerminalIndicator69, {kOne, sizeof kOne}},
     };
     for (const auto& item : objects) {
-        putObject(data, item.tag, item.value);
+        proven(putObject(data, item.tag, item.value));
     }
     endList(data);
 }

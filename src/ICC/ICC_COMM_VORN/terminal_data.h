@@ -17,7 +17,8 @@ constexpr std::uint8_t kNumber[] = {0x12, 0x34, 0x56, 0x78}; // in place of an u
 } // namespace fallback
 
 // A list with the 00 that ends it, which counts in its length.
-using TerminalData = ByteBuffer<384>;
+constexpr std::size_t kTerminalDataMax = 384;
+using TerminalData = ByteBuffer<kTerminalDataMax>;
 
 // The fixed list of IC_GetInfo.
 void buildQueryData(TerminalData& data);

@@ -68,7 +68,7 @@ public:
 private:
     void append(const char* text)
     {
-        text_.append(ByteView(reinterpret_cast<const std::uint8_t*>(text), std::strlen(text)));
+        proven(text_.append(ByteView(reinterpret_cast<const std::uint8_t*>(text), std::strlen(text))));
     }
 
     void addHead(char letter, std::size_t count)
