@@ -1,30 +1,30 @@
 # SPDX-License-Identifier: Apache-2.0
 # The virtual terminal of the arm64 stage: Debian's kernel, a file system of our own, and a run of QEMU with a reader on
 # its serial port and one on its USB bus. Uses $out, $tree, $library and $on_pty of the stage.
-guest=$out/guest
+vm=$out/guest
 multiarch=/usr/lib/aarch64-linux-gnu
 cross=/usr/aarch64-linux-gnu/lib
 
 fetch_kernel() { # with its USB modules, and a shell; once
-  [ -f $guest/fetched ] && return
-  rm -rf $guest
-  mkdir -p $guest/download $guest/unpacked
+  [ -f $vm/fetched ] && return
+  rm -rf $vm
+  mkdir -p $vm/download $vm/unpacked
   local kernel package
   kernel=$(apt-cache depends linux-image-arm64:arm64 | sed -n 's/.*Depends: \(linux-image-[^ ]*\).*/\1/p' | head -n 1)
   [ -n "$kernel" ] || return 1
-  (cd $guest/download && apt-get download "${kernel%:arm64}:arm64" busybox-static:arm64) || return 1
-  for package in "$guest"/download/linux-image-*.deb; do
+  (cd $vm/download && apt-get download "${kernel%:arm64}:arm64" busybox-static:arm64) || return 1
+  for package in "$vm"/download/linux-image-*.deb; do
     dpkg-deb --fsys-tarfile "$package" |
-      tar -x -C $guest/unpacked --wildcards './boot/vmlinuz-*' './lib/modules/*/kernel/drivers/usb/*' || return 1
+      tar -x -C $vm/unpacked --wildcards './boot/vmlinuz-*' './lib/modules/*/kernel/drivers/usb/*' || return 1
   done
-  for package in "$guest"/download/busybox*.deb; do
-    dpkg-deb --fsys-tarfile "$package" | tar -x -C $guest/unpacked || return 1
+  for package in "$vm"/download/busybox*.deb; do
+    dpkg-deb --fsys-tarfile "$package" | tar -x -C $vm/unpacked || return 1
   done
-  rm -rf $guest/download
-  touch $guest/fetched
+  rm -rf $vm/download
+  touch $vm/fetched
 }
 
-module() { find $guest/unpacked/lib/modules -name "$1.ko" | head -n 1; }
+module() { find $vm/unpacked/lib/modules -name "$1.ko" | head -n 1; }
 
 install_program() { # file, directory
   aarch64-linux-gnu-strip -o "$2/$(basename "$1")" "$1"
@@ -43,10 +43,10 @@ install_library() { # name, directory
 }
 
 make_initramfs() {
-  local root=$guest/root name
+  local root=$vm/root name
   rm -rf $root
   mkdir -p $root/{bin,dev,proc,sys,tmp,run,modules,tests,profiles,lib,usr/lib} "$root$multiarch/gconv"
-  cp $guest/unpacked/bin/busybox $root/bin/busybox
+  cp $vm/unpacked/bin/busybox $root/bin/busybox
   for name in sh mount mkdir insmod rmmod sed cat grep sleep rm poweroff; do ln -s busybox $root/bin/$name; done
   for name in usb-common usbcore xhci-hcd xhci-pci; do
     aarch64-linux-gnu-strip --strip-debug -o $root/modules/$name.ko "$(module $name)" || return 1
@@ -65,7 +65,7 @@ make_initramfs() {
   done
   cp $multiarch/gconv/{GBK.so,UNICODE.so,gconv-modules} "$root$multiarch/gconv/"
   [ -d $multiarch/gconv/gconv-modules.d ] && cp -r $multiarch/gconv/gconv-modules.d "$root$multiarch/gconv/"
-  (cd $root && find . | cpio -o -H newc -R 0:0 --quiet | gzip -1) >$guest/initrd.gz
+  (cd $root && find . | cpio -o -H newc -R 0:0 --quiet | gzip -1) >$vm/initrd.gz
 }
 
 # "PART PROGRAM:FILE" for each of $on_pty: the four guests take them in turn.
@@ -90,7 +90,7 @@ run_guest() { # profile, suite, part
   done
   port=$(head -n 1 "$peer")
   timeout 600 qemu-system-aarch64 -M virt -cpu cortex-a57 -m 512 -nodefaults -nographic -no-reboot \
-    -kernel "$(find $guest/unpacked/boot -name 'vmlinuz-*' | head -n 1)" -initrd $guest/initrd.gz \
+    -kernel "$(find $vm/unpacked/boot -name 'vmlinuz-*' | head -n 1)" -initrd $vm/initrd.gz \
     -append "console=ttyAMA0 quiet panic=-1 vorn.profile=$profile vorn.suite=$suite vorn.part=$3" \
     -serial mon:stdio -chardev serial,id=s0,path=/dev/"$port" -device pci-serial,chardev=s0 \
     -device qemu-xhci -chardev socket,id=r0,path="$socket" -device usb-redir,chardev=r0 \
