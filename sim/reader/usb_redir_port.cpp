@@ -100,9 +100,9 @@ public:
     {
         setCallbacks();
         std::uint32_t capabilities[USB_REDIR_CAPS_SIZE] = {};
-        // Without usb_redir_cap_32bits_bulk_length a packet has at most 64 KB, and no peer can announce more.
-        for (const int capability :
-             {usb_redir_cap_connect_device_version, usb_redir_cap_ep_info_max_packet_size, usb_redir_cap_64bits_ids}) {
+        // All that QEMU's USB host controller asks for: it takes no device without them.
+        for (const int capability : {usb_redir_cap_connect_device_version, usb_redir_cap_ep_info_max_packet_size,
+                                     usb_redir_cap_64bits_ids, usb_redir_cap_32bits_bulk_length}) {
             usbredirparser_caps_set_cap(capabilities, capability);
         }
         usbredirparser_init(parser_, "vorn simulated reader", capabilities, USB_REDIR_CAPS_SIZE,
@@ -320,7 +320,7 @@ private:
     {
         if (header.endpoint == kInEndpoint) {
             if (transfers_.size() < kTransfersMax) {
-                transfers_.push_back({id, header.length});
+                transfers_.push_back({id, header.length + (std::size_t{header.length_high} << 16)});
             } else {
                 finish(id, usb_redir_ioerror, {});
             }

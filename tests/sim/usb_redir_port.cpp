@@ -127,11 +127,17 @@ public:
         Bytes body(sizeof(usb_redir_hello_header) + 4);
         std::memcpy(body.data(), "test", 4);
         ASSERT_TRUE(send(usb_redir_hello, 0, body));
-        for (const std::uint32_t type :
-             {usb_redir_hello, usb_redir_ep_info, usb_redir_interface_info, usb_redir_device_connect}) {
+        const Packet answer = receive();
+        ASSERT_EQ(answer.type, usb_redir_hello);
+        ASSERT_EQ(answer.body.size(), body.size());
+        std::memcpy(&capabilities_, answer.body.data() + sizeof(usb_redir_hello_header), sizeof capabilities_);
+        for (const std::uint32_t type : {usb_redir_ep_info, usb_redir_interface_info, usb_redir_device_connect}) {
             ASSERT_EQ(receive().type, type);
         }
     }
+
+    // What the device's greeting says that it can do.
+    bool deviceHas(int capability) const { return (capabilities_ >> capability & 1U) != 0; }
 
     Packet receive()
     {
@@ -184,6 +190,7 @@ private:
 
     int fd_;
     bool connected_ = false;
+    std::uint32_t capabilities_ = 0;
     Bytes unfinished_; // of a packet that the device did not take whole
 };
 
@@ -217,6 +224,16 @@ TEST_F(SimUsbSocket, AnExchangeThroughBulkTransfers)
     const BulkReply received = machine.bulkReply();
     EXPECT_EQ(received.id, 1U);
     EXPECT_EQ(toHex(received.data), toHex(answer));
+}
+
+TEST_F(SimUsbSocket, TheGreetingHasWhatVirtualMachinesAskFor)
+{
+    UsbRedirPort port(reader, path);
+    Machine machine(path);
+    machine.hello();
+    EXPECT_TRUE(machine.deviceHas(usb_redir_cap_ep_info_max_packet_size));
+    EXPECT_TRUE(machine.deviceHas(usb_redir_cap_64bits_ids));
+    EXPECT_TRUE(machine.deviceHas(usb_redir_cap_32bits_bulk_length));
 }
 
 TEST_F(SimUsbSocket, AMachineThatGoesAwayLeavesRoomForTheNext)
