@@ -165,20 +165,30 @@ void writeCall(const std::string& fuzzer, const std::string& name, Bytes head, c
 void cardData(const sim::Profile& profile)
 {
     for (const char* const aid : {"", "A000000333010101"}) {
-        std::string log;
-        fuzz::keepLog(&log);
         Simulated reader(profile);
         static char record[ICC_USER_INFO_CAPACITY];
         int type = VORN_OPEN_EITHER;
         int length = 0;
         IC_GetInfo("ttyS1", "", 9600, 3, &type, aid, "ABCDEFGHIJKL", &length, record);
-        fuzz::keepLog(nullptr);
         const std::string name = profile.name + (*aid == '\0' ? "" : "-aid");
         Bytes head{0x00, 0x03};
         head += text(aid);
         writeCall("card_data", name, head += text("ABCDEFGHIJKL"), reader);
-        Bytes view{0x0F};
-        write("tool_log", name, view += bytesOf(log));
+        Bytes watched{0x0F};
+        for (const auto& exchange : reader.exchanges()) {
+            Bytes answer{0x32, exchange.status};
+            const Bytes sent = sim::encodeFrame(exchange.command);
+            const Bytes received = sim::encodeFrame(answer += exchange.payload);
+            for (const auto& [frame, direction] : {std::pair(sent, 0U), std::pair(received, 1U)}) {
+                for (std::size_t at = 0; at < frame.size(); at += 127) {
+                    const std::size_t size = std::min<std::size_t>(127, frame.size() - at);
+                    watched.push_back(static_cast<std::uint8_t>(size << 1 | direction));
+                    watched.insert(watched.end(), frame.begin() + static_cast<std::ptrdiff_t>(at),
+                                   frame.begin() + static_cast<std::ptrdiff_t>(at + size));
+                }
+            }
+        }
+        write("tool_line", name, watched);
         write("tool_lettered", name, bytesOf(record));
         Bytes selection{static_cast<std::uint8_t>(*aid == '\0' ? 1 : 2)};
         selection += counted(*aid == '\0' ? bytesOf("1PAY.SYS.DDF01") : *sim::fromHex(aid));

@@ -16,7 +16,6 @@ constexpr std::uint8_t kEtx = 0x03;
 constexpr std::uint8_t kEsc = 0x1B;
 constexpr unsigned kPauseMs = 120;
 constexpr unsigned kLateMs = 3100;
-constexpr std::size_t kMore = 256;
 
 ByteView viewOf(const Bytes& bytes) { return ByteView(bytes.data(), bytes.size()); }
 
@@ -99,12 +98,9 @@ void AnsweringReader::command(const Bytes&)
         return;
     }
     const std::uint8_t kind = input_.byte();
-    const ByteView taken = input_.counted();
-    Bytes card(taken.data(), taken.data() + taken.size());
-    for (std::size_t i = 0; (kind & 8) != 0 && i < kMore && !taken.empty(); ++i) {
-        card.push_back(taken[i % taken.size()]);
-    }
-    const ByteView given = viewOf(card);
+    const std::size_t count = input_.byte() + ((kind & 8) != 0 ? 256U : 0U);
+    const ByteView given = input_.take(count);
+    Bytes card(given.data(), given.data() + given.size());
     Bytes line;
     switch (kind & 7) {
     case 3:
@@ -121,12 +117,11 @@ void AnsweringReader::command(const Bytes&)
         break;
     case 7:
         return;
-    default: {
-        Bytes good = card;
-        good.insert(good.end(), {0x90, 0x00});
-        line = reply(0x00, viewOf(good));
+    default:
+        card.push_back(0x90);
+        card.push_back(0x00);
+        line = reply(0x00, viewOf(card));
         break;
-    }
     }
     if ((kind & 64) != 0) {
         line.insert(line.begin(), {0xFF, kEtx, 0x30});
@@ -149,13 +144,13 @@ void AnsweringReader::versionAsked()
 
 void appendAnswer(Bytes& to, std::uint8_t status, ByteView payload)
 {
-    const ByteView head = payload.first(payload.size() > kMore ? payload.size() - kMore : payload.size());
-    to.push_back(static_cast<std::uint8_t>((status == 0 ? 3 : 4) | (payload.size() > kMore ? 8 : 0)));
-    to.push_back(static_cast<std::uint8_t>(head.size() + (status == 0 ? 0 : 1)));
+    const std::size_t count = payload.size() + (status == 0 ? 0 : 1);
+    to.push_back(static_cast<std::uint8_t>((status == 0 ? 3 : 4) | (count > 255 ? 8 : 0)));
+    to.push_back(static_cast<std::uint8_t>(count > 255 ? count - 256 : count));
     if (status != 0) {
         to.push_back(status);
     }
-    to.insert(to.end(), head.data(), head.data() + head.size());
+    to.insert(to.end(), payload.data(), payload.data() + payload.size());
 }
 
 // ------------------------------------------------------------ an ordinary card

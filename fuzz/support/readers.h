@@ -36,7 +36,7 @@ private:
 //              3       the card's bytes                     5  bytes on the line as they are
 //              6       the first two bytes are the announced length
 //              7       nothing
-//   kind & 8   they come again, for 256 bytes more     & 16 it comes in two pieces with a pause     & 32 it comes twice
+//   kind & 8   256 bytes more     & 16 it comes in two pieces with a pause     & 32 it comes twice
 //   kind & 64  noise before it    & 128 it comes late
 class AnsweringReader final : public FramedReader {
 public:
@@ -50,7 +50,7 @@ private:
     Input& input_;
 };
 
-// An answer as AnsweringReader takes it, for seeds. Of a long one the end is lost.
+// An answer as AnsweringReader takes it, for seeds.
 void appendAnswer(std::vector<std::uint8_t>& to, std::uint8_t status, ByteView payload);
 
 // A reader with one ordinary card, which answers every command of a transaction.

@@ -50,7 +50,6 @@ void script(Input& input)
 void commands(Input& input)
 {
     Output out(VORN_PAYLOAD_MAX);
-    Output brief(VORN_RESPONSE_MAX);
     unsigned char byteLength = 0;
     int length = 0;
     Output random(512);
@@ -60,10 +59,10 @@ void commands(Input& input)
     VR_read_binary(input.byte(), 0, 0, out.bytes(), &length);
     require(length >= 0 && length <= VORN_PAYLOAD_MAX, "the length of a file");
     vrdk_ExternalAuth(data.data(), count);
-    vrdk_InternalAuth(data.data(), count, brief.bytes(), &byteLength);
+    vrdk_InternalAuth(data.data(), count, out.bytes(), &byteLength);
     vrdk_VerifyPin(0x80, data.data(), count);
-    vrdk_GetData(input.byte(), brief.bytes(), &byteLength);
-    vrdk_GenerateAC(0x80, data.data(), count, brief.bytes(), &byteLength);
+    vrdk_GetData(input.byte(), out.bytes(), &byteLength);
+    vrdk_GenerateAC(0x80, data.data(), count, out.bytes(), &byteLength);
     vrdk_getwalletinfo(out.bytes(), &length);
     require(length >= 0 && length <= VORN_PAYLOAD_MAX, "the length of the wallet's answer");
 }
