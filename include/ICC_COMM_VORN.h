@@ -6,29 +6,20 @@
  * leave the link open or the card powered say so. One call at a time in a process; nothing here is thread-safe.
  *
  * Arguments that all calls share
- *   nPortNo     "USB", or the name of a tty below /dev, for example "ttyS1" or "pts/3" (at most 116 characters). It
- *               goes into the path as it stands, "../" included: take it from the terminal's set-up, not from strangers
- *   extendPort  written to the log by IC_PowerOn, IC_PowerOff, IC_GetInfo, IC_GetTranDeta, IC_GenARQC,
- *               IC_CtlScriptData and IC_GetZzhHardWalletInfo; otherwise not used
- *   nBaudRate   the same; the line runs at 9600 and 38400 baud
- *   nTimeout    seconds to wait for the user's card, in the calls that wait for one
+ *   nPortNo     "USB", or the name of a tty below /dev, for example "ttyS1" or "pts/3" (at most 116 characters)
+ *   extendPort  written to the log, otherwise not used
+ *   nBaudRate   written to the log, otherwise not used; the line runs at 9600 and 38400 baud
+ *   nTimeout    seconds to wait for the user's card
  *   A NULL text is taken as an empty one. Outputs that are NULL are not written. A NULL pnIcType is card type 0.
- *   An output may not overlap another argument, but for pszResp of IC_SendAPDU, which may be pszAPDU, and the outputs
- *   of IC_CtlScriptData, which may be its input texts.
  *
- * Results that all calls share (vorn/result.h): 0 success, -3 link not opened. After -3 the outputs are as they were,
- * unless a call says that it empties them first. Each call names all of its other results; vorn_result_text
- * (vorn/about.h) puts them into words.
+ * Results that all calls share (vorn/result.h): 0 success, -3 link not opened, -9 no card, -10 reader refused,
+ * -11 no reply. After -3 the outputs are as they were, unless a call says that it empties them first.
  *
  * Hex text is upper case on output and either case on input, two characters a byte, no separators.
  *
  * Waiting for a card. IC_PowerOn waits nTimeout seconds. The other calls ask without a bound as long as the reader
  * reports no card; nTimeout of 0 or less gives -2 after one attempt, which may have powered the card (and so may an
- * nTimeout of 1, when a second ends just then). A host that wants a bound asks first: IC_PowerOn with nCardType 1 waits
- * nTimeout seconds and no longer, and when it returns 0 the card that it found is there for the call that follows.
- *
- * No call has a bound of its own where a card asks for one exchange after the other (61xx for ever), or a line sends a
- * byte now and then: the library goes on asking.
+ * nTimeout of 1, when a second ends just then).
  *
  * What a host must know about its terminal: two log files, one of them with card data in clear, are written to the
  * working directory (vorn/log.h).
@@ -36,7 +27,6 @@
 #ifndef ICC_COMM_VORN_H
 #define ICC_COMM_VORN_H
 
-#include "vorn/about.h"
 #include "vorn/card.h"
 #include "vorn/convert.h"
 #include "vorn/export.h"
@@ -45,15 +35,14 @@
 #include "vorn/result.h"
 
 /* Capacities of the callers' output buffers, in bytes, NUL included: the worst case that a card or a reader can
- * bring about, which the library never exceeds. Hosts are compiled with these figures: a text that could grow longer
- * would be another interface. */
+ * bring about, which the library never exceeds. */
 enum ICC_capacity {
     ICC_ATR_CAPACITY = VORN_PAYLOAD_TEXT_CAPACITY,      /* pszATR of IC_PowerOn, pszUID of IC_M1ActiveCard */
     ICC_RESPONSE_CAPACITY = VORN_PAYLOAD_TEXT_CAPACITY, /* pszResp of IC_SendAPDU */
     ICC_USER_INFO_CAPACITY = 12 * (4 + 510) + 1,        /* pszUsrInfo: twelve fields of a 255-byte value */
     ICC_TX_DETAIL_CAPACITY = 255 * (70 + 64) + 1,       /* pszTxDetail: 255 log records, 20 bytes as 60 of UTF-8 */
     ICC_CRYPTOGRAM_CAPACITY = 2 * 1100 + 1,             /* pszARQC, pszTC */
-    ICC_STATE_CAPACITY = 2 * VORN_APPDATA_CAPACITY + 1, /* icc_tempappdata; records beyond are cut there */
+    ICC_STATE_CAPACITY = 2 * VORN_APPDATA_CAPACITY + 1, /* icc_tempappdata */
     ICC_SCRIPT_RESULT_CAPACITY = 17,                    /* pszScriptResult */
     ICC_M1_BLOCK_SIZE = 16,                             /* pData of IC_M1ReadCard and IC_M1WriteCard */
     ICC_M1_KEY_SIZE = 6,                                /* pKey */
@@ -75,7 +64,7 @@ VORN_API int IC_ClosePort(const char* nPortNo, const char* extendPort, int nBaud
  * nCardType 1: the user's card, contact first, then contactless. 2: the PSAM in slot nPSAMCardNo, 1 to 4.
  * pszATR: the answer to reset as hex text (ISO/IEC 7816-3, 8), ICC_ATR_CAPACITY; emptied first.
  * Returns 0; -1 card type or slot; -2 no card within nTimeout seconds (a card that answered just then included);
- * -3; -11; -25 power-on refused; for a PSAM also -9 (for the user's card that is waited on). */
+ * -3; -11; -25 power-on refused; for a PSAM also -9. */
 VORN_API int IC_PowerOn(const char* nPortNo, const char* extendPort, int nBaudRate, int nTimeout, int nCardType,
                         int nPSAMCardNo, char* pszATR);
 
@@ -94,13 +83,10 @@ VORN_API int IC_SendAPDU(const char* nPortNo, const char* extendPort, int nBaudR
 /* ------------------------------------------------------------------ card data */
 
 /* Reads the customer's data of a PBOC debit/credit card; powers the card off.
- * pnIcType: in 1 contact, 2 contactless, 3 contact first; out the one that answered, 1 or 2, also when the call fails
- *   later.
- * pszAIDlist: an application identifier or the beginning of one, hex text; its length counts modulo 256 characters, so
- *   127 bytes at most. When it is empty or finds nothing the card's directory is used.
- * pszTaglist: letters A to L of the data wanted; reading the records ends when all are found. C, D, F and H are no data
- *   of records as a rule, and E is sought under another tag: with one of them every record is read. Without a letter no
- *   record is read, and the fields that come from records are 000. At most 135 bytes of tags count.
+ * pnIcType: in 1 contact, 2 contactless, 3 contact first; out the one that answered, 1 or 2.
+ * pszAIDlist: an application identifier or the beginning of one, hex text, 127 bytes at most; when it is empty or
+ *   finds nothing the card's directory is used.
+ * pszTaglist: letters A to L of the data wanted; reading the records ends when all are found.
  * pnUsrInfoLen: characters in pszUsrInfo, the NUL counted.
  * pszUsrInfo: ICC_USER_INFO_CAPACITY. Twelve fields A to L: letter, three decimal digits giving the characters that
  *   follow, those characters:
@@ -109,10 +95,9 @@ VORN_API int IC_SendAPDU(const char* nPortNo, const char* extendPort, int nBaudR
  *     I 9F62 document type  J 9F61 document number  K 5F20 name  L 9F0B name extended
  *   An object that the card lacks gives 000. C, D, F and H are missing altogether when the card answered GET DATA
  *   with something else. A value is cut to 255 bytes.
- * Returns 0; -1 another card type, or no memory for the records; -2; -3; -11, -25 activation failed; -26 no
- * application; -27 final SELECT failed; -28 GET PROCESSING OPTIONS failed (refused, not understood, or its data beyond
- * 253 bytes). pszUsrInfo is then empty and *pnUsrInfoLen as it was; *pnIcType is the card that answered after -26, -27
- * and -28, else as it was; the card is powered off but after -2 and -3. */
+ * Returns 0; -1 another card type; -2; -3; -11, -25 activation failed; -26 no application; -27 final SELECT
+ * failed; -28 GET PROCESSING OPTIONS failed. pszUsrInfo is then empty and *pnUsrInfoLen as it was; the card is
+ * powered off but after -2 and -3. */
 VORN_API int IC_GetInfo(const char* nPortNo, const char* extendPort, int nBaudRate, int nTimeout, int* pnIcType,
                         const char* pszAIDlist, const char* pszTaglist, int* pnUsrInfoLen, char* pszUsrInfo);
 
@@ -133,9 +118,8 @@ VORN_API void convertFlagtoTLV(const char* text, unsigned char* items);
  *   the name on up to the first zero (which may lie behind the name) and the name in UTF-8 (so W's count does not lead
  *   to X), X004 ATC.
  * Returns 0, also when a record could not be read and the text ends there; -1 another card type; -2; -3; -11, -25
- * activation failed (card not powered off); -26; -27; -32 no log entry (9F4D) of two bytes on the card. After -32
- * pszTxDetail is empty; *pnTxDetailLen, and pszTxDetail after the other failures, are as they were. *pnIcType as with
- * IC_GetInfo. */
+ * activation failed (card not powered off); -26; -27; -32 no log entry (9F4D) of two bytes on the card, pszTxDetail
+ * empty. On the other failures the outputs are as they were. */
 VORN_API int IC_GetTranDeta(const char* nPortNo, const char* extendPort, int nBaudRate, int nTimeout, int* pnIcType,
                             const char* pszAIDlist, int* pnTxDetailLen, char* pszTxDetail);
 
@@ -147,53 +131,38 @@ VORN_API int IC_GetTranDeta(const char* nPortNo, const char* extendPort, int nBa
  * pszTxData: lettered text (see convertFlagtoTLV) with the transaction's data; widths in bytes and defaults:
  *     P 9F02 6 amount 0   Q 9F03 6 other amount 0   J 9F1A 2 country 0156   L 95 5 TVR 0000000800
  *     R 5F2A 2 currency 0156   T 9C 1 type 01   S 9A 3 date (YYMMDD or YYYYMMDD)   U 9F21 3 time
- *     K 9F37 4 unpredictable number (see below)   M 9F66 4 TTQ F4000000   N 9F7A 1 EC indicator 01
+ *     K 9F37 4 unpredictable number (random)   M 9F66 4 TTQ F4000000   N 9F7A 1 EC indicator 01
  *     O 9F7B 6 EC limit 000001000000   V 9F4E 20 merchant name (a fixed bank name in an encoding of its own: give V)
  *   Values are right-aligned. Of a longer S the last three bytes count, of the other letters' the first bytes. Keep
  *   P, Q, J, L and R within their widths: longer ones are not cut but write over what stands before them in the data
- *   that the card is asked to sign. Without S or U there is no date or time. Give K: the number that is drawn without
- *   it follows from the clock's second, so it can be foreseen.
+ *   that the card is asked to sign. Without S or U there is no date or time.
  * pnARQCLen, pszARQC: characters, and the text for the issuer as hex of TLV items, ICC_CRYPTOGRAM_CAPACITY.
  * icc_tempappdata: the state for IC_CtlScriptData, ICC_STATE_CAPACITY.
  * Returns 0; -24 icc_tempappdata is NULL (link not touched); -3 link not opened, or tag 80 missing in the answer;
  * -2 no card in time (see above), no CDOL1 or CDOL2 on the card, or no ARQC given; -1 another card type, CDOL1 cannot
- * be built (its values: 255 bytes at most), or no memory for pszTxData (link not touched) or for the records; -11, -25
- * activation failed; -26; -27; -28; -29 GENERATE AC failed. Powered off on: activation failed, no memory for the
- * records, -26, -27, -28, -29.
- * What a failure leaves: both texts are emptied first (not with -24). Once the records are read - so after -29, after
- * every -2 but that of the wait, after -3 but that of the link, and after a CDOL1 that cannot be built -
- * icc_tempappdata holds all of their data in clear, PAN and track 2 included, as lower-case hex, cut to its capacity:
- * wipe it, and give it to nobody. pszARQC and *pnARQCLen are written only before the -2 of a missing CDOL2; they are
- * complete then. *pnIcType as with IC_GetInfo. */
+ * be built, or no memory for pszTxData (link not touched); -11, -25 activation failed; -26; -27; -28; -29 GENERATE AC
+ * failed. Powered off on: activation failed, -26, -27, -28, -29. Both texts are emptied first and keep what was written
+ * before a failure. */
 VORN_API int IC_GenARQC(const char* nPortNo, const char* extendPort, int nBaudRate, int nTimeout, int* pnIcType,
                         const char* pszAIDlist, const char* pszTxData, int* pnARQCLen, char* pszARQC,
                         char* icc_tempappdata);
 
 /* Second half: EXTERNAL AUTHENTICATE, second GENERATE AC, issuer script (EMV Book 3, 10.9 to 10.11), on the card
- * as IC_GenARQC left it. The card is powered off only after a script; otherwise it stays powered. nTimeout is only
- * logged: no card is waited for. A line with the port goes to standard output, whatever the port.
- * pnIcType: out, the card type of the state, written as soon as the link is open.
- * pszTxData: as given to IC_GenARQC (here every value is cut to its width; a given L is read as an empty 95, and what
- *   follows it may be lost to the card's list; a given N goes into a second 9F66, and 9F7A is sent as zero).
+ * as IC_GenARQC left it. The card is powered off only after a script; otherwise it stays powered.
+ * pnIcType: out, the card type of the state. pszTxData: as given to IC_GenARQC (here every value is cut to its
+ *   width; a given L is read as an empty 95, and what follows it may be lost to the card's list; a given N goes into a
+ *   second 9F66, and 9F7A is sent as zero).
  * pszARPC: hex of TLV items: 91 (ARPC and two ARC characters), optionally a script 72 or 71 with 9F18.
  * pnTCLen, pszTC: characters, and the TC's text, ICC_CRYPTOGRAM_CAPACITY; the tags 9F02, 5F2A, 9F1A and 9F03 stand
  *   in it with their first byte only.
- * pszScriptResult: ICC_SCRIPT_RESULT_CAPACITY; empty without a script, else DF3105 and the result: first digit 0 not
- *   run (the call ended before), 2 done, 1 failed at the command given by the second digit (15 and above F). With 9F18
- *   the text ends after ten characters, the last two of them the identifier's fourth byte.
- * Both texts are emptied once the link is open. *pnTCLen is written only together with pszTC: look at pszTC first.
- * Returns
- *   0    done; or declined, with pszTC empty: the issuer's ARC asked for an AAC, and the card gave it, or refused the
- *        command, or card or reader was gone
- *   -1   no CDOL2 in the state, or CDOL2 cannot be built (its values: 255 bytes at most); or no memory for the texts
- *        (link not touched)
- *   -2   pszARPC empty or of odd length; or the card gave no TC (the link stays open then, until the next call)
- *   -3   link not opened, or tag 80 missing
- *   -4   no 91 or less than 10 bytes of it
- *   -30  TC refused, or GENERATE AC failed: the card may have given its TC and the answer was lost
- *   -31  script failed; pszTC is complete
- * After 0 with an empty pszTC, after the -2 of a card without a TC, the -3 of a missing tag and -30 a host does not
- * know what the card has decided: it takes the transaction as unknown and reverses it with the issuer. */
+ * pszScriptResult: ICC_SCRIPT_RESULT_CAPACITY; empty without a script, else DF3105 and the result: first digit 2
+ *   done, 1 failed at the command given by the second digit (15 and above F). With 9F18 the text ends after ten
+ *   characters, the last two of them the identifier's fourth byte.
+ * Returns 0 done - or declined: the issuer's ARC asked for an AAC, the card gave it or refused the command, and pszTC
+ * is empty; -1 no CDOL2 in the state, CDOL2 cannot be built, or no memory for the texts (link not touched); -2 pszARPC
+ * empty or of odd length, or the card gave no TC (the link stays open then, until the next call);
+ * -3 link not opened, or tag 80 missing; -4 no 91 or less than 10 bytes of it; -30 TC refused or GENERATE AC
+ * failed; -31 script failed. */
 VORN_API int IC_CtlScriptData(const char* nPortNo, const char* extendPort, int nBaudRate, int nTimeout, int* pnIcType,
                               const char* pszTxData, const char* pszARPC, int* pnTCLen, char* pszTC,
                               char* pszScriptResult, const char* icc_tempappdata);
@@ -202,7 +171,7 @@ VORN_API int IC_CtlScriptData(const char* nPortNo, const char* extendPort, int n
  *
  * Order: IC_M1ActiveCard, IC_M1CheckCardPin, any number of reads and writes, IC_M1PowerOff. On success the first
  * four leave the link open; the next call releases it, IC_M1PowerOff closes it. A failure closes it.
- * Return 0; -3; -9 no card, -10 refused, -11 no reply; IC_M1CheckCardPin and IC_M1WriteCard -1 when an input is NULL.
+ * Return 0; -1 a needed input is NULL; -3; -9, -10, -11.
  */
 
 /* pFlag: set to 1. pszUID: the card's identification as hex text, ICC_ATR_CAPACITY. Untouched on failure. */
@@ -242,12 +211,10 @@ VORN_API int IC_GetZzhHardWalletInfo(const char* nPortNo, const char* extendPort
  * serial become empty texts. Returns 0; -3; -11 no answer, over USB always. */
 VORN_API int GetDevInfo(const char* port, char* version, char* date, char* serial);
 
-/* Describes the reader in JSON. request: {"RequestPort": "3"} for the tty /dev/COM3 (a number that no int holds is the
- * nearest one; nothing but a number gets into the name); "0", a text that is no number, no such text member, or no JSON
- * at all: USB. reserved: not used. out: ICC_DEVICE_JSON_CAPACITY. *outLen: characters,
+/* Describes the reader in JSON. request: {"RequestPort": "3"} for the tty /dev/COM3; "0", a text that is no number, no
+ * such text member, or no JSON at all: USB. reserved: not used. out: ICC_DEVICE_JSON_CAPACITY. *outLen: characters,
  * the NUL not counted.
- * The reply says "success" also when no reader answered: its "DeviceVersion" is empty then. Bytes of the version that
- * are no UTF-8 are question marks. Without memory for the whole document out is empty. Returns 0 always. */
+ * The reply says "success" also when no reader answered: its "DeviceVersion" is empty then. Returns 0 always. */
 VORN_API int DEV_CommCall(const char* request, void* reserved, char* out, int* outLen);
 
 VORN_END_C

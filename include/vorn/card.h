@@ -15,7 +15,7 @@ VORN_BEGIN_C
  *
  * Each returns 0 when the card answered 9000, the card's status word, or a negative code of the reader; then
  * nothing is written. Response data come without the status word. An output whose length is an unsigned char
- * needs VORN_RESPONSE_MAX bytes, one whose length is an int VORN_PAYLOAD_MAX bytes; it may be the input's buffer.
+ * needs VORN_RESPONSE_MAX bytes, one whose length is an int VORN_PAYLOAD_MAX bytes.
  */
 
 /* GET CHALLENGE (ISO/IEC 7816-4, 7.5.3). random: count bytes, at most 512; always count bytes are written, zeros
@@ -46,8 +46,7 @@ VORN_API unsigned int vrdk_GetProcessOptions(const unsigned char* data, unsigned
 /* GET DATA (6.5.7). index: 0 9F36, 1 9F13, 2 9F17, 3 9F4F, 4 9F79, 5 9F77, 6 9F78, any other 9F36. */
 VORN_API unsigned int vrdk_GetData(unsigned char index, unsigned char* object, unsigned char* objectLength);
 
-/* GENERATE AC (6.5.5). referenceControl: 00 AAC, 40 TC, 80 ARQC, C0 as IC_CtlScriptData sends it for the authorisation
- * response codes 01 and 02. */
+/* GENERATE AC (6.5.5). referenceControl: 00 AAC, 40 TC, 80 ARQC. */
 VORN_API unsigned int vrdk_GenerateAC(unsigned char referenceControl, const unsigned char* data, unsigned char lc,
                                       unsigned char* response, unsigned char* responseLength);
 
@@ -75,7 +74,7 @@ VORN_API unsigned char* vrdk_findtag(const unsigned char* tag, int tagLength, co
 /* Copies the value of the object found. Returns 0, or -1 when the tag is absent (nothing written).
  * A length in the 81 form is not the object's own: it is the buffer's second byte (hosts know the 129 bytes that
  * follow in a record 70 81 ..). value: max(255, bufferLength) bytes; 65535 without a bound. A
- * value that runs past the buffer is cut; one of the 81 form is filled up with zeros. value may lie in the buffer. */
+ * value that runs past the buffer is cut; one of the 81 form is filled up with zeros. */
 VORN_API int vrdk_gettagvalue(const unsigned char* tag, int tagLength, const unsigned char* buffer, int bufferLength,
                               unsigned char* value, int* valueLength);
 
@@ -107,8 +106,7 @@ VORN_API int vrdk_GetTaginDOL(const unsigned char* dol, int remaining, unsigned 
 VORN_API int vrdk_findtaginDOL(const unsigned char* tag, int tagLength, const unsigned char* dol, int dolLength);
 
 /* Builds the list's values from a TLV buffer (bounds as above), each padded or cut by its tag's format letter; a
- * tag that is absent, or not in the dictionary, gives zeros. output: VORN_DOL_DATA_CAPACITY bytes; it may overlap the
- * inputs. What a command's data field takes is less: 255 bytes, of GET PROCESSING OPTIONS 253.
+ * tag that is absent, or not in the dictionary, gives zeros. output: VORN_DOL_DATA_CAPACITY bytes.
  * Returns 0, or -1: the list is NULL, empty, not readable to its end, or asks for more than the output holds; the
  * values before that place are written then. */
 VORN_API int vrdk_BuildDOL(const unsigned char* source, int sourceLength, const unsigned char* dol, int dolLength,
@@ -169,16 +167,14 @@ VORN_API int VR_selectapp(char* text);
 
 /* GET PROCESSING OPTIONS with the PDOL (9F38) of the FCI filled from the terminal data. An FCI of length 0 is
  * an empty one.
- * aip: 2 bytes; afl: VORN_RESPONSE_MAX bytes. A response 80 01 xx is an AIP of xx and 00, and no AFL.
- * Returns 0; -1: PDOL cannot be built or its values take more than 253 bytes, or the response is of neither format or
- * an empty 80; otherwise the command's failure. */
+ * aip: 2 bytes; afl: VORN_RESPONSE_MAX bytes. Returns 0; -1: PDOL cannot be built, or the response is of neither
+ * format; otherwise the command's failure. */
 VORN_API int vrdk_GetProcOptions(const unsigned char* fci, unsigned char fciLength, const unsigned char* terminalData,
                                  int terminalDataLength, unsigned char* aip, unsigned char* aipLength,
                                  unsigned char* afl, unsigned char* aflLength);
 
 /* Reads the records that the AFL names until the wanted tags (one or two bytes each) are all there; records that
- * cannot be read are passed over, and so are those that do not fit any more: a tag in them stays wanted. records,
- * authData: VORN_APPDATA_CAPACITY bytes each. authData: what the AFL
+ * cannot be read are passed over. records, authData: VORN_APPDATA_CAPACITY bytes each. authData: what the AFL
  * marks for offline data authentication. Returns 0 always. */
 VORN_API int vrdk_GetAppData(const unsigned char* afl, unsigned char aflLength, const unsigned char* wantedTags,
                              unsigned char wantedTagsLength, unsigned char* records, int* recordsLength,

@@ -4,8 +4,6 @@
  *
  * No function here checks the size of an output buffer: each comment gives the room that the caller provides.
  * Pointers must be valid unless a comment allows NULL. A count below zero is taken as zero.
- * The functions that read text (AsciiToHex, halftochar, _3xToHex, Vr_chartoarray, AscToBcd, bcdtocn) may write their
- * bytes where the text begins; otherwise an output may not overlap an input.
  */
 #ifndef VORN_CONVERT_H
 #define VORN_CONVERT_H

@@ -29,27 +29,6 @@ enum vorn_result {
     VORN_OBJECT_MISSING = -32    /* a data object that the call needs is missing or too short */
 };
 
-/* What the two transaction calls return where one code stands for several things. */
-enum vorn_transaction_result {
-    /* IC_GenARQC */
-    VORN_NO_CDOL1 = -2, /* the card's records hold no CDOL1 (8C) */
-    VORN_NO_ARQC = -2,  /* the card answered with another cryptogram */
-    VORN_NO_CDOL2 = -2, /* the card's records hold no CDOL2 (8D) */
-    /* IC_CtlScriptData */
-    VORN_STATE_WITHOUT_CDOL2 = -1, /* the state text holds none */
-    VORN_NO_ANSWER = -2,           /* the issuer's answer decodes to nothing */
-    VORN_NO_TC = -2,               /* the card answered with another cryptogram */
-    /* both */
-    VORN_DOL_NOT_BUILT = -1, /* the card's list cannot be read or asks for too much */
-    VORN_NOT_FORMAT_1 = -3   /* the card's answer holds no tag 80 */
-};
-
-/* nCardType of IC_PowerOn, IC_PowerOff and IC_SendAPDU. */
-enum vorn_card_type { VORN_USER_CARD = 1, VORN_PSAM_CARD = 2 };
-
-/* The one failure of VR_selectapp. */
-enum vorn_purse_result { VORN_PURSE_FAILED = 15 };
-
 enum vorn_limit {
     /* Longest command, in bytes, that fits one reader frame (2 * 508 + 8 = 1024 characters). */
     VORN_COMMAND_MAX = 508,
@@ -60,8 +39,8 @@ enum vorn_limit {
     VORN_PAYLOAD_TEXT_CAPACITY = 2 * VORN_PAYLOAD_MAX + 1,
     /* Longest response data, in bytes, of a card function whose length is one byte; more is cut off. */
     VORN_RESPONSE_MAX = 255,
-    /* Room for the concatenated records of an application in a host's buffer, in bytes: vrdk_GetAppData passes over a
-     * record that does not fit any more, like one that cannot be read. (The IC_ calls keep all records.) */
+    /* Room for the concatenated records of an application, in bytes. A record that does not fit any more is
+     * passed over like one that cannot be read. */
     VORN_APPDATA_CAPACITY = 4096,
     /* Most bytes that vrdk_BuildDOL writes; a list that asks for more cannot be built. */
     VORN_DOL_DATA_CAPACITY = 4096

@@ -353,6 +353,7 @@ int vrdk_FinalAppSelect(const unsigned char* aid, int aidLength, unsigned char* 
 
 int VR_selectapp(char* text)
 {
+    constexpr int kFailed = 15;
     constexpr std::uint8_t kIdentifierFile = 0x15;
     constexpr int kIdentifierSize = 10;
     constexpr std::size_t kTextLength = 19; // the last of the twenty digits is dropped: hosts compare nineteen
@@ -363,13 +364,13 @@ int VR_selectapp(char* text)
         halftochar(nameText, name, &nameLength);
         Fci fci;
         if (selectByName(viewOf(name, nameLength), kFirst, fci) != kSuccess) {
-            return VORN_PURSE_FAILED;
+            return kFailed;
         }
     }
     std::uint8_t identifier[VORN_PAYLOAD_MAX] = {};
     int length = 0;
     if (VR_read_binary(kIdentifierFile, 0, kIdentifierSize, identifier, &length) != kSuccess) {
-        return VORN_PURSE_FAILED;
+        return kFailed;
     }
     for (std::size_t i = 0; i < kIdentifierSize; ++i) {
         char digits[3];

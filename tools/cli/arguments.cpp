@@ -3,6 +3,7 @@
 
 #include "tools/cli/errors.h"
 #include "tools/cli/interrupt.h"
+#include "tools/cli/quote.h"
 #include "tools/explain/hex.h"
 
 #include <poll.h>
@@ -46,7 +47,7 @@ CLI::Validator hexArgument(std::size_t most)
         [most](std::string& text) -> std::string {
             const auto bytes = bytesOf(text);
             if (!bytes) {
-                return "'" + text + "' is not hex, two digits a byte";
+                return inQuotes(text) + " is not hex, two digits a byte";
             }
             if (bytes->size() > most) {
                 return "at most " + std::to_string(most) + " bytes";
@@ -87,7 +88,7 @@ sim::Bytes bytesOfArgument(const std::string& text)
 {
     const auto bytes = bytesOf(text);
     if (!bytes) {
-        throw Failure(Exit::Usage, "'" + text + "' is not hex, two digits a byte");
+        throw Failure(Exit::Usage, inQuotes(text) + " is not hex, two digits a byte");
     }
     return *bytes;
 }

@@ -6,6 +6,8 @@
 
 #include "vorn/result.h"
 
+#include <nlohmann/json.hpp>
+
 #include <utility>
 
 namespace vorn::tool {
@@ -83,7 +85,53 @@ Failure::Failure(Exit exitCode, std::string message, std::string hint)
     : exitCode_(exitCode), message_(std::move(message)), hint_(std::move(hint))
 {}
 
-Failure failureOf(int result, Call call, const std::string& port)
+const std::vector<ExitMeaning>& exitMeanings()
+{
+    static const std::vector<ExitMeaning> meanings = {
+        {Exit::Ok, "done"},
+        {Exit::Internal, "something that should not happen"},
+        {Exit::Usage, "wrong options or arguments"},
+        {Exit::Port, "no such port, not a tty, or not opened"},
+        {Exit::Permission, "no permission for the port"},
+        {Exit::NoCard, "no card in time"},
+        {Exit::ReaderSilent, "the reader does not answer"},
+        {Exit::ReaderRefused, "the reader refused a command"},
+        {Exit::CardMute, "the card does not answer to power"},
+        {Exit::NoApplication, "no application on the card"},
+        {Exit::CardRefused, "the card refused a command or the transaction"},
+        {Exit::DataMissing, "the card, the host's answer or the pasted text lacks something"},
+        {Exit::Declined, "the issuer declined"},
+        {Exit::Unverified, "a cryptogram is not right"},
+        {Exit::ScriptFailed, "a command of the issuer's script failed"},
+        {Exit::NoAccess, "memory card: key or access refused, or a part not readable"},
+        {Exit::Unconfirmed, "a dangerous request was not confirmed"},
+        {Exit::Profile, "a profile could not be used"},
+        {Exit::Output, "the result or the log directory could not be written"},
+        {Exit::CardGone, "the card was taken away"},
+        {Exit::WrongDevice, "what answers at the port is no reader"},
+        {Exit::Unknown, "it is not known whether the card completed the transaction"},
+        {Exit::Referral, "the issuer wants to be called before it approves"},
+        {Exit::PortBusy, "another program uses the port"},
+        {Exit::TooLong, "a call did not come to its end in time"},
+        {Exit::LineDisturbed, "replies of the reader came damaged"},
+        {Exit::Findings, "a check found something to mend"},
+        {Exit::Interrupted, "ended by Ctrl-C or another signal"},
+    };
+    return meanings;
+}
+
+nlohmann::ordered_json errorDocument(const Failure& failure)
+{
+    const auto library = failure.library();
+    return {{"code", static_cast<int>(failure.exitCode())},
+            {"library", library ? nlohmann::ordered_json(*library) : nlohmann::ordered_json()},
+            {"message", failure.what()},
+            {"hint", failure.hint()}};
+}
+
+namespace {
+
+Failure meaningOf(int result, Call call, const std::string& port)
 {
     if (result == VORN_OPEN_FAILED) {
         return portFailure(port);
@@ -97,6 +145,13 @@ Failure failureOf(int result, Call call, const std::string& port)
         }
     }
     return {Exit::Internal, "unexpected result " + std::to_string(result), "please report this"};
+}
+
+} // namespace
+
+Failure failureOf(int result, Call call, const std::string& port)
+{
+    return meaningOf(result, call, port).fromLibrary(result);
 }
 
 } // namespace vorn::tool

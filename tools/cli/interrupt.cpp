@@ -10,6 +10,8 @@
 #include <algorithm>
 #include <array>
 #include <csignal>
+#include <cstdlib>
+#include <exception>
 
 namespace vorn::tool {
 
@@ -20,25 +22,38 @@ volatile std::sig_atomic_t removes = 0;
 std::array<std::array<char, 4096>, kLogFiles.size()> files{};
 std::array<char, 4096> directoryName{};
 
-// Who asks by SIGTERM or SIGHUP does not ask twice: the call that is running gets this long to come to its end.
-constexpr unsigned kGraceSeconds = 5;
+// For the tool itself to come to its end, a call's grace and the reader's way to rest included.
+constexpr unsigned kLastSeconds = 20;
+constexpr int kLastSignal = 3;
 
-void onSignal(int signal)
+void removeFiles()
 {
-    signals = signals + 1;
-    if (signals < 2) {
-        if (signal != SIGINT) {
-            ::alarm(kGraceSeconds);
-        }
-        return;
-    }
     if (removes != 0) {
         for (const auto& file : files) {
             ::unlink(file.data());
         }
         ::rmdir(directoryName.data());
     }
+}
+
+void onSignal(int signal)
+{
+    signals = signals + 1;
+    if (signals < kLastSignal && signal != SIGALRM) {
+        ::alarm(kLastSeconds);
+        return;
+    }
+    removeFiles();
     ::_exit(static_cast<int>(Exit::Interrupted));
+}
+
+// An exception that nobody caught, on whichever thread: as a rule there was no memory.
+[[noreturn]] void onTerminate()
+{
+    removeFiles();
+    constexpr char text[] = "vorn: ended by something unforeseen, as a rule for want of memory\n";
+    [[maybe_unused]] const ssize_t ignored = ::write(STDERR_FILENO, text, sizeof text - 1);
+    ::_exit(static_cast<int>(Exit::Internal));
 }
 
 template <std::size_t N>
@@ -63,9 +78,13 @@ void catchInterrupts()
     for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGALRM}) {
         ::sigaction(signal, &action, nullptr);
     }
+    std::signal(SIGXFSZ, SIG_IGN); // a file that may not grow any more is a result that cannot be written
+    std::set_terminate(onTerminate);
 }
 
 bool interrupted() { return signals != 0; }
+
+bool interruptedTwice() { return signals > 1; }
 
 void throwIfInterrupted()
 {
@@ -81,7 +100,7 @@ void pause(int milliseconds)
     }
 }
 
-void removeOnSecondInterrupt(const std::string& directory)
+void removeInAnyCase(const std::string& directory)
 {
     bool whole = store(directory, directoryName);
     for (std::size_t i = 0; i < files.size(); ++i) {
@@ -90,6 +109,6 @@ void removeOnSecondInterrupt(const std::string& directory)
     removes = whole ? 1 : 0;
 }
 
-void keepOnSecondInterrupt() { removes = 0; }
+void removedAlready() { removes = 0; }
 
 } // namespace vorn::tool

@@ -18,6 +18,7 @@ namespace vorn::tool {
 namespace {
 
 int results = STDOUT_FILENO;
+bool printed = false;
 
 std::string textOf(const Json& document, int indent)
 {
@@ -34,12 +35,6 @@ void keepStandardOutput()
     if (kept >= 0) {
         results = kept;
     }
-}
-
-void divertChatter(int fd)
-{
-    std::fflush(stdout);
-    ::dup2(fd, STDOUT_FILENO);
 }
 
 void print(const std::string& text)
@@ -59,9 +54,24 @@ void print(const std::string& text)
 
 void printLine(const std::string& text) { print(text + "\n"); }
 
-void printJson(const Json& document) { printLine(textOf(document, 2)); }
+void printJson(const Json& document)
+{
+    printed = true;
+    printLine(textOf(document, 2));
+}
+
+bool documentPrinted() { return printed; }
 
 void printJsonLine(const Json& document) { printLine(textOf(document, -1)); }
+
+void printResult(Json& document, std::optional<Failure>& failure)
+{
+    if (failure) {
+        document["error"] = errorDocument(*failure);
+        failure->tell();
+    }
+    printJson(document);
+}
 
 void note(const std::string& text) { std::fprintf(stderr, "%s\n", text.c_str()); }
 

@@ -1,26 +1,29 @@
 // SPDX-License-Identifier: Apache-2.0
-// Standard output is for results alone. The library speaks to it too (over USB, and in the transaction calls), so the
-// tool keeps its own way there and gives the library another file in its place.
+// Standard output is for results alone, standard error for remarks. What the library prints of its own (over USB, and
+// in the transaction calls) goes to a file beside its logs.
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>
 
+#include <optional>
 #include <string>
 
 namespace vorn::tool {
 
+class Failure;
 using Json = nlohmann::ordered_json;
 
 // Call once, before anything is printed.
 void keepStandardOutput();
-// From now on what the library prints goes to this descriptor.
-void divertChatter(int fd);
 
 // Results. Throw Failure when they cannot be written.
 void print(const std::string& text);
 void printLine(const std::string& text = {});
 void printJson(const Json& document);
+bool documentPrinted(); // there is one document, and no second one
 void printJsonLine(const Json& document); // on one line
+// A document that is the result, and what kept it from being whole; the failure is told by it then.
+void printResult(Json& document, std::optional<Failure>& failure);
 
 // Remarks and progress, to standard error.
 void note(const std::string& text);

@@ -3,6 +3,7 @@
 #include "tools/cli/arguments.h"
 #include "tools/cli/interrupt.h"
 #include "tools/cli/output.h"
+#include "tools/cli/quote.h"
 #include "tools/commands/command.h"
 #include "tools/explain/apdu_words.h"
 #include "tools/explain/hex.h"
@@ -14,6 +15,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+#include <cstring>
 #include <memory>
 #include <sstream>
 
@@ -33,57 +36,60 @@ struct Options {
     bool noFollow = false;
     bool anyStatus = false;
     bool json = false;
-    bool show = false;
 };
 
-// The card in use: the user's or a PSAM, powered as long as this lives.
+struct SendCall {
+    LinkTarget target; // for a PSAM, whose power-on opens the link
+    int psamSlot = 0;  // 0: the user's card
+    std::uint8_t command[VORN_COMMAND_MAX] = {};
+    int size = 0;
+    std::uint8_t response[VORN_PAYLOAD_MAX] = {};
+    int length = 0;
+};
+
+int powerPsam(SendCall& call)
+{
+    vr_comportmode = call.target.mode;
+    std::memcpy(vr_comportparam, call.target.parameter, sizeof vr_comportparam);
+    const int result = opdev();
+    return result != VORN_OK ? result : icc_poweron(call.psamSlot, call.response, &call.length);
+}
+
+int sendApdu(SendCall& call)
+{
+    return call.psamSlot == 0 ? icc_sendcommand(call.command, call.size, call.response, &call.length)
+                              : samicc_sendcommand(call.psamSlot, call.command, call.size, call.response, &call.length);
+}
+
+// The card in use: the user's or a PSAM. The session powers it off.
 class PoweredCard {
 public:
-    PoweredCard(const Session& session, const Options& options) : session_(session), link_(session), psam_(options.psam)
+    PoweredCard(Session& session, const Options& options)
+        : session_(session), psamSlot_(options.psam == 0 ? 0 : VORN_SLOT_PSAM1 + options.psam - 1)
     {
-        if (psam_ == 0) {
+        if (psamSlot_ == 0) {
             atr_ = session.powerUserCard(options.cardInterface.mode());
             return;
         }
-        atr_.resize(VORN_PAYLOAD_MAX);
-        int length = 0;
-        session.check(icc_poweron(slot(), atr_.data(), &length));
-        atr_.resize(static_cast<std::size_t>(length));
+        SendCall call{session.target(), psamSlot_};
+        session.call("the PSAM's power-on", Call::Any, powerPsam, call);
+        atr_.assign(call.response, call.response + call.length);
     }
-    ~PoweredCard()
-    {
-        if (psam_ == 0) {
-            vr_closeicc();
-        } else {
-            icc_poweroff(static_cast<unsigned char>(slot()));
-        }
-    }
-    PoweredCard(const PoweredCard&) = delete;
-    PoweredCard& operator=(const PoweredCard&) = delete;
 
     const Bytes& atr() const { return atr_; }
 
     Bytes send(const Bytes& apdu) const
     {
-        Bytes response(VORN_PAYLOAD_MAX);
-        int length = 0;
-        const int size = static_cast<int>(apdu.size());
-        session_.check(psam_ == 0 ? icc_sendcommand(apdu.data(), size, response.data(), &length)
-                                  : samicc_sendcommand(slot(), apdu.data(), size, response.data(), &length));
-        response.resize(static_cast<std::size_t>(length));
-        if (response.size() < 2) {
-            throw Failure(Exit::ReaderRefused, "the card's answer has no status word",
-                          "take the card out and try again");
-        }
-        return response;
+        SendCall call{session_.target(), psamSlot_};
+        std::copy(apdu.begin(), apdu.end(), call.command);
+        call.size = static_cast<int>(apdu.size());
+        session_.call("the APDU", Call::Any, sendApdu, call);
+        return Bytes(call.response, call.response + call.length);
     }
 
 private:
-    int slot() const { return VORN_SLOT_PSAM1 + psam_ - 1; }
-
-    const Session& session_;
-    OpenLink link_;
-    int psam_;
+    Session& session_;
+    int psamSlot_;
     Bytes atr_;
 };
 
@@ -114,9 +120,9 @@ Bytes followUp(const Bytes& command, unsigned status)
 void show(const Sent& sent, const Options& options)
 {
     const unsigned status = statusOf(sent.response);
-    printLine("> " + commandHex(sent.command, options.show) + "   " + commandInWords(sent.command));
+    printLine("> " + commandHex(sent.command, options.link.show) + "   " + commandInWords(sent.command));
     if (const Bytes data = dataOf(sent.response); !data.empty()) {
-        printLine("< " + dataHex(sent.command, data, options.show));
+        printLine("< " + dataHex(sent.command, data, options.link.show));
     }
     printLine("< " + statusText(status));
 }
@@ -125,9 +131,9 @@ Json document(const Sent& sent, const Options& options)
 {
     char status[5];
     std::snprintf(status, sizeof status, "%04X", statusOf(sent.response) & 0xFFFFU);
-    return {{"command", commandHex(sent.command, options.show)},
+    return {{"command", commandHex(sent.command, options.link.show)},
             {"name", commandInWords(sent.command)},
-            {"data", dataHex(sent.command, dataOf(sent.response), options.show)},
+            {"data", dataHex(sent.command, dataOf(sent.response), options.link.show)},
             {"status", status},
             {"meaning", statusMeaning(statusOf(sent.response))}};
 }
@@ -150,7 +156,7 @@ std::vector<Bytes> commandsOf(const Options& options)
         commands.push_back(bytesOfArgument(text));
         if (commands.back().size() < 4 || commands.back().size() > VORN_COMMAND_MAX - 3) {
             throw Failure(Exit::Usage,
-                          "a command has 4 to " + std::to_string(VORN_COMMAND_MAX - 3) + " bytes: " + text);
+                          "a command has 4 to " + std::to_string(VORN_COMMAND_MAX - 3) + " bytes: " + inQuotes(text));
         }
     }
     return commands;
@@ -189,9 +195,10 @@ private:
 Exit run(const Options& options)
 {
     const std::vector<Bytes> commands = commandsOf(options);
-    const Session session(options.link);
+    Session session(options.link);
     const PoweredCard card(session, options);
-    const std::string where = options.psam > 0 ? "psam" + std::to_string(options.psam) : interfaceName(m_VrICType);
+    const std::string where =
+        options.psam > 0 ? "psam" + std::to_string(options.psam) : interfaceName(session.cardInterface());
     if (!options.json) {
         printLine("card " + where + ", ATR " + toHex(card.atr()));
     }
@@ -220,7 +227,7 @@ void addApdu(CLI::App& root, Action& action)
     command->add_flag("--no-follow", options->noFollow, "Do not fetch what 61xx and 6Cxx announce");
     command->add_flag("--any-status", options->anyStatus, "Exit with 0 also when the last status is not 9000");
     command->add_flag("--json", options->json, "Print JSON");
-    command->add_flag("--show", options->show, "Do not mask account numbers, track data and PINs");
+    command->add_flag("--show", options->link.show, "Do not mask account numbers, track data and PINs");
     addLinkOptions(*command, options->link);
     command->callback([options, &action] { action = [options] { return run(*options); }; });
 }

@@ -12,7 +12,6 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
-#include <array>
 #include <memory>
 
 namespace vorn::tool {
@@ -26,22 +25,24 @@ struct Options {
     bool json = false;
 };
 
-// A PSAM does not come and go: it is asked for once, through the service call.
-Bytes samAtr(const Session& session, int slot)
+struct PsamCall {
+    CallTarget target;
+    int slot = 0;
+    char atr[ICC_ATR_CAPACITY] = {};
+};
+
+int powerOnPsam(PsamCall& call)
 {
-    constexpr int samCard = 2;
-    std::array<char, ICC_ATR_CAPACITY> text{};
-    session.check(IC_PowerOn(session.port(), "", 9600, session.timeout(), samCard, slot, text.data()));
-    IC_PowerOff(session.port(), "", 9600, session.timeout(), samCard, slot);
-    return fromHex(text.data()).value_or(Bytes());
+    constexpr int psamCard = 2;
+    return IC_PowerOn(call.target.port, "", 9600, call.target.timeout, psamCard, call.slot, call.atr);
 }
 
-Bytes userAtr(const Session& session, int mode)
+// A PSAM does not come and go: it is asked for once, through the service call.
+Bytes samAtr(Session& session, int slot)
 {
-    const OpenLink link(session);
-    Bytes atr = session.powerUserCard(mode);
-    vr_closeicc();
-    return atr;
+    PsamCall call{CallTarget(session), slot};
+    session.call("IC_PowerOn", Call::Any, powerOnPsam, call);
+    return fromHex(call.atr).value_or(Bytes());
 }
 
 void printParts(const std::string& where, const Bytes& atr)
@@ -69,9 +70,11 @@ void printDocument(const std::string& where, const Bytes& atr)
 
 Exit run(const Options& options)
 {
-    const Session session(options.link);
-    const Bytes atr = options.psam > 0 ? samAtr(session, options.psam) : userAtr(session, options.cardInterface.mode());
-    const std::string where = options.psam > 0 ? "psam" + std::to_string(options.psam) : interfaceName(m_VrICType);
+    Session session(options.link);
+    const Bytes atr =
+        options.psam > 0 ? samAtr(session, options.psam) : session.powerUserCard(options.cardInterface.mode());
+    const std::string where =
+        options.psam > 0 ? "psam" + std::to_string(options.psam) : interfaceName(session.cardInterface());
     (options.json ? printDocument : printParts)(where, atr);
     return Exit::Ok;
 }

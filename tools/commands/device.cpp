@@ -2,14 +2,11 @@
 // vorn device: the reader's version.
 #include "tools/cli/output.h"
 #include "tools/commands/command.h"
-#include "tools/explain/present.h"
+#include "tools/session/reader_version.h"
 #include "tools/session/session.h"
-
-#include "ICC_COMM_VORN.h"
 
 #include <nlohmann/json.hpp>
 
-#include <array>
 #include <memory>
 
 namespace vorn::tool {
@@ -23,12 +20,8 @@ struct Options {
 
 Exit run(const Options& options)
 {
-    const Session session(options.link);
-    std::array<char, ICC_DEVICE_TEXT_CAPACITY> version{};
-    std::array<char, ICC_DEVICE_TEXT_CAPACITY> date{};
-    std::array<char, ICC_DEVICE_TEXT_CAPACITY> serial{};
-    session.check(GetDevInfo(session.port(), version.data(), date.data(), serial.data()), Call::Device);
-    const std::string text = printable(version.data());
+    Session session(options.link);
+    const std::string text = readerVersion(session);
     if (options.json) {
         printJson({{"port", session.port()}, {"version", text}});
     } else {

@@ -6,6 +6,7 @@
 #include "tools/explain/hex.h"
 #include "tools/explain/lettered.h"
 #include "tools/explain/present.h"
+#include "tools/session/selected_application.h"
 #include "tools/session/session.h"
 
 #include "ICC_COMM_VORN.h"
@@ -14,6 +15,7 @@
 
 #include <array>
 #include <memory>
+#include <optional>
 
 namespace vorn::tool {
 
@@ -28,8 +30,17 @@ struct Options {
     std::string tags = kAllLetters;
     bool json = false;
     bool raw = false;
-    bool show = false;
 };
+
+// The first character remains: enough to see that it was read.
+std::string maskName(const std::string& utf8)
+{
+    std::size_t first = utf8.empty() ? 0 : 1;
+    while (first < utf8.size() && (static_cast<unsigned char>(utf8[first]) & 0xC0U) == 0x80U) {
+        ++first;
+    }
+    return utf8.empty() ? "" : utf8.substr(0, first) + "***";
+}
 
 enum class Form { Pan, Track2, Amount, Date, Hex, Counter, DocumentType, Document, Name };
 
@@ -99,15 +110,18 @@ std::string present(Form form, const std::string& text, bool show)
     case Form::Document:
         return show ? textOfHex(text) : maskMiddle(textOfHex(text), 3, 2);
     case Form::Name:
-        return textOfHex(text);
+        return show ? textOfHex(text) : maskName(textOfHex(text));
     }
     return {};
 }
 
-void printTable(const CardRecord& record, int cardInterface, bool show)
+std::string textOf(const CardRecord& record, int cardInterface, const SelectedApplication& application,
+                   const Options& options)
 {
+    const bool show = options.link.show;
     Table table;
     table.row({"Read through", interfaceName(cardInterface)});
+    table.row({"Application", toHex(application.aid) + (application.label.empty() ? "" : " " + application.label)});
     for (const Row& row : kRows) {
         const auto text = record.field(row.letter);
         const std::string value = !text           ? "(the card answered with something else)"
@@ -115,14 +129,19 @@ void printTable(const CardRecord& record, int cardInterface, bool show)
                                                   : present(row.form, *text, show);
         table.row({row.heading, value});
     }
-    print(table.text());
+    return table.text();
 }
 
 // null: not on the card, or not asked for; a member that is missing: the card answered with something else.
-void printDocument(const CardRecord& record, int cardInterface, bool show)
+Json documentOf(const CardRecord& record, int cardInterface, const SelectedApplication& application,
+                const Options& options)
 {
+    const bool show = options.link.show;
     Json document;
     document["interface"] = interfaceName(cardInterface);
+    document["aid"] = toHex(application.aid);
+    document["application"] = application.label;
+    document["aidFound"] = options.aid.empty() ? Json() : Json(application.startsWith(options.aid));
     document["masked"] = !show;
     for (const Row& row : kRows) {
         const auto text = record.field(row.letter);
@@ -132,30 +151,67 @@ void printDocument(const CardRecord& record, int cardInterface, bool show)
             document[row.key] = present(row.form, *text, show);
         }
     }
-    printJson(document);
+    return document;
+}
+
+struct InfoCall {
+    CallTarget target;
+    int cardInterface = 0;
+    char aid[256] = {};
+    char letters[64] = {};
+    int length = 0;
+    char record[ICC_USER_INFO_CAPACITY] = {};
+};
+
+int readInfo(InfoCall& call)
+{
+    return IC_GetInfo(call.target.port, "", 9600, call.target.timeout, &call.cardInterface, call.aid, call.letters,
+                      &call.length, call.record);
+}
+
+void tellSelection(const SelectedApplication& application, const std::string& aid)
+{
+    if (!aid.empty() && !application.startsWith(aid)) {
+        note("vorn: the card has no application " + aid + "; its directory was used");
+    }
+}
+
+// What could be read is shown all the same.
+std::optional<Failure> incomplete(const CardRecord& record, const Session& session)
+{
+    if (const auto refused = refusedRecord(session.line().exchanges(), Records::OfApplication, 0)) {
+        return Failure(Exit::CardRefused, "the data are not whole: " + *refused, "try again; the card may be worn out");
+    }
+    if (!record.problem.empty()) {
+        return Failure(Exit::DataMissing, "the record could not be read to its end: " + record.problem);
+    }
+    return std::nullopt;
 }
 
 Exit run(const Options& options)
 {
     Session session(options.link);
     session.awaitCard(options.cardInterface.mode());
-    int cardInterface = options.cardInterface.mode();
-    int length = 0;
-    std::array<char, ICC_USER_INFO_CAPACITY> text{};
-    session.check(IC_GetInfo(session.port(), "", 9600, session.timeout(), &cardInterface, options.aid.c_str(),
-                             options.tags.c_str(), &length, text.data()));
+    InfoCall call{CallTarget(session), options.cardInterface.mode()};
+    store(options.aid, call.aid);
+    store(options.tags, call.letters);
+    session.call("IC_GetInfo", Call::Any, readInfo, call);
+    const SelectedApplication application = selectedApplication(session.line().exchanges());
+    tellSelection(application, options.aid);
     if (options.raw) {
-        printLine(text.data());
+        printLine(call.record);
         return Exit::Ok;
     }
-    const CardRecord record = parseCardRecord(text.data());
+    const CardRecord record = parseCardRecord(call.record);
+    auto failure = incomplete(record, session);
     if (options.json) {
-        printDocument(record, cardInterface, options.show);
+        Json document = documentOf(record, call.cardInterface, application, options);
+        printResult(document, failure);
     } else {
-        printTable(record, cardInterface, options.show);
+        print(textOf(record, call.cardInterface, application, options));
     }
-    if (!record.problem.empty()) {
-        note("the record could not be read to its end: " + record.problem);
+    if (failure) {
+        throw *failure;
     }
     return Exit::Ok;
 }
@@ -180,7 +236,7 @@ void addInfo(CLI::App& root, Action& action)
     addInterfaceOptions(*command, options->cardInterface);
     CLI::Option* const json = command->add_flag("--json", options->json, "Print JSON");
     command->add_flag("--raw", options->raw, "Print the lettered record as it stands, nothing masked")->excludes(json);
-    command->add_flag("--show", options->show, "Do not mask account and document numbers");
+    command->add_flag("--show", options->link.show, "Do not mask account and document numbers and names");
     addLinkOptions(*command, options->link);
     command->callback([options, &action] { action = [options] { return run(*options); }; });
 }

@@ -13,6 +13,7 @@
 #include <nlohmann/json.hpp>
 
 #include <memory>
+#include <optional>
 
 namespace vorn::tool {
 
@@ -66,7 +67,7 @@ void printTable(const TransactionList& list)
     }
 }
 
-void printDocument(const TransactionList& list)
+Json documentOf(const TransactionList& list)
 {
     Json document;
     document["transactions"] = Json::array();
@@ -86,26 +87,57 @@ void printDocument(const TransactionList& list)
     for (const char* const limit : kLimits) {
         document["notTold"].push_back(limit);
     }
-    printJson(document);
+    return document;
+}
+
+struct LogCall {
+    CallTarget target;
+    int cardInterface = 0;
+    char aid[256] = {};
+    int length = 0;
+    char text[ICC_TX_DETAIL_CAPACITY] = {};
+};
+
+int readLog(LogCall& call)
+{
+    return IC_GetTranDeta(call.target.port, "", 9600, call.target.timeout, &call.cardInterface, call.aid, &call.length,
+                          call.text);
+}
+
+// What could be read is shown all the same.
+std::optional<Failure> incomplete(const TransactionList& list, const Session& session)
+{
+    constexpr unsigned kNoSuchRecord = 0x6A83; // the log's end
+    if (const auto refused = refusedRecord(session.line().exchanges(), Records::All, kNoSuchRecord)) {
+        return Failure(Exit::CardRefused, "the list is not whole: " + *refused, "try again; the card may be worn out");
+    }
+    if (!list.problem.empty()) {
+        return Failure(Exit::DataMissing, "the list could not be read to its end: " + list.problem);
+    }
+    return std::nullopt;
 }
 
 Exit run(const Options& options)
 {
-    const Session session(options.link);
+    Session session(options.link);
     session.awaitCard(options.cardInterface.mode());
-    int cardInterface = options.cardInterface.mode();
-    int length = 0;
-    std::vector<char> text(ICC_TX_DETAIL_CAPACITY);
-    session.check(IC_GetTranDeta(session.port(), "", 9600, session.timeout(), &cardInterface, options.aid.c_str(),
-                                 &length, text.data()));
+    LogCall call{CallTarget(session), options.cardInterface.mode()};
+    store(options.aid, call.aid);
+    session.call("IC_GetTranDeta", Call::Any, readLog, call);
     if (options.raw) {
-        printLine(text.data());
+        printLine(call.text);
         return Exit::Ok;
     }
-    const TransactionList list = parseTransactions(text.data());
-    (options.json ? printDocument : printTable)(list);
-    if (!list.problem.empty()) {
-        note("the text could not be read to its end: " + list.problem);
+    const TransactionList list = parseTransactions(call.text);
+    auto failure = incomplete(list, session);
+    if (options.json) {
+        Json document = documentOf(list);
+        printResult(document, failure);
+    } else {
+        printTable(list);
+    }
+    if (failure) {
+        throw *failure;
     }
     return Exit::Ok;
 }

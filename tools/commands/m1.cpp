@@ -4,6 +4,7 @@
 #include "tools/cli/interrupt.h"
 #include "tools/cli/output.h"
 #include "tools/commands/command.h"
+#include "tools/commands/m1_image.h"
 #include "tools/explain/hex.h"
 #include "tools/explain/present.h"
 #include "tools/session/memory_session.h"
@@ -13,11 +14,8 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 
 namespace vorn::tool {
@@ -26,8 +24,7 @@ namespace {
 
 constexpr unsigned kBlocksMax = 256;
 constexpr std::size_t kBlockSize = 16;
-constexpr std::size_t kKeySize = 6;
-constexpr std::size_t kKeyBAt = 10;
+const char* const kNewCardKey = "FFFFFFFFFFFF";
 
 // How many sectors a card has.
 struct Size {
@@ -40,11 +37,11 @@ constexpr unsigned kLargeCard = 40;
 
 struct Options {
     LinkOptions link;
-    std::vector<std::string> keys = {"FFFFFFFFFFFF"};
+    std::vector<std::string> keys;
+    std::string keyFile;
     std::string keyType = "A";
     std::string keyMode;
     bool json = false;
-    bool show = false;
 
     unsigned block = 0;
     unsigned count = 1;
@@ -53,12 +50,22 @@ struct Options {
     bool yesOverwriteTrailer = false;
     std::string size = "auto";
     std::string output;
+    std::string image;
+    bool force = false;
 };
 
 std::vector<MemoryKey> keysOf(const Options& options)
 {
+    std::vector<std::string> texts = options.keys;
+    if (!options.keyFile.empty()) {
+        const auto more = loadKeyFile(options.keyFile);
+        texts.insert(texts.end(), more.begin(), more.end());
+    }
+    if (texts.empty()) {
+        texts.push_back(kNewCardKey);
+    }
     std::vector<MemoryKey> keys;
-    for (const std::string& text : options.keys) {
+    for (const std::string& text : texts) {
         const Bytes value = bytesOfArgument(text);
         if (!options.keyMode.empty()) {
             keys.push_back({static_cast<char>(bytesOfArgument(options.keyMode)[0]), "mode " + options.keyMode, value});
@@ -79,17 +86,6 @@ MemoryKey authenticated(MemorySession& card, unsigned block, const std::vector<M
                       "name the sector's keys with --key HEX (repeatable) and --key-type A, B or AB");
     }
     return *key;
-}
-
-// A trailer holds the sector's keys.
-std::string blockText(unsigned block, const Bytes& data, bool show)
-{
-    std::string text = toHex(data);
-    if (isTrailer(block) && !show) {
-        std::fill_n(text.begin(), 2 * kKeySize, '*');
-        std::fill_n(text.begin() + 2 * kKeyBAt, 2 * kKeySize, '*');
-    }
-    return text;
 }
 
 // A value block keeps its number three times, once inverted, and an address four times.
@@ -119,7 +115,7 @@ std::string inWords(unsigned block, const Bytes& data)
 
 Exit activate(const Options& options)
 {
-    const Session session(options.link);
+    Session session(options.link);
     const MemorySession card(session);
     if (options.json) {
         printJson({{"identification", card.identification()}});
@@ -131,7 +127,7 @@ Exit activate(const Options& options)
 
 Exit authenticate(const Options& options)
 {
-    const Session session(options.link);
+    Session session(options.link);
     MemorySession card(session);
     const MemoryKey key = authenticated(card, options.block, keysOf(options));
     const unsigned sector = sectorOf(options.block);
@@ -146,7 +142,7 @@ Exit authenticate(const Options& options)
 
 Exit read(const Options& options)
 {
-    const Session session(options.link);
+    Session session(options.link);
     MemorySession card(session);
     const auto keys = keysOf(options);
     Table table;
@@ -160,7 +156,7 @@ Exit read(const Options& options)
             throw Failure(Exit::NoAccess, "block " + std::to_string(block) + " may not be read with this key",
                           "the other key may do: --key-type B");
         }
-        const std::string text = blockText(block, *data, options.show);
+        const std::string text = blockText(block, *data, options.link.show);
         table.row({std::to_string(block), text, inWords(block, *data)});
         blocks.push_back({{"block", block}, {"data", text}});
     }
@@ -199,7 +195,7 @@ Exit write(const Options& options)
 {
     const Bytes data = bytesOfArgument(options.data);
     confirmTrailer(options, data);
-    const Session session(options.link);
+    Session session(options.link);
     MemorySession card(session);
     authenticated(card, options.block, keysOf(options));
     const std::string block = "block " + std::to_string(options.block);
@@ -211,6 +207,10 @@ Exit write(const Options& options)
     const auto back = readable ? card.read(options.block) : std::nullopt;
     if (back && *back != data) {
         throw Failure(Exit::NoAccess, block + " reads differently from what was written", "the card may be worn out");
+    }
+    if (readable && !back) {
+        throw Failure(Exit::NoAccess, block + " was written, but may not be read back with this key",
+                      "it was not compared: read it with the other key");
     }
     const bool compared = back.has_value();
     if (options.json) {
@@ -300,28 +300,16 @@ Bytes trailerWithKeys(Bytes trailer, const std::vector<MemoryKey>& keys)
     return trailer;
 }
 
-// The form that profiles take their cards' images in.
-void saveImage(const std::string& path, const std::vector<DumpedSector>& dump)
+ImageBlocks imageOf(const std::vector<DumpedSector>& dump)
 {
-    const mode_t before = ::umask(S_IRWXG | S_IRWXO); // it holds the keys
-    std::ofstream file(path, std::ios::trunc);
-    ::umask(before);
-    unsigned block = 0;
+    ImageBlocks image;
     for (const DumpedSector& sector : dump) {
         for (const auto& data : sector.blocks) {
-            if (!data) {
-                file << "# block " << block << " could not be read\n" << std::string(2 * kBlockSize, '0') << "\n";
-            } else {
-                file << toHex(isTrailer(block) ? trailerWithKeys(*data, sector.keys) : *data) << "\n";
-            }
-            ++block;
+            const bool trailer = isTrailer(static_cast<unsigned>(image.size()));
+            image.push_back(data && trailer ? std::optional(trailerWithKeys(*data, sector.keys)) : data);
         }
     }
-    file.close();
-    if (!file) {
-        throw Failure(Exit::Output, path + " could not be written");
-    }
-    note("image, keys included: " + path);
+    return image;
 }
 
 void printTable(const std::string& identification, const std::vector<DumpedSector>& dump, bool show)
@@ -370,23 +358,81 @@ void printDocument(const std::string& identification, const std::vector<DumpedSe
 
 Exit dump(const Options& options)
 {
-    // The working directory changes with the session.
-    const std::string path = options.output.empty() ? "" : std::filesystem::absolute(options.output).string();
-    if (!path.empty() && std::filesystem::exists(path)) {
-        throw Failure(Exit::Output, path + " exists already", "name a new file: an image is never replaced");
+    const std::string& path = options.output;
+    if (!path.empty() && !options.force && std::filesystem::exists(path)) {
+        throw Failure(Exit::Output, path + " exists already", "name a new file, or replace it with --force");
     }
-    const Session session(options.link);
+    Session session(options.link);
     MemorySession card(session);
     const std::vector<DumpedSector> sectors = dumpAll(card, options);
-    (options.json ? printDocument : printTable)(card.identification(), sectors, options.show);
+    (options.json ? printDocument : printTable)(card.identification(), sectors, options.link.show);
     if (options.size == "auto" && sectors.size() == kSmallCard) {
         note("sector 16 did not open: taken as a card of 16 sectors (--size 4k reads more)");
     }
     if (!path.empty()) {
-        saveImage(path, sectors);
+        saveImageFile(path, imageOf(sectors), options.force);
+        note("image, keys included: " + path);
     }
     const bool whole = std::all_of(sectors.begin(), sectors.end(), [](const DumpedSector& s) { return s.whole(); });
     return whole ? Exit::Ok : Exit::NoAccess;
+}
+
+// ---------------------------------------------------------------- restore
+
+// The image's own keys come last: they are what the card has when it is the one that was dumped.
+std::vector<MemoryKey> keysFor(const Options& options, const std::optional<Bytes>& trailer)
+{
+    std::vector<MemoryKey> keys = keysOf(options);
+    if (trailer) {
+        keys.push_back({'\x60', "A", Bytes(trailer->begin(), trailer->begin() + kKeySize)});
+        keys.push_back({'\x61', "B", Bytes(trailer->begin() + kKeyBAt, trailer->end())});
+    }
+    return keys;
+}
+
+// With one key after the other, until one may write it.
+bool restoreBlock(MemorySession& card, unsigned block, const Bytes& data, const std::vector<MemoryKey>& keys)
+{
+    for (const MemoryKey& key : keys) {
+        throwIfInterrupted();
+        if (card.authenticate(block, {key}) && card.write(block, data)) {
+            return isTrailer(block) || card.read(block) == data;
+        }
+        card.renew();
+    }
+    return false;
+}
+
+Exit restore(const Options& options)
+{
+    const ImageBlocks image = loadImageFile(options.image);
+    if (options.trailer != options.yesOverwriteTrailer) {
+        throw Failure(Exit::Unconfirmed, "trailers hold the sectors' keys and access conditions",
+                      "wrong ones lock the card for ever; if it is meant: --trailer --yes-overwrite-trailer");
+    }
+    Session session(options.link);
+    MemorySession card(session);
+    Progress progress;
+    Json written = Json::array(), failed = Json::array();
+    for (unsigned block = 1; block < image.size(); ++block) { // block 0 is the maker's
+        const bool wanted =
+            image[block] && (!isTrailer(block) || (options.trailer && accessBitsConsistent(*image[block])));
+        if (!wanted) {
+            continue;
+        }
+        progress.show("block " + std::to_string(block));
+        const unsigned sector = sectorOf(block);
+        const auto& trailer = image[firstBlock(sector) + blockCount(sector) - 1];
+        const bool done = restoreBlock(card, block, *image[block], keysFor(options, trailer));
+        (done ? written : failed).push_back(block);
+    }
+    if (options.json) {
+        printJson({{"identification", card.identification()}, {"written", written}, {"failed", failed}});
+    } else {
+        printLine("Wrote " + std::to_string(written.size()) + " blocks to card " + card.identification() +
+                  (failed.empty() ? "" : "; not written: " + failed.dump()));
+    }
+    return failed.empty() ? Exit::Ok : Exit::NoAccess;
 }
 
 // ---------------------------------------------------------------- command line
@@ -405,9 +451,10 @@ CLI::App* add(CLI::App& m1, const char* name, const char* text, const std::share
 
 void addKeys(CLI::App& command, Options& options)
 {
-    command.add_option("--key", options.keys, "Key of six bytes in hex (repeatable: tried in turn)")
-        ->check(hexArgumentOf(kKeySize))
-        ->capture_default_str();
+    command.add_option("--key", options.keys, "Key of six bytes in hex (repeatable: tried in turn; FFFFFFFFFFFF)")
+        ->check(hexArgumentOf(kKeySize));
+    command.add_option("--key-file", options.keyFile,
+                       "More keys, one a line: they are not seen in a list of processes");
     command.add_option("--key-type", options.keyType, "Which of the sector's keys it is")
         ->check(CLI::IsMember({"A", "B", "AB"}, CLI::ignore_case))
         ->capture_default_str();
@@ -434,22 +481,27 @@ void addM1(CLI::App& root, Action& action)
     CLI::App* const readCommand = add(*m1, "read", "Read blocks", options, action, read);
     CLI::App* const writeCommand = add(*m1, "write", "Write a block", options, action, write);
     CLI::App* const dumpCommand = add(*m1, "dump", "Read a whole card", options, action, dump);
-    for (CLI::App* const command : {authCommand, readCommand, writeCommand, dumpCommand}) {
+    CLI::App* const restoreCommand = add(*m1, "restore", "Write an image's blocks to a card", options, action, restore);
+    for (CLI::App* const command : {authCommand, readCommand, writeCommand, dumpCommand, restoreCommand}) {
         addKeys(*command, *options);
     }
     for (CLI::App* const command : {authCommand, readCommand, writeCommand}) {
         addBlock(*command, *options);
     }
     for (CLI::App* const command : {readCommand, dumpCommand}) {
-        command->add_flag("--show", options->show, "Do not mask the keys in trailers");
+        command->add_flag("--show", options->link.show, "Do not mask the keys in trailers");
     }
 
     readCommand->add_option("--count,-n", options->count, "How many blocks")
         ->check(CLI::Range(1U, kBlocksMax))
         ->capture_default_str();
     writeCommand->add_option("--data", options->data, "16 bytes in hex")->required()->check(hexArgumentOf(kBlockSize));
-    writeCommand->add_flag("--trailer", options->trailer, "The block is a sector trailer, and that is meant");
-    writeCommand->add_flag("--yes-overwrite-trailer", options->yesOverwriteTrailer, "Said a second time");
+    for (CLI::App* const command : {writeCommand, restoreCommand}) {
+        command->add_flag("--trailer", options->trailer, "Sector trailers are written, and that is meant");
+        command->add_flag("--yes-overwrite-trailer", options->yesOverwriteTrailer, "Said a second time");
+    }
+    restoreCommand->add_option("image", options->image, "What 'm1 dump --output' saved")->required();
+    dumpCommand->add_flag("--force", options->force, "Replace the file of --output");
     dumpCommand->add_option("--size", options->size, "Size of the card")
         ->check(CLI::IsMember({"auto", "mini", "1k", "4k"}))
         ->capture_default_str();

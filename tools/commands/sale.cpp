@@ -12,21 +12,18 @@
 #include "tools/explain/present.h"
 #include "tools/explain/status_words.h"
 #include "tools/explain/tlv_view.h"
-#include "tools/session/exchange_feed.h"
+#include "tools/session/completion_fate.h"
 
 #include "ICC_COMM_VORN.h"
 
 #include <nlohmann/json.hpp>
 
-#include <array>
 #include <memory>
 #include <optional>
 
 namespace vorn::tool {
 
 namespace {
-
-constexpr int kUserCard = 1;
 
 // The items of a cryptogram's text, and the text itself with the account number masked.
 struct CryptogramView {
@@ -71,6 +68,42 @@ sim::Issuer simulatedIssuer(const sim::Profile& profile)
                   "give the host's answer with --arpc, or on standard input with --ask");
 }
 
+constexpr std::size_t kTransactionRoom = 8192;
+constexpr std::size_t kAnswerRoom = 8192;
+
+struct RequestCall {
+    CallTarget target;
+    int cardInterface = 0;
+    char aid[256] = {};
+    char transaction[kTransactionRoom] = {};
+    int length = 0;
+    char text[ICC_CRYPTOGRAM_CAPACITY] = {};
+    char state[ICC_STATE_CAPACITY] = {};
+};
+
+int makeRequest(RequestCall& call)
+{
+    return IC_GenARQC(call.target.port, "", 9600, call.target.timeout, &call.cardInterface, call.aid, call.transaction,
+                      &call.length, call.text, call.state);
+}
+
+struct CompletionCall {
+    CallTarget target;
+    int cardInterface = 0;
+    char transaction[kTransactionRoom] = {};
+    char answer[kAnswerRoom] = {};
+    int length = 0;
+    char text[ICC_CRYPTOGRAM_CAPACITY] = {};
+    char script[ICC_SCRIPT_RESULT_CAPACITY] = {};
+    char state[ICC_STATE_CAPACITY] = {};
+};
+
+int completeTransaction(CompletionCall& call)
+{
+    return IC_CtlScriptData(call.target.port, "", 9600, call.target.timeout, &call.cardInterface, call.transaction,
+                            call.answer, &call.length, call.text, call.script, call.state);
+}
+
 // What an authorised sale ends as.
 struct Outcome {
     const char* name; // in JSON
@@ -83,6 +116,7 @@ public:
     explicit Sale(const SaleOptions& options)
         : options_(options), transaction_(transactionText(options)), session_(options.link), issuer_(chooseIssuer())
     {
+        session_.onExchange([this](const LineExchange& exchange) { showStep(exchange); });
         if (session_.simulated() != nullptr) {
             card_ = session_.simulated()->card.get();
         }
@@ -95,40 +129,31 @@ public:
         document_["steps"] = Json::array();
         try {
             session_.awaitCard(options_.cardInterface.mode());
-            const PowerOffAtEnd powerOff(session_);
             request();
             const std::string answer = askIssuer();
             return finish(complete(answer));
-        } catch (const Failure& failure) {
+        } catch (Failure& failure) {
             if (failure.exitCode() == Exit::Output) {
                 throw;
             }
             tellAccount(true);
-            document_["outcome"] = "failed";
-            document_["error"] = failure.what();
+            document_["outcome"] = failure.exitCode() == Exit::Unknown ? "unknown" : "failed";
+            document_["error"] = errorDocument(failure);
             if (options_.json) {
                 printJsonResult();
+                failure.tell();
             }
             throw;
         }
     }
 
 private:
-    // The transaction leaves the card powered on most of its ways out.
-    struct PowerOffAtEnd {
-        explicit PowerOffAtEnd(const Session& s) : session(s) {}
-        ~PowerOffAtEnd() { IC_PowerOff(session.port(), "", 9600, session.timeout(), kUserCard, 0); }
-        PowerOffAtEnd(const PowerOffAtEnd&) = delete;
-        PowerOffAtEnd& operator=(const PowerOffAtEnd&) = delete;
-        const Session& session;
-    };
-
     std::optional<sim::Issuer> chooseIssuer();
     bool answerFromInput() const { return options_.answer.empty() && !issuer_; }
 
     void heading(const std::string& text);
     void say(const std::string& name, const std::string& text);
-    void showStep(const char* phase, const CardExchange& exchange);
+    void showStep(const LineExchange& exchange);
     void tellAccount(bool always);
     void printJsonResult() const;
 
@@ -136,7 +161,8 @@ private:
     std::string askIssuer();
     std::string simulatedAnswer();
     Outcome complete(const std::string& answer);
-    Outcome judge(int result, const std::string& tc);
+    Outcome judge(int result, const std::string& tc, const std::string& answer);
+    void refuseUnknown(const std::string& why) const;
     void showScriptResult(const std::string& text);
     Exit finish(const Outcome& outcome);
 
@@ -148,7 +174,8 @@ private:
     std::size_t told_ = 0; // lines of the card's account
     int cardInterface_ = 0;
     std::string arqc_;
-    std::array<char, ICC_STATE_CAPACITY> state_{};
+    std::string state_;
+    const char* phase_ = "";
     Json document_;
 };
 
@@ -195,27 +222,29 @@ void Sale::say(const std::string& name, const std::string& text)
     }
 }
 
-void Sale::showStep(const char* phase, const CardExchange& exchange)
+void Sale::showStep(const LineExchange& exchange)
 {
-    const unsigned status = statusOf(exchange.response);
-    const std::string asked = commandInWords(exchange.command);
-    const std::string answered = answerInWords(exchange.command, exchange.response);
-    const std::string statusWords = exchange.response.empty() ? "no answer" : statusText(status);
-    document_["steps"].push_back({{"phase", phase},
+    const Bytes command = exchange.apdu();
+    if (command.empty()) {
+        return;
+    }
+    const bool show = options_.link.show;
+    const std::string asked = commandInWords(command);
+    const std::string answered = answerInWords(command, exchange.payload);
+    const Trouble trouble = troubleOf(exchange);
+    const std::string statusWords =
+        trouble == Trouble::None ? statusText(statusOf(exchange.payload)) : failureOf(trouble, exchange).what();
+    document_["steps"].push_back({{"phase", phase_},
                                   {"asked", asked},
                                   {"answered", answered},
                                   {"status", statusWords},
-                                  {"command", commandHex(exchange.command, options_.show)},
-                                  {"response", responseHex(exchange.command, exchange.response, options_.show)}});
+                                  {"command", commandHex(command, show)},
+                                  {"response", responseHex(command, exchange.payload, show)}});
     if (options_.json) {
         return;
     }
     printLine("  asked         " + asked);
     printLine("  answered      " + (answered.empty() ? "" : answered + ", ") + statusWords);
-    if (options_.link.verbose) {
-        printLine("                > " + commandHex(exchange.command, options_.show));
-        printLine("                < " + responseHex(exchange.command, exchange.response, options_.show));
-    }
 }
 
 // The calls do not say why a card did what it did; the simulated one does.
@@ -246,22 +275,18 @@ void Sale::printJsonResult() const
 void Sale::request()
 {
     heading("1. The card makes its request");
-    std::array<char, ICC_CRYPTOGRAM_CAPACITY> text{};
-    int length = 0;
-    int result = 0;
-    cardInterface_ = options_.cardInterface.mode();
-    {
-        ExchangeFeed feed(session_.serviceLog(), [this](const CardExchange& e) { showStep("request", e); });
-        result = IC_GenARQC(session_.port(), "", 9600, session_.timeout(), &cardInterface_, options_.aid.c_str(),
-                            transaction_.c_str(), &length, text.data(), state_.data());
-        feed.finish();
-    }
-    session_.check(result, Call::FirstHalf);
+    phase_ = "request";
+    RequestCall call{CallTarget(session_), options_.cardInterface.mode()};
+    store(options_.aid, call.aid);
+    store(transaction_, call.transaction);
+    session_.call("IC_GenARQC", Call::FirstHalf, makeRequest, call);
     throwIfInterrupted();
-    arqc_ = text.data();
-    const CryptogramView view = viewOf(sim::CryptogramText::Arqc, arqc_, options_.show);
+    cardInterface_ = call.cardInterface;
+    arqc_ = call.text;
+    state_ = call.state;
+    const CryptogramView view = viewOf(sim::CryptogramText::Arqc, arqc_, options_.link.show);
     document_["interface"] = interfaceName(cardInterface_);
-    document_["arqc"] = documentOf(view, options_.show);
+    document_["arqc"] = documentOf(view, options_.link.show);
     say("through", interfaceName(cardInterface_));
     say("ARQC text", answerFromInput() ? arqc_ : view.text);
 }
@@ -315,26 +340,39 @@ std::string Sale::simulatedAnswer()
 Outcome Sale::complete(const std::string& answer)
 {
     heading("3. The card completes");
-    std::array<char, ICC_CRYPTOGRAM_CAPACITY> tc{};
-    std::array<char, ICC_SCRIPT_RESULT_CAPACITY> script{};
-    int length = 0;
-    int result = 0;
-    {
-        ExchangeFeed feed(session_.serviceLog(), [this](const CardExchange& e) { showStep("completion", e); });
-        result = IC_CtlScriptData(session_.port(), "", 9600, session_.timeout(), &cardInterface_, transaction_.c_str(),
-                                  answer.c_str(), &length, tc.data(), script.data(), state_.data());
-        feed.finish();
+    phase_ = "completion";
+    CompletionCall call{CallTarget(session_), cardInterface_};
+    store(transaction_, call.transaction);
+    store(answer, call.answer);
+    store(state_, call.state);
+    int result = VORN_OK;
+    try {
+        result = session_.run("IC_CtlScriptData", completeTransaction, call);
+    } catch (const Failure& failure) {
+        refuseUnknown(failure.what());
+        throw;
     }
-    if (tc[0] != '\0') {
-        const CryptogramView view = viewOf(sim::CryptogramText::Tc, tc.data(), options_.show);
-        document_["tc"] = documentOf(view, options_.show);
-        say("TC text", view.text);
+    if (session_.verdict().trouble != Trouble::None) {
+        refuseUnknown(session_.troubleFailure().what());
     }
     // Before a TC the script has not been run, whatever the text says.
-    if (tc[0] != '\0') {
-        showScriptResult(script.data());
+    if (call.text[0] != '\0') {
+        const CryptogramView view = viewOf(sim::CryptogramText::Tc, call.text, options_.link.show);
+        document_["tc"] = documentOf(view, options_.link.show);
+        say("TC text", view.text);
+        showScriptResult(call.script);
     }
-    return judge(result, tc.data());
+    return judge(result, call.text, answer);
+}
+
+// Asked for a TC, and its answer lost: what the card decided stands in the card alone.
+void Sale::refuseUnknown(const std::string& why) const
+{
+    if (fateOf(session_.line()) == CompletionFate::Unknown) {
+        throw Failure(Exit::Unknown,
+                      "the outcome is unknown: the card was asked to approve, and its answer was lost (" + why + ")",
+                      "the card may have approved: send the host a reversal of this transaction, then begin a new one");
+    }
 }
 
 // DF31 05, and a first byte that tells how it went: 0 not run, 1 failed at a command, 2 done.
@@ -352,13 +390,17 @@ void Sale::showScriptResult(const std::string& text)
                       " (" + text + ")");
 }
 
-Outcome Sale::judge(int result, const std::string& tc)
+// What went wrong on the line before the TC came does not matter any more.
+Outcome Sale::judge(int result, const std::string& tc, const std::string& answer)
 {
     if (result == VORN_OK && tc.empty()) {
         return {"declined", Exit::Declined, "declined: the issuer's answer asked for no TC, and the card gave none"};
     }
     if (result != VORN_OK && result != VORN_SCRIPT_FAILED) {
         session_.check(result, Call::SecondHalf);
+    }
+    if (session_.verdict().trouble != Trouble::None) {
+        note(std::string("vorn: ") + session_.troubleFailure().what());
     }
     const std::optional<sim::Verification> verification =
         issuer_ ? std::optional(issuer_->verifyCompletion(tc)) : std::nullopt;
@@ -368,6 +410,10 @@ Outcome Sale::judge(int result, const std::string& tc)
         if (!verification->verified) {
             return {"unverified", Exit::Unverified, "the card gave a TC that the issuer cannot verify"};
         }
+    }
+    if (asksForReferral(answer)) {
+        return {"referral", Exit::Referral,
+                "not approved: the issuer wants to be called (response code 01 or 02), and decides by telephone"};
     }
     if (result == VORN_SCRIPT_FAILED) {
         return {"scriptFailed", Exit::ScriptFailed, "approved, but a command of the issuer's script failed"};

@@ -2,10 +2,13 @@
 #include "tools/commands/sale_options.h"
 
 #include "tools/cli/arguments.h"
+#include "tools/cli/quote.h"
 #include "tools/explain/hex.h"
 #include "tools/explain/present.h"
 
 #include "vorn/convert.h"
+
+#include <sys/random.h>
 
 #include <algorithm>
 #include <array>
@@ -45,7 +48,7 @@ std::string amountDigits(const std::string& text, std::size_t decimals)
     const std::string all = whole + part;
     const std::string value = all.substr(std::min(all.find_first_not_of('0'), all.size()));
     if (!good || value.size() > kAmountDigits) {
-        throw Failure(Exit::Usage, "'" + text + "' is not an amount",
+        throw Failure(Exit::Usage, inQuotes(text) + " is not an amount",
                       "for example 12.34, with at most " + std::to_string(decimals) + " decimals in this currency");
     }
     return std::string(kAmountDigits - value.size(), '0') + value;
@@ -81,7 +84,7 @@ std::string dateDigits(const std::string& text)
         date.erase(0, 2);
     }
     if (dateText(date) == date) {
-        throw Failure(Exit::Usage, "'" + text + "' is not a date", "for example 2026-03-15");
+        throw Failure(Exit::Usage, inQuotes(text) + " is not a date", "for example 2026-03-15");
     }
     return date;
 }
@@ -91,7 +94,7 @@ std::string timeDigits(const std::string& text)
     const std::string time = text.empty() ? now().time : withoutSeparators(text);
     if (time.size() != 6 || !digits(time) || time.substr(0, 2) > "23" || time.substr(2, 2) > "59" ||
         time.substr(4) > "59") {
-        throw Failure(Exit::Usage, "'" + text + "' is not a time", "for example 14:30:00");
+        throw Failure(Exit::Usage, inQuotes(text) + " is not a time", "for example 14:30:00");
     }
     return time;
 }
@@ -104,7 +107,7 @@ std::string codeDigits(const std::string& text)
         code.insert(0, "0");
     }
     if (code.size() != 4 || !digits(code)) {
-        throw Failure(Exit::Usage, "'" + text + "' is not a currency or country code", "for example 0156 or CNY");
+        throw Failure(Exit::Usage, inQuotes(text) + " is not a currency or country code", "for example 0156 or CNY");
     }
     return code;
 }
@@ -132,7 +135,7 @@ std::string merchantHex(const std::string& utf8)
 void addSaleOptions(CLI::App& command, SaleOptions& options)
 {
     const char* const group = "Transaction";
-    command.add_option("--amount", options.amount, "Amount, for example 12.34")->capture_default_str()->group(group);
+    command.add_option("--amount", options.amount, "Amount, for example 12.34 (1.00 with --sim)")->group(group);
     command.add_option("--other", options.other, "Cash part of the amount")->capture_default_str()->group(group);
     command.add_option("--date", options.date, "Date, for example 2026-03-15 (today)")->group(group);
     command.add_option("--time", options.time, "Time, for example 14:30:00 (now)")->group(group);
@@ -175,16 +178,39 @@ void addSaleOptions(CLI::App& command, SaleOptions& options)
     answer->excludes(ask)->excludes(wrong)->excludes(profile);
     ask->excludes(wrong)->excludes(profile);
     command.add_flag("--json", options.json, "Print JSON");
-    command.add_flag("--show", options.show, "Do not mask account numbers");
+    command.add_flag("--show", options.link.show, "Do not mask account numbers");
 }
+
+namespace {
+
+// Somebody's own card must not be asked for an amount that nobody named.
+std::string amountOf(const SaleOptions& options)
+{
+    if (options.amount.empty() && !options.link.port.empty()) {
+        throw Failure(Exit::Usage, "no amount named", "a sale on a real reader needs --amount, for example 12.34");
+    }
+    return options.amount.empty() ? "1.00" : options.amount;
+}
+
+std::string randomNumber()
+{
+    Bytes number(4);
+    if (::getrandom(number.data(), number.size(), 0) != static_cast<ssize_t>(number.size())) {
+        throw Failure(Exit::Internal, "the system gives no random numbers", "name one with --unpredictable");
+    }
+    return toHex(number);
+}
+
+} // namespace
 
 std::string transactionText(const SaleOptions& options)
 {
     const std::string currency = codeDigits(options.currency);
     const std::size_t decimals = currencyDecimals(currency);
-    return item('P', amountDigits(options.amount, decimals)) + item('Q', amountDigits(options.other, decimals)) +
+    return item('P', amountDigits(amountOf(options), decimals)) + item('Q', amountDigits(options.other, decimals)) +
            item('R', currency) + item('J', codeDigits(options.country)) + item('S', dateDigits(options.date)) +
-           item('U', timeDigits(options.time)) + item('T', options.type) + item('K', options.unpredictable) +
+           item('U', timeDigits(options.time)) + item('T', options.type) +
+           item('K', options.unpredictable.empty() ? randomNumber() : options.unpredictable) +
            item('M', options.qualifiers) +
            item('O', options.cashLimit.empty() ? "" : amountDigits(options.cashLimit, decimals)) +
            item('V', merchantHex(options.merchant)) + options.more;

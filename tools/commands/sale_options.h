@@ -13,7 +13,7 @@ struct SaleOptions {
     InterfaceOptions cardInterface;
     std::string aid;
 
-    std::string amount = "1.00";
+    std::string amount; // 1.00 with a simulated reader
     std::string other = "0.00";
     std::string date; // today
     std::string time; // now
@@ -31,7 +31,6 @@ struct SaleOptions {
     bool wrongIssuerKey = false;
     std::string issuerProfile; // for a real card
     bool json = false;
-    bool show = false;
 };
 
 void addSaleOptions(CLI::App& command, SaleOptions& options);

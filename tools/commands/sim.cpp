@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // vorn sim: a reader with a profile's cards, on a pseudo-terminal, for any host.
+#include "sim/profiles/check.h"
 #include "tools/cli/interrupt.h"
 #include "tools/cli/output.h"
+#include "tools/cli/quote.h"
 #include "tools/commands/command.h"
 #include "tools/explain/hex.h"
 #include "tools/session/session.h"
@@ -29,6 +31,7 @@ struct Options {
     std::vector<std::string> faults;
     std::string link;
     std::string usbSocket;
+    std::string check;
     bool json = false;
     bool verbose = false;
 };
@@ -79,7 +82,8 @@ public:
             return;
         }
 #ifdef VORN_USB_REDIRECTION
-        reader_ = std::make_unique<SimulatedReader>(options.profile, options.faults);
+        reader_ = std::make_unique<SimulatedReader>(options.profile);
+        reader_->addFaults(options.faults);
         port_ = std::make_unique<sim::UsbRedirPort>(reader_->reader, options.usbSocket);
         note("A second reader is a USB device for a virtual machine, on the socket " + options.usbSocket + ".");
 #else
@@ -95,15 +99,37 @@ private:
 #endif
 };
 
+Exit checkProfile(const Options& options)
+{
+    const std::vector<std::string> mistakes = sim::mistakesIn(profileOf(options.check));
+    if (options.json) {
+        Json lines = Json::array();
+        for (const std::string& mistake : mistakes) {
+            lines.push_back(withoutNumbers(mistake));
+        }
+        printJson({{"mistakes", lines}});
+    } else {
+        for (const std::string& mistake : mistakes) {
+            printLine(withoutNumbers(mistake));
+        }
+        printLine(mistakes.empty() ? "No mistake found." : std::to_string(mistakes.size()) + " to mend.");
+    }
+    return mistakes.empty() ? Exit::Ok : Exit::Findings;
+}
+
 Exit run(const Options& options)
 {
+    if (!options.check.empty()) {
+        return checkProfile(options);
+    }
     if (options.list) {
         return listProfiles(options.json);
     }
     if (options.profile.empty()) {
         throw Failure(Exit::Usage, "no profile named", "'vorn sim --list' names those that come with the tool");
     }
-    SimulatedReader simulated(options.profile, options.faults);
+    SimulatedReader simulated(options.profile);
+    simulated.addFaults(options.faults);
     simulated.reader.checkLineSpeed(options.checkSpeed);
     sim::PtyPort::Options portOptions;
     portOptions.paced = options.paced;
@@ -137,7 +163,9 @@ void addSim(CLI::App& root, Action& action)
     command->add_flag("--list", options->list, "Name the profiles that there are");
     command->add_flag("--paced", options->paced, "Take the time that a real line takes");
     command->add_flag("--check-speed", options->checkSpeed, "What comes at another speed than the reader's is garbage");
-    command->add_option("--fault", options->faults, "Something that goes wrong, such as status=06@3 (repeatable)");
+    command->add_option("--fault", options->faults, "Something that goes wrong, such as status=06@3 (repeatable)")
+        ->allow_extra_args(false);
+    command->add_option("--check", options->check, "Only tell all that is wrong with this profile");
     command->add_option("--link", options->link, "Also make this symbolic link to the terminal");
     command->add_option("--usb-socket", options->usbSocket,
                         "Also be a USB device for a virtual machine, by USB redirection on this unix socket");

@@ -9,7 +9,6 @@
 
 #include <nlohmann/json.hpp>
 
-#include <array>
 #include <memory>
 
 namespace vorn::tool {
@@ -21,24 +20,32 @@ struct Options {
     bool json = false;
 };
 
+struct WalletCall {
+    CallTarget target;
+    char context[ICC_CONTEXT_ID_CAPACITY] = {};
+    char mode[ICC_WALLET_TEXT_CAPACITY] = {};
+    char aid[ICC_WALLET_TEXT_CAPACITY] = {};
+};
+
+int readWallet(WalletCall& call)
+{
+    return IC_GetZzhHardWalletInfo(call.target.port, "", 9600, call.target.timeout, call.context, call.mode, call.aid);
+}
+
 Exit run(const Options& options)
 {
-    const Session session(options.link);
+    Session session(options.link);
     session.awaitCard(VORN_OPEN_EITHER);
-    std::array<char, ICC_CONTEXT_ID_CAPACITY> context{};
-    std::array<char, ICC_WALLET_TEXT_CAPACITY> mode{};
-    std::array<char, ICC_WALLET_TEXT_CAPACITY> aid{};
-    session.check(
-        IC_GetZzhHardWalletInfo(session.port(), "", 9600, session.timeout(), context.data(), mode.data(), aid.data()),
-        Call::Wallet);
+    WalletCall wallet{CallTarget(session)};
+    session.call("IC_GetZzhHardWalletInfo", Call::Wallet, readWallet, wallet);
     if (options.json) {
-        printJson({{"contextId", context.data()}, {"transactionMode", mode.data()}, {"aid", aid.data()}});
+        printJson({{"contextId", wallet.context}, {"transactionMode", wallet.mode}, {"aid", wallet.aid}});
         return Exit::Ok;
     }
     Table table;
-    table.row({"Context identifier", context.data()});
-    table.row({"Transaction mode information", mode.data()});
-    table.row({"Application", aid.data()});
+    table.row({"Context identifier", wallet.context});
+    table.row({"Transaction mode information", wallet.mode});
+    table.row({"Application", wallet.aid});
     print(table.text());
     return Exit::Ok;
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Where the library's log files go. They hold card numbers in clear and are written to the working directory, so the
-// tool works in a directory that only its user may enter, and takes it away afterwards.
+// library works in a directory that only its user may enter, which is taken away afterwards.
 #pragma once
 
 #include "vorn/log.h"
@@ -10,8 +10,8 @@
 
 namespace vorn::tool {
 
-constexpr const char* kChatterFile = "console.txt"; // what the library prints
-constexpr std::array<const char*, 3> kLogFiles = {VORN_TRACE_FILE, VORN_SERVICE_FILE, kChatterFile};
+constexpr const char* kConsoleFile = "console.txt"; // what the library prints, on either standard stream
+constexpr std::array<const char*, 3> kLogFiles = {VORN_TRACE_FILE, VORN_SERVICE_FILE, kConsoleFile};
 
 class LogDirectory {
 public:
@@ -21,11 +21,10 @@ public:
     LogDirectory(const LogDirectory&) = delete;
     LogDirectory& operator=(const LogDirectory&) = delete;
 
-    std::string serviceLog() const { return path_ + "/" + VORN_SERVICE_FILE; }
+    const std::string& path() const { return path_; }
 
 private:
     std::string path_;
-    int previous_ = -1; // the working directory before
     bool remove_ = false;
 };
 

@@ -2,6 +2,7 @@
 // A memory card in the field, activated as long as this lives, and the keys to try on it.
 #pragma once
 
+#include "tools/session/memory_layout.h"
 #include "tools/session/session.h"
 
 #include <optional>
@@ -16,20 +17,10 @@ struct MemoryKey {
     sim::Bytes value;
 };
 
-// The layout of a card: sectors of 4 blocks, from block 128 on of 16. A sector's last block is its trailer.
-unsigned sectorOf(unsigned block);
-unsigned firstBlock(unsigned sector);
-unsigned blockCount(unsigned sector);
-bool isTrailer(unsigned block);
-
-// The trailer keeps each access bit and its inverse; a card locks a sector whose copies disagree, for ever.
-bool accessBitsConsistent(const sim::Bytes& trailer);
-
 class MemorySession {
 public:
     // Waits for a card. Throws Failure.
-    explicit MemorySession(const Session& session);
-    ~MemorySession();
+    explicit MemorySession(Session& session);
     MemorySession(const MemorySession&) = delete;
     MemorySession& operator=(const MemorySession&) = delete;
 
@@ -39,12 +30,13 @@ public:
     std::optional<MemoryKey> authenticate(unsigned block, const std::vector<MemoryKey>& keys);
     std::optional<sim::Bytes> read(unsigned block); // nothing: refused
     bool write(unsigned block, const sim::Bytes& data);
+    void renew(); // after a refusal a card answers nothing until it is activated again
 
 private:
     int activate();
     bool accepted(int result) const;
 
-    const Session& session_;
+    Session& session_;
     std::string identification_;
 };
 

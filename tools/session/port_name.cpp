@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/session/port_name.h"
 
+#include "tools/cli/quote.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -39,24 +41,15 @@ std::optional<std::string> belowDev(const fs::path& path)
     return real.substr(kDev.size());
 }
 
+// "..": a port lies below /dev, wherever a name leads on its way.
+bool climbs(const fs::path& name) { return std::find(name.begin(), name.end(), "..") != name.end(); }
+
 std::string firstLine(const fs::path& file)
 {
     std::string line;
     std::ifstream in(file);
     std::getline(in, line);
     return line;
-}
-
-bool usbReaderAttached()
-{
-    std::error_code error;
-    for (const auto& device : fs::directory_iterator("/sys/bus/usb/devices", error)) {
-        if (firstLine(device.path() / "idVendor") == kUsbVendor &&
-            firstLine(device.path() / "idProduct") == kUsbProduct) {
-            return true;
-        }
-    }
-    return false;
 }
 
 Failure usbFailure()
@@ -91,6 +84,18 @@ Failure openFailure(const std::string& path, int error)
 
 } // namespace
 
+bool usbReaderAttached()
+{
+    std::error_code error;
+    for (const auto& device : fs::directory_iterator("/sys/bus/usb/devices", error)) {
+        if (firstLine(device.path() / "idVendor") == kUsbVendor &&
+            firstLine(device.path() / "idProduct") == kUsbProduct) {
+            return true;
+        }
+    }
+    return false;
+}
+
 std::string portName(const std::string& written)
 {
     std::string name = written;
@@ -103,11 +108,16 @@ std::string portName(const std::string& written)
     if (name.find_first_of(":,") != std::string::npos) {
         name = belowDev(kDev + name).value_or(name);
     }
+    if (climbs(name)) {
+        throw Failure(Exit::Usage, inQuotes(written) + " cannot be the name of a port", "a port is a tty below /dev");
+    }
     if (startsWith(name, "/")) {
-        throw Failure(Exit::Port, "no such port: " + written, "a port is a tty below /dev, a link to one, or USB");
+        throw Failure(Exit::Port, "no such port: " + inQuotes(written),
+                      "a port is a tty below /dev, a link to one, or USB");
     }
     if (name.empty() || name.size() > kLongestName || name.find_first_of(":,") != std::string::npos) {
-        throw Failure(Exit::Usage, "'" + written + "' cannot be the name of a port", "for example ttyS1, pts/3 or USB");
+        throw Failure(Exit::Usage, inQuotes(written) + " cannot be the name of a port",
+                      "for example ttyS1, pts/3 or USB");
     }
     return name;
 }

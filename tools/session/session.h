@@ -5,18 +5,23 @@
 #include "sim/profiles/profile.h"
 #include "sim/reader/pty_port.h"
 #include "tools/cli/errors.h"
+#include "tools/session/call_runner.h"
 #include "tools/session/log_directory.h"
+#include "tools/session/port_lock.h"
+#include "tools/session/verdict.h"
 
 #include <CLI/CLI.hpp>
 
+#include <functional>
 #include <memory>
-#include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
 namespace vorn::sim {
 class EmvCard;
-}
+struct Fault;
+} // namespace vorn::sim
 
 namespace vorn::tool {
 
@@ -29,6 +34,7 @@ struct LinkOptions {
     std::string logDirectory;
     bool keepLogs = false;
     bool verbose = false;
+    bool show = false; // nothing masked; the commands' own option
 };
 
 void addLinkOptions(CLI::App& command, LinkOptions& options);
@@ -43,16 +49,44 @@ struct InterfaceOptions {
 void addInterfaceOptions(CLI::App& command, InterfaceOptions& options);
 std::string interfaceName(int cardInterface);
 
+// Throws Failure for what is no fault.
+std::vector<sim::Fault> faultsOf(const std::vector<std::string>& texts);
+
 // The name of a shipped profile, or the path of a file. Throws Failure.
 sim::Profile profileOf(const std::string& nameOrPath);
 
-// A reader with a profile's cards. Throws Failure when the profile or a fault cannot be used.
+// A reader with a profile's cards. Throws Failure when the profile cannot be used.
 struct SimulatedReader {
-    SimulatedReader(const std::string& nameOrPath, const std::vector<std::string>& faults);
+    explicit SimulatedReader(const std::string& nameOrPath);
+    // Faults that count commands count them from now on.
+    void addFaults(const std::vector<std::string>& faults);
 
     sim::Profile profile;
     sim::Reader reader;
     std::shared_ptr<sim::EmvCard> card; // the user's card, when it is a debit/credit card
+};
+
+class Session;
+
+// What every service call begins with.
+struct CallTarget {
+    explicit CallTarget(const Session& session);
+    char port[128] = {};
+    int timeout = 0;
+};
+
+// A text as a call's argument. Throws Failure when it does not fit.
+void store(const std::string& text, char* into, std::size_t capacity);
+template <std::size_t N>
+void store(const std::string& text, char (&into)[N])
+{
+    store(text, into, N);
+}
+
+// The port in the form that the library's link functions take.
+struct LinkTarget {
+    int mode = 0; // vr_comportmode
+    char parameter[128] = {};
 };
 
 class Session {
@@ -64,36 +98,75 @@ public:
 
     const char* port() const { return port_.c_str(); } // as the library takes it
     int timeout() const;                               // nTimeout: a card is there already when it is used
-    int waitSeconds() const { return wait_; }
     SimulatedReader* simulated() { return simulated_.get(); }
-    std::string serviceLog() const { return logs_->serviceLog(); }
+    const LinkTarget& target() const { return target_; }
+    const LineWatcher& line() const { return runner_->watcher(); }
+    int cardInterface() const { return runner_->cardInterface(); }
 
-    // Throws Failure unless the result is 0.
+    // Each exchange of a call, as it comes.
+    void onExchange(LineWatcher::Receiver receiver) { receiver_ = std::move(receiver); }
+
+    // One call of the library. It is ended, and the reader put to rest, when it waits for a card longer than --wait
+    // says or keeps at work longer than a call may: that throws Failure, as an interrupt does. Returns what the
+    // function returned.
+    template <class Arguments>
+    int run(const char* name, int (*function)(Arguments&), Arguments& arguments)
+    {
+        armFaults();
+        return attempt(name, function, arguments);
+    }
+    // The same; throws Failure unless all went well.
+    template <class Arguments>
+    void call(const char* name, Call kind, int (*function)(Arguments&), Arguments& arguments)
+    {
+        check(run(name, function, arguments), kind);
+    }
+
+    // Throws Failure for what went wrong on the line in the last call, and for any result but 0.
     void check(int result, Call call = Call::Any) const;
+    Verdict verdict() const { return verdict_; }
+    Failure troubleFailure() const; // of the verdict
 
-    // Most calls wait for a card without a bound. This waits with one, and leaves the card powered off.
-    void awaitCard(int mode) const;
+    // Most calls wait for a card without a bound. This waits politely, and leaves the card powered off.
+    void awaitCard(int mode);
     // The same with the link open and the card left powered: its answer to reset.
-    sim::Bytes powerUserCard(int mode) const;
+    sim::Bytes powerUserCard(int mode);
+    // Asks every now and then, until a card is there or --wait is over; throws Failure then.
+    void awaitCard(const std::function<int()>& ask);
 
 private:
-    friend class OpenLink;
-    void choosePort() const;
+    template <class Arguments>
+    int attempt(const char* name, int (*function)(Arguments&), Arguments& arguments)
+    {
+        const auto stop = begin(name);
+        return conclude(name, runner_->run(function, arguments, stop));
+    }
+    CallRunner::ShallStop begin(const char* name);
+    int conclude(const char* name, CallRunner::End end);
+    [[noreturn]] void stopped(const char* name);
+    void noteExchange(const LineExchange& exchange);
+    void armFaults();
+    void putToRest();
+    int lookForCard(int mode, sim::Bytes& answer);
+    void closeLink();
 
     std::string port_;
+    LinkTarget target_;
     int wait_;
+    bool verbose_;
+    bool show_;
+    std::vector<std::string> faults_;
     std::unique_ptr<SimulatedReader> simulated_;
-    std::unique_ptr<sim::PtyPort> pty_;
+    std::unique_ptr<PortLock> lock_;
     std::unique_ptr<LogDirectory> logs_;
-};
-
-// The link for reader-level functions, closed again whatever happens.
-class OpenLink {
-public:
-    explicit OpenLink(const Session& session);
-    ~OpenLink();
-    OpenLink(const OpenLink&) = delete;
-    OpenLink& operator=(const OpenLink&) = delete;
+    std::unique_ptr<CallRunner> runner_;
+    std::unique_ptr<sim::PtyPort> pty_;
+    LineWatcher::Receiver receiver_;
+    Verdict verdict_;
+    std::set<std::uint8_t> powered_; // slots; FF the field
+    bool cardSeen_ = false;
+    bool looking_ = false;    // the tool's own look for a card is under way
+    bool onlyWaiting_ = true; // for a card, in the call that is running
 };
 
 } // namespace vorn::tool

@@ -29,13 +29,13 @@ constexpr TransactionExit kNoApplicationAfterList = {3720, CardPower::Off, LinkE
 constexpr TransactionExit kSelectFailedAfterList = {3731, CardPower::Off, LinkEnd::Closed, VORN_SELECT_FAILED};
 constexpr TransactionExit kGpoFailed = {4054, CardPower::Off, LinkEnd::Closed, VORN_GPO_FAILED};
 constexpr TransactionExit kRecordsFailed = returningStepResult(4070, CardPower::Off);
-constexpr TransactionExit kNoCdol1 = {4119, CardPower::Stays, LinkEnd::Closed, VORN_NO_CDOL1, LogForm::WithMinusTwo};
+constexpr TransactionExit kNoCdol1 = {4119, CardPower::Stays, LinkEnd::Closed, -2, LogForm::WithMinusTwo};
 constexpr TransactionExit kCdol1NotBuilt = returningStepResult(4134, CardPower::Stays);
 constexpr TransactionExit kGenerateFailed = {
     4145, CardPower::Off, LinkEnd::Closed, VORN_FIRST_AC_FAILED, LogForm::Plain, LogTime::BeforePowerOff};
-constexpr TransactionExit kNotArqc = {kNoLogLine, CardPower::Stays, LinkEnd::Closed, VORN_NO_ARQC};
-constexpr TransactionExit kNotFormat1 = {4162, CardPower::Stays, LinkEnd::Closed, VORN_NOT_FORMAT_1};
-constexpr TransactionExit kNoCdol2 = {4465, CardPower::Stays, LinkEnd::Closed, VORN_NO_CDOL2};
+constexpr TransactionExit kNotArqc = {kNoLogLine, CardPower::Stays, LinkEnd::Closed, -2};
+constexpr TransactionExit kNotFormat1 = {4162, CardPower::Stays, LinkEnd::Closed, -3};
+constexpr TransactionExit kNoCdol2 = {4465, CardPower::Stays, LinkEnd::Closed, -2};
 
 // CDOL1, PAN, PAN sequence number, CDOL2, name, document type and number, track 2.
 constexpr std::uint8_t vrdk_appdatatag[] = {0x8C, 0x5A, 0x5F, 0x34, 0x8D, 0x5F, 0x20, 0x9F, 0x62, 0x9F, 0x61, 0x57};
@@ -150,7 +150,7 @@ private:
         }
         DolValues values;
         if (!buildCommandData(boundedTlv(terminalData_.view()), cdol1.view(), values)) {
-            return leave(kCdol1NotBuilt, VORN_DOL_NOT_BUILT);
+            return leave(kCdol1NotBuilt, kDolNotBuilt);
         }
         CryptogramResponse response;
         const int result = response.generate(kArqc, values.view());

@@ -20,17 +20,17 @@ namespace {
 
 constexpr int kNothingFailed = 0; // what the step before an unsuitable text left
 
-constexpr TransactionExit kNoCdol2 = {4634, CardPower::Stays, LinkEnd::Closed, VORN_STATE_WITHOUT_CDOL2};
-constexpr TransactionExit kCdol2NotBuilt = {4962, CardPower::Stays, LinkEnd::Closed, VORN_DOL_NOT_BUILT};
-constexpr TransactionExit kNoAnswer = {4977, CardPower::Stays, LinkEnd::Closed, VORN_NO_ANSWER};
+constexpr TransactionExit kNoCdol2 = {4634, CardPower::Stays, LinkEnd::Closed, -1};
+constexpr TransactionExit kCdol2NotBuilt = {4962, CardPower::Stays, LinkEnd::Closed, kDolNotBuilt};
+constexpr TransactionExit kNoAnswer = {4977, CardPower::Stays, LinkEnd::Closed, -2};
 constexpr TransactionExit kNoIssuerAuth = {5010, CardPower::Stays, LinkEnd::Closed, VORN_NO_ISSUER_AUTH};
 constexpr TransactionExit kShortIssuerAuth = {5018, CardPower::Stays, LinkEnd::Closed, VORN_NO_ISSUER_AUTH};
 constexpr TransactionExit kTcRefused = {5069, CardPower::Stays, LinkEnd::Closed, VORN_SECOND_AC_FAILED};
 constexpr TransactionExit kDeclined = {5089, CardPower::Stays, LinkEnd::Closed, VORN_OK};
 constexpr TransactionExit kGenerateFailed = {5099, CardPower::Stays, LinkEnd::Closed, VORN_SECOND_AC_FAILED};
 // The link is left open here; the next call finds and releases it.
-constexpr TransactionExit kNotTc = {kNoLogLine, CardPower::Stays, LinkEnd::StaysOpen, VORN_NO_TC};
-constexpr TransactionExit kNotFormat1 = {5115, CardPower::Stays, LinkEnd::Closed, VORN_NOT_FORMAT_1};
+constexpr TransactionExit kNotTc = {kNoLogLine, CardPower::Stays, LinkEnd::StaysOpen, -2};
+constexpr TransactionExit kNotFormat1 = {5115, CardPower::Stays, LinkEnd::Closed, -3};
 constexpr TransactionExit kNoScript = {5411, CardPower::Stays, LinkEnd::Closed, VORN_OK};
 constexpr TransactionExit kScriptFailed = {5430, CardPower::Off, LinkEnd::Closed, VORN_SCRIPT_FAILED};
 
@@ -187,7 +187,7 @@ public:
         buildSecondData(given_, issuerAuth.responseCode(), terminalData_);
         DolValues values;
         if (!buildCommandData(boundedTlv(terminalData_.view()), cdol2.view(), values)) {
-            return leave(kCdol2NotBuilt, VORN_DOL_NOT_BUILT);
+            return leave(kCdol2NotBuilt, kDolNotBuilt);
         }
         if (answer_.empty()) {
             return leave(kNoAnswer, kNothingFailed);

@@ -7,7 +7,6 @@
 #include "ICC_COMM_VORN.h"
 
 #include <cJSON.h>
-#include <climits>
 
 #include <cstdio>
 #include <cstdlib>
@@ -27,19 +26,12 @@ struct DeviceTexts {
     char serial[ICC_DEVICE_TEXT_CAPACITY] = {};
 };
 
-// A number that no int holds is the nearest one: a port that is not there, and never another one.
-int portNumber(const char* text)
-{
-    const long number = std::strtol(text, nullptr, 10);
-    return static_cast<int>(number > INT_MAX ? INT_MAX : number < INT_MIN ? INT_MIN : number);
-}
-
 // The port that a request names; 0, and whatever is no such request, is USB.
 void portOfRequest(const char* request, char* port, std::size_t capacity)
 {
     cJSON* parsed = cJSON_Parse(textOf(request));
     const char* value = cJSON_GetStringValue(cJSON_GetObjectItemCaseSensitive(parsed, "RequestPort"));
-    const int number = portNumber(textOf(value));
+    const int number = std::atoi(textOf(value));
     cJSON_Delete(parsed);
     if (number != 0) {
         std::snprintf(port, capacity, "COM%d", number);
@@ -48,46 +40,6 @@ void portOfRequest(const char* request, char* port, std::size_t capacity)
     }
 }
 
-// Bytes of the UTF-8 character at the front (RFC 3629); 0 when there is none.
-std::size_t characterSize(const unsigned char* text)
-{
-    static constexpr struct {
-        unsigned char first, last;      // of the first byte
-        unsigned char second, secondTo; // of the second byte
-        std::size_t size;
-    } kForms[] = {
-        {0x01, 0x7F, 0x00, 0xFF, 1}, {0xC2, 0xDF, 0x80, 0xBF, 2}, {0xE0, 0xE0, 0xA0, 0xBF, 3},
-        {0xE1, 0xEC, 0x80, 0xBF, 3}, {0xED, 0xED, 0x80, 0x9F, 3}, {0xEE, 0xEF, 0x80, 0xBF, 3},
-        {0xF0, 0xF0, 0x90, 0xBF, 4}, {0xF1, 0xF3, 0x80, 0xBF, 4}, {0xF4, 0xF4, 0x80, 0x8F, 4},
-    };
-    for (const auto& form : kForms) {
-        if (text[0] < form.first || text[0] > form.last) {
-            continue;
-        }
-        bool whole = form.size == 1 || (text[1] >= form.second && text[1] <= form.secondTo);
-        for (std::size_t i = 2; whole && i < form.size; ++i) {
-            whole = (text[i] & 0xC0) == 0x80;
-        }
-        return whole ? form.size : 0;
-    }
-    return 0;
-}
-
-// A JSON text is UTF-8, whatever a reader calls its version: a byte that belongs to no character becomes a question
-// mark, so the text stays as long as it is.
-void makeUtf8(char* text)
-{
-    auto* at = reinterpret_cast<unsigned char*>(text);
-    while (*at != '\0') {
-        const std::size_t size = characterSize(at);
-        if (size == 0) {
-            *at = '?';
-        }
-        at += size == 0 ? 1 : size;
-    }
-}
-
-// NULL when there is no memory for the whole of it.
 cJSON* describe(int result, const DeviceTexts& device)
 {
     struct Member {
@@ -101,10 +53,7 @@ cJSON* describe(int result, const DeviceTexts& device)
         {"DeviceSN", device.serial}, {"DeviceModel", "DK7710"},
     };
     cJSON* document = cJSON_CreateObject();
-    bool whole = document != nullptr;
-    const auto add = [&](const Member& member) {
-        whole = whole && cJSON_AddStringToObject(document, member.key, member.value) != nullptr;
-    };
+    const auto add = [document](const Member& member) { cJSON_AddStringToObject(document, member.key, member.value); };
     if (result == kOpenPortFailure) {
         for (const Member& member : failure) {
             add(member);
@@ -113,10 +62,6 @@ cJSON* describe(int result, const DeviceTexts& device)
         for (const Member& member : description) {
             add(member);
         }
-    }
-    if (!whole) {
-        cJSON_Delete(document);
-        return nullptr;
     }
     return document;
 }
@@ -155,7 +100,6 @@ int DEV_CommCall(const char* request, void*, char* out, int* outLen)
     logService("%s", port);
     DeviceTexts device;
     const int result = GetDevInfo(port, device.version, device.date, device.serial);
-    makeUtf8(device.version);
     cJSON* document = describe(result, device);
     char* text = cJSON_Print(document);
     storeText(out, textOf(text));

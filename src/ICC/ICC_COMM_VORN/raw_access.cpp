@@ -11,12 +11,14 @@ using namespace vorn;
 
 namespace {
 
+enum CardType { kUserCard = 1, kPsam = 2 };
+
 constexpr int kFirstPsam = 1;
 constexpr int kLastPsam = 4;
 
 bool isPsam(int nCardType, int nPSAMCardNo)
 {
-    return nCardType == VORN_PSAM_CARD && nPSAMCardNo >= kFirstPsam && nPSAMCardNo <= kLastPsam;
+    return nCardType == kPsam && nPSAMCardNo >= kFirstPsam && nPSAMCardNo <= kLastPsam;
 }
 
 int psamSlot(int nPSAMCardNo) { return VORN_SLOT_PSAM1 + nPSAMCardNo - kFirstPsam; }
@@ -69,7 +71,7 @@ int IC_PowerOn(const char* nPortNo, const char* extendPort, int nBaudRate, int n
     if (opdev() != VORN_OK) {
         return VORN_OPEN_FAILED;
     }
-    if (nCardType == VORN_USER_CARD) {
+    if (nCardType == kUserCard) {
         return powerOnUserCard(nTimeout, pszATR);
     }
     if (isPsam(nCardType, nPSAMCardNo)) {
@@ -86,7 +88,7 @@ int IC_PowerOff(const char* nPortNo, const char* extendPort, int nBaudRate, int 
     if (opdev() != VORN_OK) {
         return VORN_OPEN_FAILED;
     }
-    if (nCardType == VORN_USER_CARD) {
+    if (nCardType == kUserCard) {
         return endCall(CardPower::Off, VORN_OK);
     }
     if (isPsam(nCardType, nPSAMCardNo)) {
@@ -105,7 +107,7 @@ int IC_SendAPDU(const char* nPortNo, const char*, int, int, int nCardType, int n
     }
     const char* text = textOf(pszAPDU);
     logService("APDU:%s!\n", text);
-    const bool userCard = nCardType == VORN_USER_CARD;
+    const bool userCard = nCardType == kUserCard;
     std::uint8_t apdu[VORN_COMMAND_MAX] = {};
     const std::size_t length = std::strlen(text) / 2;
     if ((!userCard && !isPsam(nCardType, nPSAMCardNo)) || length > sizeof apdu) {

@@ -9,6 +9,7 @@ namespace vorn {
 constexpr int kNoLogLine = 0;
 // What a failing step leaves, where it is not a code of its own.
 constexpr int kObjectNotFound = -1;
+constexpr int kDolNotBuilt = -1;
 
 enum class LinkEnd { Closed, StaysOpen };
 enum class LogForm { Plain, WithMinusTwo };

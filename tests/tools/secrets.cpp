@@ -1,0 +1,112 @@
+// SPDX-License-Identifier: Apache-2.0
+// Every command on every profile, as text and as JSON, quiet and with all exchanges: nothing of what identifies a card
+// or its holder is in any output, nor in any file that is left.
+#include "tools/running_tool.h"
+
+#include <algorithm>
+
+namespace {
+
+using namespace vorn::test;
+
+// What the profiles' cards hold: account numbers, track data, names, document numbers, keys.
+const char* const kSecrets[] = {
+    "6229990000710246589", "301222000007287", "199003150017", "晓明", "C5B7D1F4CFFEC3F7", "OUYANG",
+    "4F5559414E47",        "A0A1A2A3A4A5",    "B0B1B2B3B4B5",
+};
+
+// Account numbers, names and documents as the raw record has them: the profiles' own.
+std::vector<std::string> secretsOf(const Scratch& scratch, const std::string& profile)
+{
+    std::vector<std::string> secrets(std::begin(kSecrets), std::end(kSecrets));
+    const Result all = run(scratch, {"info", "--sim", profile, "--wait", "0", "--json", "--show"});
+    if (all.code != kOk) {
+        return secrets;
+    }
+    for (const char* const member : {"pan", "track2", "documentNumber", "name", "nameExtended"}) {
+        const Json value = all.json()[member];
+        if (value.is_string() && value.get<std::string>().size() > 3) {
+            secrets.push_back(value);
+        }
+    }
+    return secrets;
+}
+
+const Arguments kCommands[] = {
+    {"info"},
+    {"info", "--aid", "A000000333"},
+    {"log"},
+    {"wallet"},
+    {"sale"},
+    {"sale", "--wrong-issuer-key"},
+    {"sale", "--arpc", "910A00000000000000003030"},
+    {"atr"},
+    {"atr", "--psam", "1"},
+    {"device"},
+    {"doctor"},
+    {"watch", "--for", "1"},
+    {"apdu", "--any-status", "00A4040008A000000333010101", "00B2010C00", "00B2020C00", "00B2011400", "80CA9F1300"},
+    {"apdu", "--any-status", "0020008008241234FFFFFFFFFF"},
+    {"m1", "activate"},
+    {"m1", "auth", "--block", "4", "--key-file", "KEYS", "--key-type", "AB"},
+    {"m1", "read", "--block", "4", "--count", "4", "--key-file", "KEYS", "--key-type", "AB"},
+    {"m1", "write", "--block", "16", "--data", "00112233445566778899AABBCCDDEEFF"},
+    {"m1", "dump", "--key-file", "KEYS", "--key-type", "AB"},
+};
+
+class SecretsTest : public ToolTest, public testing::WithParamInterface<const char*> {};
+
+TEST_P(SecretsTest, NoCommandShowsThem)
+{
+    const std::string keys = scratch.file("keys", "FFFFFFFFFFFF\nA0A1A2A3A4A5 # holder\nB0B1B2B3B4B5\n");
+    const std::vector<std::string> secrets = secretsOf(scratch, GetParam());
+    std::vector<Arguments> lines;
+    for (Arguments command : kCommands) {
+        std::replace(command.begin(), command.end(), std::string("KEYS"), keys);
+        for (const Arguments& form : {Arguments{}, {"-v"}, {"--json"}, {"--json", "-v"}}) {
+            lines.push_back(with(with(command, {"--sim", GetParam(), "--wait", "0"}), form));
+        }
+    }
+    inParallel(lines.size(), [&](std::size_t at) {
+        const Result result = run(scratch, lines[at]);
+        EXPECT_FALSE(result.output.empty() && result.errors.empty());
+        for (const std::string& secret : secrets) {
+            EXPECT_FALSE(result.says(secret)) << testing::PrintToString(lines[at]) << result.output;
+            EXPECT_FALSE(result.complains(secret)) << testing::PrintToString(lines[at]) << result.errors;
+        }
+        EXPECT_EQ(result.errors.find("241234"), std::string::npos);
+    });
+    EXPECT_TRUE(fs::is_empty(scratch.temporary()));
+}
+
+INSTANTIATE_TEST_SUITE_P(Profiles, SecretsTest, testing::Values("debit", "credit", "multi", "memory", "psam", "wallet"),
+                         [](const auto& which) { return std::string(which.param); });
+
+TEST_F(ToolTest, NoMessageRepeatsAnAccountNumber)
+{
+    const Arguments lines[] = {
+        {kPan},
+        {"info", kPan},
+        {"info", "--sim", "debit", "--fault", kPan},
+        {"info", "--sim", "debit", "--aid", kPan + "X"},
+        {"info", "--port", kPan},
+        {"sale", "--sim", "debit", "--amount", kPan},
+        {"sale", "--sim", "debit", "--date", kPan},
+        {"sale", "--sim", "debit", "--currency", kPan},
+        {"apdu", "--sim", "debit", "5A0A" + kPan + "FX"},
+        {"m1", "write", "--sim", "memory", "--block", "4", "--data", kPan},
+        {"m1", kPan},
+        {"help", kPan},
+        {"sim", "--link"},
+    };
+    for (const Arguments& line : lines) {
+        for (const Arguments& form : {Arguments{}, {"--json"}}) {
+            const Result result = run(scratch, with(line, form));
+            EXPECT_NE(result.code, kOk) << testing::PrintToString(line);
+            EXPECT_EQ(result.output.find(kPan.substr(0, 10)), std::string::npos) << result.output;
+            EXPECT_EQ(result.errors.find(kPan.substr(0, 10)), std::string::npos) << result.errors;
+        }
+    }
+}
+
+} // namespace
