@@ -176,7 +176,7 @@ void walkLevel(const Bytes& bytes, std::size_t base, std::size_t depth, TlvWalk&
 std::string trackText(const Bytes& value)
 {
     std::string text = toHex(value);
-    text = text.substr(0, text.find('F'));
+    text.resize(std::min(text.size(), text.find('F')));
     if (const auto separator = text.find('D'); separator != std::string::npos) {
         text[separator] = '=';
     }
