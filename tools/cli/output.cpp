@@ -39,6 +39,7 @@ void keepStandardOutput()
 
 void print(const std::string& text)
 {
+    printed = true;
     std::size_t done = 0;
     while (done < text.size()) {
         const ssize_t count = ::write(results, text.data() + done, text.size() - done);
@@ -54,15 +55,16 @@ void print(const std::string& text)
 
 void printLine(const std::string& text) { print(text + "\n"); }
 
-void printJson(const Json& document)
-{
-    printed = true;
-    printLine(textOf(document, 2));
-}
+void printJson(const Json& document) { printLine(textOf(document, 2)); }
 
 bool documentPrinted() { return printed; }
 
-void printJsonLine(const Json& document) { printLine(textOf(document, -1)); }
+void printJsonLine(const Json& document)
+{
+    const bool before = printed;
+    printLine(textOf(document, -1));
+    printed = before; // one of several documents, and an error is another
+}
 
 void printResult(Json& document, std::optional<Failure>& failure)
 {

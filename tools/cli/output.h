@@ -20,7 +20,7 @@ void keepStandardOutput();
 void print(const std::string& text);
 void printLine(const std::string& text = {});
 void printJson(const Json& document);
-bool documentPrinted(); // there is one document, and no second one
+bool documentPrinted(); // a result that is not one line of several: no second document may follow it
 void printJsonLine(const Json& document); // on one line
 // A document that is the result, and what kept it from being whole; the failure is told by it then.
 void printResult(Json& document, std::optional<Failure>& failure);
