@@ -83,7 +83,7 @@ VORN_API int ReadBytes_Ex(int handle, unsigned char* buf, int max, unsigned char
 
 /* Reads until the line is silent for 50 ms, the first byte within timeoutS seconds.
  * buf: VORN_READSTR_CAPACITY bytes; reading ends when it is full. Returns the count, or -1: no byte came.
- * Over USB it returns -1 always; hosts know the empty device version that follows from it. */
+ * Over USB it returns -1 always (compatibility: "Text over USB is never received"). */
 VORN_API int _VRDK_Readstr(int handle, unsigned char* buf, int timeoutS);
 
 /* Reads one frame AA AA AA 96 69, a two-byte length (high byte first) and that many bytes (over USB one more; on a

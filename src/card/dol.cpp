@@ -49,8 +49,8 @@ unsigned char formatOf(ByteView tag)
     return vrdk_GetTagType(tag.data(), static_cast<int>(tag.size()), gcTagName, static_cast<int>(sizeof gcTagName - 1));
 }
 
-// Places a value into its field, which holds zeros. A tag that is not in the dictionary, and a template, stay zero:
-// hosts rely on proprietary tags being sent empty.
+// Places a value into its field, which holds zeros. A tag that is not in the dictionary, and a template, stay zero
+// (compatibility: "Proprietary objects are sent empty").
 void fillField(std::uint8_t* field, std::size_t length, unsigned char format, ByteView value)
 {
     if (format == 0 || format == 't' || length == 0) {

@@ -139,7 +139,7 @@ struct AflEntry {
 };
 
 // What the record adds to the authentication data. The raw byte is compared, so only file 1 gives the template's
-// value alone; hosts build on that.
+// value alone (compatibility: "The first file is authenticated without its template").
 ByteView authenticationData(std::uint8_t raw, ByteView record)
 {
     const ByteView whole = findObject(tag::kRecordTemplate, record);

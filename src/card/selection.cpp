@@ -45,8 +45,8 @@ struct DirectoryRecord {
     std::uint8_t bytes[VORN_RESPONSE_MAX + 1];
 };
 
-// The records of one directory, in order. All are searched for entries by the length of the one that was read last:
-// hosts know which entries that leaves out.
+// The records of one directory, in order. All are searched for entries by the length of the one that was read last
+// (compatibility: "Every directory record is searched over the last one's length").
 class DirectoryRecords {
 public:
     explicit DirectoryRecords(std::uint8_t shortFileId)
@@ -356,7 +356,7 @@ int VR_selectapp(char* text)
     constexpr int kFailed = 15;
     constexpr std::uint8_t kIdentifierFile = 0x15;
     constexpr int kIdentifierSize = 10;
-    constexpr std::size_t kTextLength = 19; // the last of the twenty digits is dropped: hosts compare nineteen
+    constexpr std::size_t kTextLength = 19; // compatibility: "The purse's identifier loses its last digit"
 
     for (const char* nameText : {"315041592E5359532E4444463031", "D15600000145442F4550000000000000"}) {
         std::uint8_t name[17] = {};

@@ -19,7 +19,8 @@ constexpr std::size_t kZeroEndedTagMax = 2;
 constexpr std::size_t kNoBound = SIZE_MAX / 2;
 
 // How vrdk_gettagvalue reads a found object. For the 81 form it takes the length from the second byte of the whole
-// buffer, and hosts know what comes of that; such a value is `padded` with zeros where the buffer ends before it.
+// buffer; such a value is `padded` with zeros where the buffer ends before it (compatibility: "A one-byte extended length
+// is the buffer's second byte").
 struct ValueReading {
     ByteView value;
     std::size_t size;

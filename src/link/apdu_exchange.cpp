@@ -10,7 +10,7 @@ constexpr int kGetResponseSize = 5;
 
 enum class FollowUp { None, GetResponse, CorrectLe };
 
-// A warning 62xx is answered with GET RESPONSE like 61xx; hosts rely on the answer behind it.
+// A warning 62xx is answered with GET RESPONSE (compatibility: "A warning 62xx is followed like 61xx").
 FollowUp followUpOf(std::uint8_t sw1)
 {
     switch (sw1) {

@@ -24,7 +24,7 @@ Myusb hiddevice; // the one reader
 bool strayPackets = false;
 
 // The packets of one reply, byte by byte. All 64 positions of a packet count, whatever the transfer reported, and the
-// buffer is cleared once, not for each packet: hosts rely on what a short packet in mid-reply makes of it.
+// buffer is cleared once, not for each packet (compatibility: "A USB reply keeps what the packet before it held").
 class Packets {
 public:
     bool read(int timeoutMs)

@@ -140,7 +140,8 @@ int Vr_chartoarray(const char* text, unsigned char* bytes)
 
 void AscToBcd(unsigned char* bytes, const char* digits, int count, unsigned int leftPad)
 {
-    // Hosts find this byte behind the last packed one and reserve room for it.
+    // Written behind the last packed byte; hosts reserve room for it (compatibility: "AscToBcd stores 50 behind the last
+    // byte").
     constexpr unsigned char kBehindLast = 0x50;
 
     const int usable = count < 0 ? 0 : count;

@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <regex>
 #include <set>
 #include <sstream>
 #include <string>
@@ -475,6 +476,31 @@ TEST(Documents, CompatibilityNamesFilesAndTestsThatExist)
         entry.expectWhole();
         EXPECT_TRUE(titles.insert(entry.title).second) << entry.title << " is there twice";
     }
+}
+
+// A comment points to an entry by its title: (compatibility: "Title"), over two lines at most.
+TEST(Documents, CompatibilityHasWhatCommentsPointTo)
+{
+    std::set<std::string> titles;
+    for (const std::string& line : lines(fileText(kSourceTree / "docs/compatibility.md"))) {
+        if (line.rfind("### ", 0) == 0) {
+            titles.insert(line.substr(4));
+        }
+    }
+    static const std::regex pointer("compatibility: \"([^\"]+)\"");
+    static const std::regex lineBreak("\n *(//|\\*) *");
+    int pointers = 0;
+    for (const char* folder : {"src", "include"}) {
+        for (const auto& file : fs::recursive_directory_iterator(kSourceTree / folder)) {
+            const std::string text =
+                file.is_regular_file() ? std::regex_replace(fileText(file.path()), lineBreak, " ") : std::string();
+            for (std::sregex_iterator found(text.begin(), text.end(), pointer), end; found != end;
+                 ++found, ++pointers) {
+                EXPECT_EQ(titles.count((*found)[1]), 1U) << file.path() << " points to " << (*found)[1];
+            }
+        }
+    }
+    EXPECT_GT(pointers, 12);
 }
 
 // A path in a document's code quotes, if it is one of this tree: "src/card/tlv.cpp", "tests/card".

@@ -26,8 +26,8 @@ struct Activation {
 // Asks until a card answers or nTimeout seconds have passed. Puts the ATR into `atr` (VORN_PAYLOAD_MAX bytes).
 Activation waitForCard(int nTimeout, std::uint8_t* atr, int& atrLength);
 
-// Asks until a card answers, with no bound: the clock is read twice before the first retry and not again, and
-// hosts rely on a customer's being able to take any time.
+// Asks until a card answers, with no bound: the clock is read twice before the first retry and not again
+// (compatibility: "The wait of the card data calls has no bound").
 Activation waitForCardUnbounded(int mode, int nTimeout);
 
 // A call's way out when no card could be activated.

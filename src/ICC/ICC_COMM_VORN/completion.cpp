@@ -123,8 +123,8 @@ public:
         storeText(out_, text_);
     }
 
-    // Each byte is written at the same place, so the fourth one and the text's end stay: hosts know the
-    // text of ten characters that an identifier leaves.
+    // Each byte is written at the same place, so the fourth one and the text's end stay (compatibility: "A script's
+    // identifier keeps its fourth byte").
     void setIdentifier(const TagValue& identifier)
     {
         char digits[3] = {};

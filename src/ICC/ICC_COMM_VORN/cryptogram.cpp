@@ -100,7 +100,7 @@ void putLastOnline(CryptogramBuffer& out, const Item& item)
     if (value.found) {
         put(out, item.tag, value.view());
     } else {
-        proven(out.skip(size)); // hosts find the other items behind a hole of the answer's length
+        proven(out.skip(size)); // compatibility: "A counter that is answered otherwise leaves a hole"
     }
 }
 

@@ -18,7 +18,7 @@ struct LetterTag {
     int advance;
 };
 
-// A to L. E is kept as hosts know it: 9F24, of which only the first byte counts.
+// A to L. E gives 9F24, of which only the first byte counts (compatibility: "Letter E asks for 9F24").
 constexpr LetterTag kLetterTags[] = {
     {'A', 0x5A, 0x00, 1}, {'B', 0x57, 0x00, 1}, {'C', 0x9F, 0x79, 2}, {'D', 0x9F, 0x77, 2},
     {'E', 0x9F, 0x24, 1}, {'F', 0x9F, 0x78, 2}, {'G', 0x5F, 0x34, 2}, {'H', 0x9F, 0x36, 2},

@@ -23,7 +23,7 @@ struct LogField {
 };
 
 constexpr LogField kFieldsBeforeName[] = {
-    {'P', 6, 6, false}, // the authorised amount never reaches the caller: hosts read the next field right behind P012
+    {'P', 6, 6, false}, // compatibility: "The authorised amount never reaches the caller"
     {'Q', 12, 6, true}, {'R', 20, 2, true}, {'S', 0, 3, true},
     {'T', 42, 1, true}, {'U', 3, 3, true},  {'V', 18, 2, true},
 };
@@ -89,7 +89,7 @@ private:
     }
 
     // The count is that of the card's own bytes up to the first zero, wherever that stands; the text is the name in
-    // UTF-8. The two do not agree for Chinese names, and hosts know it.
+    // UTF-8 (compatibility: "The merchant's name is counted in the card's bytes").
     void addName(const LogRecord& record)
     {
         char utf8[512] = {};

@@ -96,7 +96,7 @@ int readWallet(const WalletTexts& texts)
 extern "C" int IC_GetZzhHardWalletInfo(const char* nPortNo, const char* extendPort, int nBaudRate, int nTimeout,
                                        char* pszContextId, char* pszTransModeInfo, char* pszAID)
 {
-    // The port is logged as the number of its text's address, not as text; kept as it is.
+    // The port is logged as a number (compatibility: "The wallet's log line prints an address").
     logService("IC_GetZzhHardWalletInfo nPortNo:%d,extendPort:%s,nBaudRate:%d,nTimeout:%d\r\n",
                static_cast<int>(reinterpret_cast<std::intptr_t>(nPortNo)), textOf(extendPort), nBaudRate, nTimeout);
     choosePort(nPortNo);
