@@ -195,7 +195,8 @@ Data argumentOf(UMockdevIoctlClient* client, std::size_t size)
 template <class T>
 T valueOf(const Data& data)
 {
-    T value{};
+    T value; // not value{}: some of the kernel's records end with an array of no size
+    std::memset(&value, 0, sizeof value);
     std::memcpy(&value, data->data, std::min(sizeof value, static_cast<std::size_t>(data->data_len)));
     return value;
 }
