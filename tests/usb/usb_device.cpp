@@ -28,7 +28,6 @@ namespace {
 const char kNode[] = "/dev/bus/usb/001/002";
 const char kDevice[] = "/sys/devices/usb1/1-1";
 const char kBystander[] = "/sys/devices/usb1/1-2";
-const char kRootHub[] = "/sys/devices/usb1";
 
 // ---------------------------------------------------------------- descriptors (USB 2.0, 9.6)
 
