@@ -238,6 +238,18 @@ TEST_P(EachCommand, ReturnsTheLinksFailureAndLeavesTheOutputs)
     }
 }
 
+TEST_P(EachCommand, TakesAReplyOfNoneOrOneByteForARefusalAndLeavesTheOutputs)
+{
+    for (const char* reply : {"", "90", "61", "6C"}) {
+        reader.apdu(GetParam().apdu, reply);
+        Outcome outcome;
+        GetParam().call(outcome);
+        EXPECT_EQ(static_cast<int>(outcome.result), VORN_READER_REFUSED) << reply;
+        EXPECT_EQ(outcome.length, kUntouched);
+        EXPECT_TRUE(outcome.untouchedFrom(0));
+    }
+}
+
 TEST_P(EachCommand, GoesToTheFieldWhenTheCardWasActivatedThere)
 {
     m_VrICType = VORN_INTERFACE_CONTACTLESS;

@@ -514,7 +514,26 @@ enum class Interruption {
     LostReply,   // one reply is missing
     CardPulled,  // the reader has no card any more
     CardSlipped, // it has none for one exchange
+    EmptyReply,  // one reply carries nothing from the card
+    OneByte,     // one reply carries half a status word
 };
+
+// What the step at which it happens returns.
+std::string resultOf(Interruption how)
+{
+    switch (how) {
+    case Interruption::DeadReader:
+    case Interruption::LostReply:
+        return "-11";
+    case Interruption::CardPulled:
+    case Interruption::CardSlipped:
+        return "-9";
+    case Interruption::EmptyReply:
+    case Interruption::OneByte:
+        break;
+    }
+    return "-10";
+}
 
 // What comes after the exchange at which it happens.
 struct Consequence {
@@ -551,6 +570,8 @@ protected:
     {
         if (how == Interruption::DeadReader || how == Interruption::LostReply) {
             reader.silent(exchange.command);
+        } else if (how == Interruption::EmptyReply || how == Interruption::OneByte) {
+            reader.command(exchange.command, how == Interruption::OneByte ? "90" : "");
         } else {
             reader.command(exchange.command, "", 0x06);
         }
@@ -574,10 +595,9 @@ protected:
         text.lastOnline = all.size() == row.at + 1 ? "" : IssuerText().lastOnline;
         EXPECT_EQ(first(kText), row.result);
         expectTypeOfTheCard();
-        const bool silent = how == Interruption::DeadReader || how == Interruption::LostReply;
         std::string lines = row.result == 0 ? successLines() : row.lines;
         if (lines.find('$') != std::string::npos) {
-            lines.replace(lines.find('$'), 1, silent ? "-11" : "-9");
+            lines.replace(lines.find('$'), 1, resultOf(how));
         }
         expectLogs(lines);
         const std::string written = row.arqcWritten ? text.arqc() : "";
@@ -661,6 +681,15 @@ TEST_P(ArqcInterrupted, ByACardThatSlips)
 {
     for (const Consequence& row : once()) {
         interrupt(row, Interruption::CardSlipped);
+    }
+}
+
+TEST_P(ArqcInterrupted, ByAReplyOfNoneOrOneByte)
+{
+    for (const Interruption how : {Interruption::EmptyReply, Interruption::OneByte}) {
+        for (const Consequence& row : once()) {
+            interrupt(row, how);
+        }
     }
 }
 

@@ -551,7 +551,26 @@ enum class Interruption {
     LostReply,   // one reply is missing
     CardPulled,  // the reader has no card any more
     CardSlipped, // it has none for one exchange
+    EmptyReply,  // one reply carries nothing from the card
+    OneByte,     // one reply carries half a status word
 };
+
+// What the step at which it happens returns.
+std::string resultOf(Interruption how)
+{
+    switch (how) {
+    case Interruption::DeadReader:
+    case Interruption::LostReply:
+        return "-11";
+    case Interruption::CardPulled:
+    case Interruption::CardSlipped:
+        return "-9";
+    case Interruption::EmptyReply:
+    case Interruption::OneByte:
+        break;
+    }
+    return "-10";
+}
 
 struct Consequence {
     std::size_t at; // the exchange in the list of an undisturbed call
@@ -583,6 +602,8 @@ protected:
     {
         if (how == Interruption::DeadReader || how == Interruption::LostReply) {
             reader.silent(exchange.command);
+        } else if (how == Interruption::EmptyReply || how == Interruption::OneByte) {
+            reader.command(exchange.command, how == Interruption::OneByte ? "90" : "");
         } else {
             reader.command(exchange.command, "", 0x06);
         }
@@ -611,8 +632,7 @@ protected:
         expectTypeOfTheState();
         std::string lines = row.line;
         if (lines.find('$') != std::string::npos) {
-            const bool silent = how == Interruption::DeadReader || how == Interruption::LostReply;
-            lines.replace(lines.find('$'), 1, silent ? "-11" : "-9");
+            lines.replace(lines.find('$'), 1, resultOf(how));
         }
         expectEnd((row.tcWritten ? tcLine() : "") + lines, answer, goodState(), row.script,
                   row.tcWritten ? text.tc() : "");
@@ -639,6 +659,22 @@ protected:
                     {0, "external authentication", 1, 2, row.result, logged(row.number), "DF31050000000000", false},
                     how, row.arc, row.reference);
             }
+        }
+    }
+
+    // Every exchange in turn, and what follows goes well.
+    void interruptOnce(Interruption how)
+    {
+        interruptCryptogram(how);
+        const Consequence rows[] = {
+            {0, "external authentication", 1, kOff + 1, 0, done(), "DF31052000000000", true},
+            {2, "last online counter", 3, kOff + 1, 0, done(), "DF31052000000000", true},
+            {3, "first script command", kOff, kOff + 1, -31, logged(5430), "DF31051100000000", true},
+            {4, "second script command", kOff, kOff + 1, -31, logged(5430), "DF31051200000000", true},
+            {kOff, "power-off", 0, 0, 0, done(), "DF31052000000000", true},
+        };
+        for (const Consequence& row : rows) {
+            interrupt(row, how);
         }
     }
 
@@ -687,17 +723,12 @@ TEST_P(Interrupted, ForGoodAtTheLastOnlineCounter)
 
 TEST_P(Interrupted, ForOneExchange)
 {
-    for (const Interruption how : {Interruption::LostReply, Interruption::CardSlipped}) {
-        interruptCryptogram(how);
-        const Consequence rows[] = {
-            {0, "external authentication", 1, kOff + 1, 0, done(), "DF31052000000000", true},
-            {2, "last online counter", 3, kOff + 1, 0, done(), "DF31052000000000", true},
-            {3, "first script command", kOff, kOff + 1, -31, logged(5430), "DF31051100000000", true},
-            {4, "second script command", kOff, kOff + 1, -31, logged(5430), "DF31051200000000", true},
-            {kOff, "power-off", 0, 0, 0, done(), "DF31052000000000", true},
-        };
-        for (const Consequence& row : rows) {
-            interrupt(row, how);
-        }
-    }
+    interruptOnce(Interruption::LostReply);
+    interruptOnce(Interruption::CardSlipped);
+}
+
+TEST_P(Interrupted, ByAReplyOfNoneOrOneByte)
+{
+    interruptOnce(Interruption::EmptyReply);
+    interruptOnce(Interruption::OneByte);
 }
