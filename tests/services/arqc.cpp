@@ -775,3 +775,27 @@ TEST_F(Arqc, DrawsTheNumberFromTheSecondOfTheClock)
         EXPECT_EQ(arqc, text.arqc());
     }
 }
+
+TEST_F(Arqc, ReadsACutAnswerAsFarAsItGoes)
+{
+    const struct {
+        const char* answer; // the counter and the cryptogram that it leaves
+        const char *counter, *cryptogram;
+    } rows[] = {{"800180", "0000", "0000000000000000"},
+                {"80FF80", "0000", "0000000000000000"},
+                {"8008 80 01", "0100", "0000000000000000"},
+                {"801E 80 0137 AABBCC", "0137", "AABBCC0000000000"},
+                {"80FF 80 0137 1F2E3D4C5B6A7988", "0137", "1F2E3D4C5B6A7988"}};
+    text.issuerData = "";
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.answer);
+        Exchanges exchanges = ordinary();
+        exchanges[8] = card.generate("80", valuesOf(kCdol1), row.answer);
+        text.counter = row.counter;
+        text.cryptogram = row.cryptogram;
+        expect(exchanges);
+        EXPECT_EQ(first(kNumberText), 0);
+        EXPECT_EQ(arqc, text.arqc());
+        EXPECT_EQ(length, static_cast<int>(arqc.size()));
+    }
+}

@@ -438,6 +438,30 @@ TEST_F(Completion, WithTwelveBytesOfAnswerHasOneByteOfIssuerData)
     EXPECT_EQ(tc, text.tc());
 }
 
+TEST_F(Completion, ReadsACutAnswerAsFarAsItGoes)
+{
+    const struct {
+        const char* answer; // the counter and the cryptogram that it leaves
+        const char *counter, *cryptogram;
+    } rows[] = {{"800140", "0000", "0000000000000000"},
+                {"80FF40", "0000", "0000000000000000"},
+                {"8005 40 0137 AABB", "0137", "AABB000000000000"},
+                {"801E 40 0137 AABBCC", "0137", "AABBCC0000000000"},
+                {"80FF 40 0137 1F2E3D4C5B6A7988", "0137", "1F2E3D4C5B6A7988"}};
+    text.issuerData = "";
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.answer);
+        Exchanges exchanges = approved();
+        exchanges[1] = card.generate("40", valuesOf(changed(kCdol2, {{"8A", kApproved}})), row.answer);
+        text.counter = row.counter;
+        text.cryptogram = row.cryptogram;
+        expect(exchanges);
+        EXPECT_EQ(second(kNumberText, answerWith(kApproved), state01()), 0);
+        EXPECT_EQ(tc, text.tc());
+        EXPECT_EQ(length, static_cast<int>(tc.size()));
+    }
+}
+
 TEST_F(Completion, TakesTheLastOnlineCounterWithItsLength)
 {
     const struct {
