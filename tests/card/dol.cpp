@@ -394,3 +394,14 @@ TEST(BuildDol, FillsTheWholeCapacityButNoMore)
     EXPECT_EQ(build("9F46 82 1001", "9C 01 31").result, -1);
     EXPECT_EQ(build("9F46 82 FFFF 9F46 82 FFFF", "9C 01 31").result, -1);
 }
+
+TEST(DolEntry, NoneLeavesTheTagAndTheLength)
+{
+    for (const std::string& dol : {std::string("FF 04"), std::string("9F"), "9F" + repeated("81", 256) + "01 02",
+                                   std::string("9F46 82 01"), std::string("9F02"), std::string("9F46 81")}) {
+        const Entry entry = entryOf(dol);
+        EXPECT_LE(entry.taken, 0) << dol;
+        EXPECT_EQ(entry.tag, "") << dol;
+        EXPECT_EQ(entry.length, kUntouched) << dol;
+    }
+}

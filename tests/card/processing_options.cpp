@@ -237,3 +237,36 @@ TEST_F(ProcessingOptions, ReadsWhatIsThereOfAFormat1ThatIsCut)
     EXPECT_EQ(getFor("80 0A 7C 00 08 01"), 0);
     EXPECT_EQ(aflText(), "0801");
 }
+
+TEST_F(ProcessingOptions, LeavesTheFileListWhenItFails)
+{
+    const auto expectAflLeft = [this] {
+        EXPECT_EQ(aflLength, 77);
+        EXPECT_EQ(toHex(Bytes(afl, afl + sizeof afl)), repeated("EE", sizeof afl));
+    };
+    std::fill(std::begin(afl), std::end(afl), static_cast<unsigned char>(0xEE));
+    aflLength = 77;
+    EXPECT_EQ(get(withPdol("9F66")), -1);
+    expectAflLeft();
+    reader.apdu("80 A8 00 00 02 83 00", "80 06 7C 00 08 01 01 00 69 85"); // data in front of a refusal
+    EXPECT_EQ(get(kNoPdol), 0x6985);
+    expectAflLeft();
+    reader.silent("32 26 00 80 A8 00 00 02 83 00");
+    EXPECT_EQ(get(kNoPdol), -11);
+    expectAflLeft();
+    for (const char* response : {"", "80", "80 00", "77", "77 00", "77 04 82 02 7C 00"}) {
+        EXPECT_EQ(getFor(response), -1) << response;
+        expectAflLeft();
+    }
+}
+
+TEST_F(ProcessingOptions, ReadsAFileListOfAnyLength)
+{
+    const std::string afl253 = repeated("08010100", 62) + "080101";
+    EXPECT_EQ(getFor("80 03 7C 00 08"), 0);
+    EXPECT_EQ(aflText(), "08");
+    EXPECT_EQ(getFor("77 05 94 03 08 01 01"), 0);
+    EXPECT_EQ(aflText(), "080101");
+    EXPECT_EQ(getFor("80 FD 7C 00" + afl253), 0);
+    EXPECT_EQ(aflText(), afl253);
+}

@@ -305,3 +305,32 @@ TEST_F(ApplicationData, FillsTheOutputsToTheLastByte)
     EXPECT_EQ(authDataLength, VORN_APPDATA_CAPACITY);
     EXPECT_EQ(records(), repeated(of128, 32));
 }
+
+// ---------------------------------------------------------------- file lists that make no sense
+
+TEST_F(ApplicationData, ReadsNothingForLessThanAnEntry)
+{
+    for (const char* afl : {"08", "08 01", "08 01 01"}) {
+        recordsLength = -7;
+        get(afl, "5A");
+        EXPECT_EQ(recordsLength, 0) << afl;
+    }
+}
+
+TEST_F(ApplicationData, AsksForFilesAndRecordsThatNoCardHas)
+{
+    noRecord(0, 0, "6A82").noRecord(0, 31, "6A82").noRecord(255, 31, "6A82");
+    get("00 00 00 00 F8 00 00 00 FF FF FF FF", "5A");
+    EXPECT_EQ(recordsLength, 0);
+}
+
+TEST_F(ApplicationData, ReadsAListOf255BytesToItsLastWholeEntry)
+{
+    std::string afl;
+    for (std::size_t i = 0; i < 63; ++i) {
+        afl += "08" + hexByte(63 - i) + hexByte(63 - i) + "00"; // backwards
+        noRecord(63 - i, 1);
+    }
+    get(afl + "08 01 01", "5A");
+    EXPECT_EQ(recordsLength, 0);
+}

@@ -462,3 +462,47 @@ TEST(FindAppTag, WritesNothingBehindTheListsNewEnd)
     EXPECT_EQ(toHex(Bytes(list.data(), list.data() + 1)), "57");
     EXPECT_EQ(toHex(Bytes(list.data() + 2, list.data() + 4)), "9F1F");
 }
+
+// ---------------------------------------------------------------- lengths and tags without an end
+
+// 80 is no indefinite form here: a template is entered whatever its length says, the two zeros at its end are an
+// object of their own, and an object that is no template has 128 bytes.
+TEST(IndefiniteLength, OfATemplateIsPassedOverWithItsEnd)
+{
+    EXPECT_EQ(found("5A", "70 80 5A 01 33 00 00 57 01 44"), 2);
+    EXPECT_EQ(found("57", "70 80 5A 01 33 00 00 57 01 44"), 7);
+    EXPECT_EQ(found("5A", "6F 80 A5 80 5A 01 33 00 00 00 00"), 4);
+}
+
+TEST(IndefiniteLength, OfAnotherObjectIsThatOf128Bytes)
+{
+    EXPECT_EQ(found("57", "5A 80 11 00 00 57 01 44"), kAbsent);
+    EXPECT_EQ(value("5A", "5A 80 11 00 00 57 01 44"), "110000570144");
+}
+
+// As 84 three or four length bytes are one: what they would say is not looked at.
+TEST(LongLength, OfMoreThanTwoBytesIsOneByte)
+{
+    for (const char* form : {"83 000002", "84 00000002", "84 FFFFFFFF", "88 0000000000000002", "FE 02", "FF 02"}) {
+        const std::string object = withoutBlanks(std::string("5A") + form + "1122 57 01 44");
+        EXPECT_EQ(found("57", object), kAbsent) << form;
+        EXPECT_EQ(value("5A", object), object.substr(4)) << form;
+    }
+}
+
+TEST(EndlessTag, EndsTheWalk)
+{
+    for (const std::size_t size : {255U, 256U, 300U, 70000U}) {
+        const std::string data = "57 01 44 9F" + repeated("81", size) + "01 00 5A 01 33";
+        EXPECT_EQ(found("57", data), 0) << size;
+        EXPECT_EQ(found("5A", data), kAbsent) << size;
+        EXPECT_EQ(missing("5A 57", data), "5A") << size;
+    }
+    EXPECT_EQ(found("5A", "9F" + repeated("81", 70000)), kAbsent); // to the end of the buffer
+}
+
+TEST(DeepNesting, NeedsNoStack)
+{
+    constexpr int kLevels = 500000; // a call for each would use up any stack
+    EXPECT_EQ(found("5A", repeated("7080", kLevels) + "5A0133"), 2 * kLevels);
+}

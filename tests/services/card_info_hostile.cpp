@@ -227,7 +227,9 @@ INSTANTIATE_TEST_SUITE_P(
                       Filling{"Format1", "80FF"}, Filling{"Afl", "94FF"}, Filling{"Nested", "6F81F084FF"},
                       Filling{"FileIdentifiers", "880101"}, Filling{"DirectoryNames", "61039D0141"},
                       Filling{"Pdol", "9F38FF"}, Filling{"PdolOf82", "9F38820100"}, Filling{"TagsWithFF", "5FFF"},
-                      Filling{"Names", "5F20FF20"}),
+                      Filling{"Names", "5F20FF20"}, Filling{"Indefinite", "70800000"},
+                      Filling{"Length83", "5A83FFFFFF"}, Filling{"Length84", "6F84FFFFFFFF"},
+                      Filling{"EndlessTag", "DF81818181"}),
     [](const auto& row) { return row.param.name; });
 
 // One step of the call at a time is answered by the filling.
@@ -352,6 +354,24 @@ TEST_F(HostileCard, WithMoreThan4096BytesOfRecords)
     EXPECT_EQ(result, 0);
     EXPECT_EQ(card.timesAsked("00B2"), 1U + 1U + 255U + 255U);             // every record is asked for
     EXPECT_NE(std::string(text.data()).find("G00201"), std::string::npos); // behind 64,260 bytes
+    expectSound(result);
+}
+
+// As many records as a list in one answer can name, and none of them there.
+TEST_F(HostileCard, WithTheLongestFileList)
+{
+    Answers answers;
+    answers.options = "80FD7C00" + repeated("1800FF0F", 62) + "1800FF"; // the last entry is cut
+    card.answer = [&](const std::string& apdu) {
+        return startsWith(apdu, "00B2") && apdu.substr(6, 2) == "1C" ? std::string("6A83") : answers(apdu);
+    };
+    const int result = call();
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(card.timesAsked("00B2001C"), 62U);
+    EXPECT_EQ(card.timesAsked("00B2FF1C"), 62U);
+    EXPECT_EQ(std::count_if(card.asked.begin(), card.asked.end(),
+                            [](const std::string& apdu) { return apdu.substr(6, 2) == "1C"; }),
+              62 * 256);
     expectSound(result);
 }
 

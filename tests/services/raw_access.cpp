@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Raw access to a card through the exported calls: power on, exchange, power off.
+#include "support/card_text.h"
 #include "support/scripted_reader.h"
 
 #include "ICC_COMM_VORN.h"
@@ -805,6 +806,65 @@ TEST_F(RawAccess, AReaderThatIsUnpluggedDuringACallIsNoReply)
     standardErrorOf([&] { EXPECT_EQ(sendApdu("0084000004", 2, 1), -11); });
     EXPECT_TRUE(responseUntouched());
     EXPECT_EQ(openDescriptors(), descriptors - 1); // the test's own other end
+}
+
+// ---------------------------------------------------------------- ATRs that make no sense
+
+// What an ATR says of itself is not looked at: hosts get what the reader sent.
+TEST_F(RawAccess, AnAtrIsHandedOverWhateverItsCountsSay)
+{
+    const std::string rows[] = {
+        "",                            // none
+        "3B",                          // no format byte
+        "3B0F",                        // fifteen historical bytes announced and none there
+        "3BF0",                        // and four interface bytes
+        "3B02112233445566",            // more than announced
+        "3B" + repeated("80", 40),     // each interface byte announces another
+        "3B8001" + repeated("FF", 29), // 32 bytes, a wrong check byte
+        "3B" + repeated("00", 32),     // 33 bytes
+        repeated("3F", 200),
+    };
+    for (const std::string& row : rows) {
+        SCOPED_TRACE(row);
+        poison();
+        reader.command(kContact, row);
+        EXPECT_EQ(powerOn(1), 0);
+        EXPECT_EQ(atrText(), row);
+        poison();
+        reader.command(kContact, "", 0x02).command(kField, row);
+        EXPECT_EQ(powerOn(1), 0);
+        EXPECT_EQ(atrText(), row);
+        poison();
+        reader.command("32 22 01 80 11", row);
+        EXPECT_EQ(powerOn(2, 2), 0);
+        EXPECT_EQ(atrText(), row);
+    }
+}
+
+// The length of the reader's frame decides, whatever came: what is missing reads as zeros, behind the check byte.
+TEST_F(RawAccess, AnAtrIsAsLongAsTheReadersFrameSays)
+{
+    const struct {
+        const char* length; // four characters
+        std::string atr;
+    } rows[] = {
+        {"0000", ""},
+        {"0001", ""},
+        {"0002", ""},
+        {"0003", "3B"},
+        {"0004", "3B00"},
+        {"0008", "3B0009000000"},
+        {"????", "3B0009" + repeated("00", VORN_PAYLOAD_MAX - 3)},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.length);
+        poison();
+        Bytes reply = replyFrame(0x00, fromHex("3B00"));
+        std::copy_n(row.length, 4, reply.begin() + 1);
+        reader.raw("32 22 01 80 00", reply);
+        EXPECT_EQ(powerOn(1), 0);
+        EXPECT_EQ(atrText(), row.atr);
+    }
 }
 
 } // namespace

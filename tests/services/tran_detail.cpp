@@ -807,3 +807,34 @@ TEST_F(LogSelection, AListOf255CharactersIsANameOf127Bytes)
     EXPECT_EQ(call((name + "5").c_str()), 0);
     expectClosed();
 }
+
+TEST_F(TransactionLog, ALogEntryThatPointsNowhereIsAnEmptyLog)
+{
+    // The file that no card has, the last one, one beyond: 255 records announced, and the first asked for in vain.
+    const std::pair<std::string, std::string> rows[] = {{"00", "04"}, {"1F", "FC"}, {"20", "04"}, {"FF", "FC"}};
+    for (const auto& [shortFile, p2] : rows) {
+        for (const char* answer : {"6A82", "6A83", "6A86", "6981"}) {
+            SCOPED_TRACE(shortFile + " " + answer);
+            length = -44;
+            selectWithLog(shortFile + "FF");
+            reader.apdu("00B201" + p2 + "00", answer).powerOff().powerOff();
+            EXPECT_EQ(call(), 0);
+            EXPECT_EQ(detail.value(), "");
+            EXPECT_EQ(length, 0);
+            EXPECT_TRUE(linkClosed());
+        }
+    }
+}
+
+TEST_F(TransactionLog, ALogOf255EmptyRecordsIsOneOfZeros)
+{
+    selectWithLog("00FF");
+    for (std::size_t number = 1; number <= 255; ++number) {
+        reader.apdu("00B2" + hexByte(number) + "0400", "9000");
+    }
+    reader.powerOff();
+    EXPECT_EQ(call(), 0);
+    EXPECT_EQ(detail.value(),
+              repeated("P012Q012000000000000R0040000S006000000T00200U006000000V0040000W000X0040000", 255));
+    EXPECT_EQ(length, static_cast<int>(detail.value().size()));
+}
