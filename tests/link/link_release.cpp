@@ -7,6 +7,7 @@
 
 #include <fcntl.h>
 
+#include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -415,6 +416,93 @@ TEST_F(LinkRelease, AReaderPluggedOutAndInAgainIsFoundByTheNextCall)
     again.command("32 25 00 00");
     EXPECT_EQ(IC_PowerOff(other.port().c_str(), "", 9600, 5, 1, 0), 0);
     EXPECT_EQ(again.lineEvents().size(), 3u);
+}
+
+// ---------------------------------------------------------------- a line that goes away in mid-call
+
+// Its descriptor is closed once: by the time the call ends, and at each call after it, the number may be another
+// file's. Here it is the host's pipe as soon as it is free.
+class LineHungUp : public LinkRelease {
+protected:
+    LineHungUp()
+    {
+        EXPECT_EQ(pipe2(pipeEnds, O_CLOEXEC | O_NONBLOCK), 0);
+        const auto answer = line.onBytes;
+        line.onBytes = [this, answer](const Bytes& bytes, int speed) {
+            if (bytes[0] == 0x02 && --answersLeft < 0) {
+                gone = vrdk03com_handle;
+                line.hangUp();
+            } else {
+                answer(bytes, speed);
+            }
+        };
+        Clock::onSleep([this] {
+            serveBoth();
+            if (gone != -1 && again == -1 && !isOpen(gone)) {
+                again = fcntl(pipeEnds[1], F_DUPFD_CLOEXEC, gone);
+                EXPECT_EQ(again, gone) << "the number was to be used again";
+            }
+        });
+    }
+    ~LineHungUp() override
+    {
+        close(pipeEnds[0]);
+        close(pipeEnds[1]);
+        close(again);
+    }
+
+    void expectPipeLeftAlone() const
+    {
+        ASSERT_NE(again, -1) << "the descriptor was not closed inside the call";
+        EXPECT_TRUE(isOpen(again));
+        char byte = 0;
+        EXPECT_EQ(read(pipeEnds[0], &byte, 1), -1) << "a byte for the reader went into the pipe";
+        EXPECT_EQ(errno, EAGAIN);
+    }
+
+    // The next calls find no line, closing changes nothing, and another line works.
+    void expectNextCallsGood()
+    {
+        unsigned char data[ICC_M1_BLOCK_SIZE];
+        for (int i = 0; i < 3; ++i) {
+            EXPECT_EQ(IC_PowerOff(port(), "", 9600, 5, 1, 0), -3);
+            EXPECT_EQ(IC_M1ReadCard(port(), "", 9600, 5, 4, data), -3);
+            standardErrorOf([] { EXPECT_EQ(cldev(), 0); });
+            expectPipeLeftAlone();
+        }
+        ScriptedReader next(other);
+        next.command("32 25 00 00");
+        EXPECT_EQ(IC_PowerOff(other.port().c_str(), "", 9600, 5, 1, 0), 0);
+        expectPipeLeftAlone();
+    }
+
+    int answersLeft = 0;
+    int pipeEnds[2] = {-1, -1};
+    int gone = -1;  // the link's descriptor, when its line has gone
+    int again = -1; // the same number, when it is the host's
+};
+
+TEST_F(LineHungUp, InACallThatClosesItsLink)
+{
+    char response[ICC_RESPONSE_CAPACITY] = "as it was";
+    standardErrorOf([&] { EXPECT_EQ(IC_SendAPDU(port(), "", 9600, 5, 2, 1, "0084000004", response), -11); });
+    EXPECT_STREQ(response, "as it was");
+    expectPipeLeftAlone();
+    expectNextCallsGood();
+}
+
+TEST_F(LineHungUp, InACallBehindOneThatLeftItsLinkOpen)
+{
+    answersLeft = 1;
+    reader.command("32 41 01 00", "01020304");
+    unsigned char flag = 0;
+    char uid[ICC_ATR_CAPACITY];
+    EXPECT_EQ(IC_M1ActiveCard(port(), "", 9600, 5, &flag, uid), 0);
+    unsigned char data[ICC_M1_BLOCK_SIZE] = {0xA5};
+    standardErrorOf([&] { EXPECT_EQ(IC_M1ReadCard(port(), "", 9600, 5, 4, data), -11); });
+    EXPECT_EQ(data[0], 0xA5);
+    expectPipeLeftAlone();
+    expectNextCallsGood();
 }
 
 } // namespace

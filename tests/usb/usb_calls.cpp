@@ -438,3 +438,26 @@ TEST_F(UsbTransferTimes, AWriteThatTimesOutIsReportedAndForgotten)
     EXPECT_EQ(run([] { return WriteBytes(VORN_USB_HANDLE, "1234567", 7); }), 7);
     EXPECT_EQ(out, "write error!\n");
 }
+
+TEST_F(UsbCalls, ADeviceThatVanishedIsReleasedOnce)
+{
+    vr_comportmode = 1;
+    std::snprintf(vr_comportparam, sizeof vr_comportparam, "%s", parameter);
+    ASSERT_EQ(run(opdev), VORN_OK);
+    device.vanish();
+    const unsigned char command[] = {0x32, 0x22, 0x01, 0x80, 0x00};
+    EXPECT_EQ(run([&] { return trans_icc_cmd(command, sizeof command, nullptr, nullptr); }), VORN_NO_REPLY);
+    calls();
+    EXPECT_EQ(run(cldev), VORN_OK);
+    EXPECT_EQ(calls(), (Calls{"release 0", "close", "exit default"}));
+    EXPECT_EQ(run(cldev), VORN_OK);
+    EXPECT_EQ(calls(), Calls{});
+
+    device.unplug();
+    EXPECT_EQ(run(opdev), VORN_OPEN_FAILED);
+    EXPECT_EQ(calls(),
+              (Calls{"init default", "list default", "free list 1", "open default 3A5C:7E21", "exit default"}));
+    EXPECT_EQ(run(cldev), VORN_OK);
+    EXPECT_EQ(calls(), Calls{});
+    EXPECT_EQ(device.openHandles(), 0);
+}
