@@ -503,6 +503,36 @@ TEST(Documents, CompatibilityHasWhatCommentsPointTo)
     EXPECT_GT(pointers, 12);
 }
 
+// The classes of faults in docs/testing.md: each row names a file, the tests in it, and so on.
+TEST(Documents, EachClassOfFaultsNamesTestsThatExist)
+{
+    int rows = 0;
+    bool inSection = false;
+    for (const std::string& line : lines(fileText(kSourceTree / "docs/testing.md"))) {
+        if (line.rfind("## ", 0) == 0) {
+            inSection = line == "## Classes of faults";
+        }
+        if (!inSection || line.rfind("| ", 0) != 0 || line.rfind("| class |", 0) == 0) {
+            continue;
+        }
+        ++rows;
+        int tests = 0;
+        std::string file;
+        const std::string named = line.substr(line.rfind("| ", line.size() - 2));
+        for (std::size_t i = 0; !quotedIn(named, i).empty(); ++i) {
+            const std::string name = quotedIn(named, i);
+            if (name.find('/') != std::string::npos) {
+                file = name;
+                continue;
+            }
+            EXPECT_TRUE(hasTest(fileText(kSourceTree / "tests" / file), name)) << "no test " << name << " in " << file;
+            ++tests;
+        }
+        EXPECT_GT(tests, 0) << line;
+    }
+    EXPECT_GE(rows, 15);
+}
+
 // A path in a document's code quotes, if it is one of this tree: "src/card/tlv.cpp", "tests/card".
 TEST(Documents, NameOnlyFilesThatExist)
 {
