@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // A host whose timer interrupts whatever the library waits in, every millisecond, in real time.
 #include "support/scripted_reader.h"
+#include "support/timer.h"
 #include "support/tty_calls.h"
 
 #include "ICC_COMM_VORN.h"
 
 #include <pthread.h>
 #include <signal.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -16,30 +16,6 @@
 using namespace vorn::test;
 
 namespace {
-
-// SIGALRM every millisecond, with a handler and without SA_RESTART, to this thread only.
-class Timer {
-public:
-    Timer()
-    {
-        struct sigaction action {};
-        action.sa_handler = [](int) {};
-        sigaction(SIGALRM, &action, &before_);
-        const itimerval everyMillisecond = {{0, 1000}, {0, 1000}};
-        setitimer(ITIMER_REAL, &everyMillisecond, nullptr);
-    }
-    ~Timer()
-    {
-        const itimerval off{};
-        setitimer(ITIMER_REAL, &off, nullptr);
-        sigaction(SIGALRM, &before_, nullptr);
-    }
-    Timer(const Timer&) = delete;
-    Timer& operator=(const Timer&) = delete;
-
-private:
-    struct sigaction before_ {};
-};
 
 // The reader at the line's other end, in real time.
 class Served {

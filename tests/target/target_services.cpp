@@ -3,6 +3,8 @@
 // to a profile of the reader's cards: Debit, Memory, Wallet, Psam.
 #include "sim/issuer/issuer.h"
 #include "sim/profiles/profile.h"
+#include "support/clock.h"
+#include "support/timer.h"
 
 #include "ICC_COMM_VORN.h"
 
@@ -84,6 +86,18 @@ protected:
 
     bool serial() const { return port_ != "USB"; }
     const char* port() const { return port_.c_str(); }
+
+    // All of the card's data but the transaction counter, which goes up with each reading.
+    std::string infoWithoutCounter()
+    {
+        int cardType = VORN_OPEN_CONTACT;
+        int length = 0;
+        std::vector<char> record(ICC_USER_INFO_CAPACITY);
+        EXPECT_EQ(IC_GetInfo(port(), "", 9600, 10, &cardType, "", "ABCDEFGHIJKL", &length, record.data()), 0);
+        std::string text = record.data();
+        const std::size_t counter = text.find("H004");
+        return counter == std::string::npos ? text : text.erase(counter, 8);
+    }
 
     std::string powerOn(int cardType, int slot)
     {
@@ -234,6 +248,52 @@ TEST_F(Debit, ManyCallsInARow)
         powerOn(1, 0);
         EXPECT_EQ(IC_PowerOff(port(), "", 9600, 5, 1, 0), 0);
     }
+}
+
+// Of the library's pauses since the last Clock::release, those of the line protocol; polls are not among them.
+std::vector<unsigned> protocolPauses()
+{
+    std::vector<unsigned> pauses;
+    for (const unsigned sleep : vorn::test::Clock::sleeps()) {
+        if (sleep != 1000) {
+            pauses.push_back(sleep);
+        }
+    }
+    return pauses;
+}
+
+// Here the kernel's serial driver is interrupted, as it opens, drains, sets and writes to the line.
+TEST_F(Debit, TwoHundredCallsUnderATimerAreAllGoodAndTheirPausesFull)
+{
+    if (!serial()) {
+        GTEST_SKIP() << "the pauses are those of a tty";
+    }
+    constexpr int kRounds = 50; // of four calls
+    constexpr char kAtr[] = "3BED00008131FE4551494E47484544454249543031A5";
+    constexpr char kSelect[] = "00A404000E315041592E5359532E4444463031";
+    const std::string expectedInfo = infoWithoutCounter();
+    powerOn(1, 0);
+    const std::string expectedResponse = apdu(1, 0, kSelect);
+    ASSERT_EQ(expectedInfo.substr(4, sizeof kAccount - 1), kAccount);
+    ASSERT_EQ(expectedResponse.substr(0, 2), "6F");
+
+    vorn::test::Clock::release();
+    {
+        const vorn::test::Timer timer;
+        for (int i = 0; i < kRounds && !HasFailure(); ++i) {
+            EXPECT_EQ(infoWithoutCounter(), expectedInfo) << i;
+            EXPECT_EQ(powerOn(1, 0), kAtr) << i;
+            EXPECT_EQ(apdu(1, 0, kSelect), expectedResponse) << i;
+            EXPECT_EQ(IC_PowerOff(port(), "", 9600, 5, 1, 0), 0) << i;
+        }
+    }
+    std::vector<unsigned> expectedPauses;
+    for (int i = 0; i < 4 * kRounds; ++i) {
+        expectedPauses.insert(expectedPauses.end(), {12000, 7000, 30000, 12000, 3000});
+    }
+    EXPECT_EQ(protocolPauses(), expectedPauses);
+    EXPECT_EQ(vorn::test::Clock::cutShort(), 0U);
+    EXPECT_GT(vorn::test::Clock::interruptions(), unsigned{4 * kRounds});
 }
 
 TEST_F(Debit, NoSuchPortAndNoSuchSlot)
