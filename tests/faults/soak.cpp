@@ -2,8 +2,9 @@
 // A terminal that runs for months with a reader that does what it likes: thousands of calls in one process against
 // replies that are lost, doubled, late, damaged or another's, and cards that come and go. Whatever happens, each call
 // ends with a result that its header names, nothing is left open, and the next call with a good reader is right.
+#include "support/simulated_desk.h"
+
 #include "ICC_COMM_VORN.h"
-#include "faults/simulated_desk.h"
 
 #include <malloc.h>
 

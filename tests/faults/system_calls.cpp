@@ -2,9 +2,10 @@
 // Every call that the library makes to the system fails once, and every place fails for good, over every service call.
 // Interruptions and short writes must not show at all. Of the rest: a result that the header names, what is open and
 // how the tty is set as before, no more said than is true, and the next call good.
+#include "support/failing_calls.h"
+#include "support/simulated_desk.h"
+
 #include "ICC_COMM_VORN.h"
-#include "faults/failing_calls.h"
-#include "faults/simulated_desk.h"
 
 #include <algorithm>
 #include <set>

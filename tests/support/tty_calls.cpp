@@ -16,8 +16,8 @@ namespace vorn::test {
 
 TtyCalls& ttyCalls()
 {
-    static TtyCalls calls;
-    return calls;
+    static TtyCalls* const calls = new TtyCalls; // outlives everything that still writes at exit
+    return *calls;
 }
 
 namespace {

@@ -2,9 +2,8 @@
 // Every call that the library makes to libusb fails once, and every place fails for good, over every service call: a
 // documented result, no more said than is true, the device closed, and the next call good. This program defines libusb's
 // functions; they hand on to the real ones.
+#include "support/simulated_desk.h"
 #include "usb/usb_test.h"
-
-#include "faults/simulated_desk.h"
 
 #include <libusb-1.0/libusb.h>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "faults/simulated_desk.h"
+#include "support/simulated_desk.h"
 
 #include "ICC_COMM_VORN.h"
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "faults/failing_calls.h"
+#include "support/failing_calls.h"
 
 #include <dlfcn.h>
 #include <fcntl.h>
