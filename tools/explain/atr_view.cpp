@@ -29,7 +29,7 @@ std::string clockStop(std::uint8_t byte)
     std::string text = stops[byte >> 6];
     static const char* const classes[] = {"A (5 V)", "B (3 V)", "C (1.8 V)"};
     for (unsigned i = 0; i < 3; ++i) {
-        text += (byte >> i & 1U) != 0 ? std::string(", class ") + classes[i] : "";
+        text += (unsigned{byte} >> i & 1U) != 0 ? std::string(", class ") + classes[i] : "";
     }
     return text;
 }
