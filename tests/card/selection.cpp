@@ -24,16 +24,10 @@ const std::string kPurse = "D15600000145442F4550000000000000";
 // A candidate list with its heap records.
 class Directory {
 public:
-    ~Directory()
-    {
-        for (alist* record = head.next; record != nullptr;) {
-            alist* const next = record->next;
-            std::free(record);
-            record = next;
-        }
-    }
+    ~Directory() { release(); }
     int select(const std::string& name)
     {
+        release();
         const Bytes bytes = fromHex(name);
         return vrdk_PseAppSelect(bytes.data(), static_cast<int>(bytes.size()), &head);
     }
@@ -41,6 +35,15 @@ public:
     {
         const Bytes bytes = fromHex(fci);
         return vrdk_checkADF(bytes.data(), static_cast<int>(bytes.size()), &head);
+    }
+    void release()
+    {
+        for (alist* record = head.next; record != nullptr;) {
+            alist* const next = record->next;
+            std::free(record);
+            record = next;
+        }
+        head.next = nullptr;
     }
     // The records that hold an AID: "A000000333010101/1".
     std::vector<std::string> entries() const
