@@ -15,11 +15,27 @@
 
 #include <cerrno>
 
+// fstat is a function of the C library's own since glibc 2.33. Older terminals have this one, which newer ones keep.
+#if defined(__aarch64__)
+extern "C" int __fxstat(int version, int descriptor, struct stat* status) noexcept;
+__asm__(".symver __fxstat,__fxstat@GLIBC_2.17");
+#endif
+
 namespace vorn {
 namespace {
 
 constexpr int kSilenceMs = 50;
 constexpr int kIdFrameByteMs = 200;
+
+int statusOf(int descriptor, struct stat& status)
+{
+#if defined(__aarch64__)
+    constexpr int kKernelLayout = 0;
+    return __fxstat(kKernelLayout, descriptor, &status);
+#else
+    return fstat(descriptor, &status);
+#endif
+}
 
 bool stillSending(int descriptor)
 {
@@ -46,7 +62,7 @@ ByteStream& streamOf(int handle)
 bool ByteStream::fileOf(int descriptor, File& file)
 {
     struct stat status {};
-    if (uninterrupted([&] { return fstat(descriptor, &status); }) != 0) {
+    if (uninterrupted([&] { return statusOf(descriptor, status); }) != 0) {
         return false;
     }
     file.device = status.st_dev;
