@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "tools/cli/command_line.h"
 #include "tools/cli/interrupt.h"
 #include "tools/cli/output.h"
 #include "tools/cli/quote.h"
@@ -53,7 +54,7 @@ std::optional<Failure> unknownSubcommand(CLI::App& app, int argc, char** argv)
     const CLI::App* at = &app;
     for (int i = 1; i < argc && argv[i][0] != '-'; ++i) {
         const std::string word = argv[i];
-        const auto below = at->get_subcommands([](const CLI::App*) { return true; });
+        const auto below = subcommandsOf(*at);
         std::string known;
         const CLI::App* found = nullptr;
         for (const CLI::App* const sub : below) {
@@ -97,7 +98,7 @@ int run(int argc, char** argv)
     app.footer("Exit codes are listed in the manual (docs/vorn.md).");
     Action action;
     for (const auto add : {addInfo, addAtr, addApdu, addSale, addLog, addM1, addWallet, addDevice, addDecode, addReplay,
-                           addSim, addPorts, addDoctor, addWatch, addHelp}) {
+                           addSim, addIssuer, addPorts, addDoctor, addWatch, addHelp, addComplete}) {
         add(app, action);
     }
     try {

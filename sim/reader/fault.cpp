@@ -58,6 +58,15 @@ std::optional<std::string> cutTail(std::string& text, char mark)
 
 } // namespace
 
+std::vector<std::string> faultKinds()
+{
+    std::vector<std::string> kinds;
+    for (const KindRow& row : kKinds) {
+        kinds.push_back(std::string(row.name) + (row.value == Value::None ? "" : "="));
+    }
+    return kinds;
+}
+
 std::optional<Fault> parseFault(const std::string& text)
 {
     std::string kind = text;

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace vorn::sim {
 
@@ -28,6 +29,9 @@ struct Fault {
     int command = 0;                       // 0: every command
     std::optional<std::uint8_t> operation; // none: every operation
 };
+
+// The kinds as the text form begins: "status=", "silence".
+std::vector<std::string> faultKinds();
 
 // Nothing when the text is not of that form.
 std::optional<Fault> parseFault(const std::string& text);

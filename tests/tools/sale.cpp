@@ -151,4 +151,44 @@ TEST_F(ToolTest, TheUnpredictableNumberIsAnother)
     EXPECT_NE(number(), number());
 }
 
+// What a counter application does with a simulated reader in one process and its issuer in others.
+TEST_F(ToolTest, AProfilesIssuerAnswersForASaleElsewhere)
+{
+    const Arguments sale{"sale", "--sim", "debit", "--amount", "123.45", "--ask", "--json"};
+    Process process(scratch, sale);
+    const std::string arqc = Json::parse(process.outputLine()).at("arqc");
+    const Result issuer = run(scratch, {"issuer", "debit", "-"}, arqc + "\n");
+    EXPECT_EQ(issuer.code, kOk) << issuer.errors;
+    EXPECT_TRUE(issuer.complains("ARQC verified")) << issuer.errors;
+    EXPECT_TRUE(issuer.complains("approve")) << issuer.errors;
+    EXPECT_FALSE(issuer.complains(kPan));
+    process.write(issuer.output);
+    std::string output, errors;
+    EXPECT_EQ(process.finish(output, errors), kOk) << errors;
+    EXPECT_EQ(Json::parse(output).at("outcome"), "approved");
+
+    const Json inJson = run(scratch, {"issuer", "debit", arqc, "--json"}).json();
+    EXPECT_EQ(inJson.at("answer").get<std::string>() + "\n", issuer.output);
+    EXPECT_EQ(inJson.at("arqcVerified"), true);
+    EXPECT_EQ(inJson.at("responseCode"), "00");
+}
+
+TEST_F(ToolTest, AnIssuerWithAWrongKeyIsNotBelieved)
+{
+    Process process(scratch, {"sale", "--sim", "debit", "--amount", "123.45", "--ask", "--json"});
+    const std::string arqc = Json::parse(process.outputLine()).at("arqc");
+    process.write(run(scratch, {"issuer", "debit", arqc, "--wrong-key"}).output);
+    std::string output, errors;
+    EXPECT_EQ(process.finish(output, errors), kCardRefused) << errors;
+    EXPECT_NE(output.find("issuer authentication failed"), std::string::npos) << output;
+}
+
+TEST_F(ToolTest, AnIssuerNeedsAnArqcAndAProfileThatHasOne)
+{
+    EXPECT_EQ(run(scratch, {"issuer", "debit", "9F2608"}).code, kUsage);
+    EXPECT_EQ(run(scratch, {"issuer", "debit", "no hex"}).code, kUsage);
+    EXPECT_EQ(run(scratch, {"issuer", "memory", "9F2608"}).code, kProfile);
+    EXPECT_EQ(run(scratch, {"issuer", "debit", "-"}).code, kMissing);
+}
+
 } // namespace

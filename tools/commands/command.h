@@ -22,10 +22,12 @@ void addWallet(CLI::App& root, Action& action);
 void addDevice(CLI::App& root, Action& action);
 void addDecode(CLI::App& root, Action& action);
 void addReplay(CLI::App& root, Action& action);
+void addIssuer(CLI::App& root, Action& action);
 void addSim(CLI::App& root, Action& action);
 void addPorts(CLI::App& root, Action& action);
 void addDoctor(CLI::App& root, Action& action);
 void addWatch(CLI::App& root, Action& action);
 void addHelp(CLI::App& root, Action& action);
+void addComplete(CLI::App& root, Action& action);
 
 } // namespace vorn::tool

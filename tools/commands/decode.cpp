@@ -281,10 +281,11 @@ void addDecode(CLI::App& root, Action& action)
 {
     const auto options = std::make_shared<Options>();
     CLI::App* const command = root.add_subcommand("decode", "Say what pasted text or a log file means");
-    command->add_option("text", options->texts, "A file, or hex or other text; - or nothing reads standard input");
+    command->add_option("text", options->texts, "A file, or hex or other text; - or nothing reads standard input")
+        ->type_name("FILE");
     std::vector<CLI::Option*> kinds = {
-        command->add_option("--as", options->as, "What it is, when that cannot be told: " + kindNames())
-            ->check(CLI::Validator(checkKind, "KIND")),
+        command->add_option("--as", options->as, "What it is, when that cannot be told")
+            ->check(CLI::Validator(checkKind, "{" + kindNames(",") + "}")),
         command->add_flag("--list", options->list, "A list of tags and lengths (PDOL, CDOL, log format)"),
         command->add_flag("--arqc", options->arqc, "The text of an ARQC"),
         command->add_flag("--tc", options->tc, "The text of a TC, whose items have shortened tags"),
@@ -296,8 +297,10 @@ void addDecode(CLI::App& root, Action& action)
     }
     CLI::Option* const json = command->add_flag("--json", options->json, "Print JSON");
     command->add_option("--html", options->html, "Write a page to this file, which needs nothing else to be looked at")
+        ->type_name("FILE")
         ->excludes(json);
-    command->add_option("--redact", options->redact, "Write a copy of a log to this file that may be sent to others");
+    command->add_option("--redact", options->redact, "Write a copy of a log to this file that may be sent to others")
+        ->type_name("FILE");
     command->add_flag("--force", options->force, "Replace the file of --html or --redact");
     command->add_flag("--show", options->show, "Do not mask what identifies a card or its holder");
     command->callback([options, &action] { action = [options] { return run(*options); }; });

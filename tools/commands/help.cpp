@@ -52,7 +52,7 @@ void addHelp(CLI::App& root, Action& action)
     const auto options = std::make_shared<Options>();
     CLI::App* const command =
         root.add_subcommand("help", "Show what a subcommand takes, or the exit codes (help codes)");
-    command->add_option("subcommand", options->names, "Such as: info; m1 dump; codes");
+    command->add_option("subcommand", options->names, "Such as: info; m1 dump; codes")->type_name("SUBCOMMAND");
     command->callback([options, &root, &action] { action = [options, &root] { return run(root, options->names); }; });
 }
 

@@ -453,8 +453,9 @@ void addKeys(CLI::App& command, Options& options)
 {
     command.add_option("--key", options.keys, "Key of six bytes in hex (repeatable: tried in turn; FFFFFFFFFFFF)")
         ->check(hexArgumentOf(kKeySize));
-    command.add_option("--key-file", options.keyFile,
-                       "More keys, one a line: they are not seen in a list of processes");
+    command
+        .add_option("--key-file", options.keyFile, "More keys, one a line: they are not seen in a list of processes")
+        ->type_name("FILE");
     command.add_option("--key-type", options.keyType, "Which of the sector's keys it is")
         ->check(CLI::IsMember({"A", "B", "AB"}, CLI::ignore_case))
         ->capture_default_str();
@@ -500,12 +501,13 @@ void addM1(CLI::App& root, Action& action)
         command->add_flag("--trailer", options->trailer, "Sector trailers are written, and that is meant");
         command->add_flag("--yes-overwrite-trailer", options->yesOverwriteTrailer, "Said a second time");
     }
-    restoreCommand->add_option("image", options->image, "What 'm1 dump --output' saved")->required();
+    restoreCommand->add_option("image", options->image, "What 'm1 dump --output' saved")->type_name("FILE")->required();
     dumpCommand->add_flag("--force", options->force, "Replace the file of --output");
     dumpCommand->add_option("--size", options->size, "Size of the card")
         ->check(CLI::IsMember({"auto", "mini", "1k", "4k"}))
         ->capture_default_str();
-    dumpCommand->add_option("--output,-o", options->output, "Also save an image that a profile can load (with keys)");
+    dumpCommand->add_option("--output,-o", options->output, "Also save an image that a profile can load (with keys)")
+        ->type_name("FILE");
 }
 
 } // namespace vorn::tool

@@ -82,7 +82,8 @@ void addPorts(CLI::App& root, Action& action)
 {
     const auto options = std::make_shared<Options>();
     CLI::App* const command = root.add_subcommand("ports", "Show where a reader may be, and what answers there");
-    command->add_option("port", options->names, "Ports to look at besides those found, such as pts/3");
+    command->add_option("port", options->names, "Ports to look at besides those found, such as pts/3")
+        ->type_name("PORT");
     command->add_flag("--dont-ask", options->dontAsk,
                       "Send nothing: other devices may take the question for a command");
     command->add_flag("--json", options->json, "Print JSON");

@@ -97,8 +97,9 @@ void addReplay(CLI::App& root, Action& action)
 {
     const auto options = std::make_shared<Options>();
     CLI::App* const command = root.add_subcommand("replay", "Make from a log a card for the simulator");
-    command->add_option("log", options->log, "The log file, ICC_COMM_VORN.log")->required();
-    command->add_option("--output", options->output, "The profile to write; else it is printed, card data in clear");
+    command->add_option("log", options->log, "The log file, ICC_COMM_VORN.log")->type_name("FILE")->required();
+    command->add_option("--output", options->output, "The profile to write; else it is printed, card data in clear")
+        ->type_name("FILE");
     command->add_option("--card", options->card, "Which card of the log, from 1; else the last one");
     command->add_flag("--list", options->list, "Show the cards of the log");
     command->add_flag("--force", options->force, "Replace the file of --output");

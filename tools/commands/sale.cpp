@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // vorn sale: an online transaction from end to end, each step as it happens.
 #include "sim/cards/emv_card.h"
-#include "sim/issuer/issuer.h"
 #include "tools/cli/arguments.h"
 #include "tools/cli/interrupt.h"
 #include "tools/cli/output.h"
 #include "tools/commands/command.h"
+#include "tools/commands/issuer.h"
 #include "tools/commands/sale_options.h"
 #include "tools/explain/apdu_words.h"
 #include "tools/explain/hex.h"
@@ -53,19 +53,6 @@ Json documentOf(const CryptogramView& view, bool show)
         items[sim::tlv::toHex(tag)] = tag == 0x5A && !show ? maskPanHex(value) : toHex(value);
     }
     return {{"text", view.text}, {"items", items}};
-}
-
-sim::Issuer simulatedIssuer(const sim::Profile& profile)
-{
-    try {
-        if (auto issuer = sim::issuerOf(profile)) {
-            return *issuer;
-        }
-    } catch (const sim::ProfileError& error) {
-        throw Failure(Exit::Profile, error.what());
-    }
-    throw Failure(Exit::Profile, "profile '" + profile.name + "' has no issuer",
-                  "give the host's answer with --arpc, or on standard input with --ask");
 }
 
 constexpr std::size_t kTransactionRoom = 8192;
@@ -198,10 +185,7 @@ std::optional<sim::Issuer> Sale::chooseIssuer()
     const sim::Profile profile = simulated != nullptr ? simulated->profile : profileOf(options_.issuerProfile);
     sim::Issuer issuer = simulatedIssuer(profile);
     if (options_.wrongIssuerKey) {
-        sim::crypto::Key wrong = issuer.rules().keys.ac;
-        wrong[0] ^= 0xFE;
-        issuer.useKey(wrong);
-        issuer.trustUnverified(true); // with a wrong key no ARQC is right
+        giveWrongKey(issuer);
     }
     return issuer;
 }

@@ -174,6 +174,7 @@ void addSaleOptions(CLI::App& command, SaleOptions& options)
                                      .add_option("--simulated-issuer-on-real-card", options.issuerProfile,
                                                  "This profile's issuer answers to the card at --port: the answer and "
                                                  "its scripts are made up")
+                                     ->type_name("PROFILE")
                                      ->group(host);
     answer->excludes(ask)->excludes(wrong)->excludes(profile);
     ask->excludes(wrong)->excludes(profile);

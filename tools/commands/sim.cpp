@@ -159,16 +159,20 @@ void addSim(CLI::App& root, Action& action)
 {
     const auto options = std::make_shared<Options>();
     CLI::App* const command = root.add_subcommand("sim", "Serve a simulated reader until Ctrl-C");
-    command->add_option("profile", options->profile, "Name of a profile, or the path of a file");
+    command->add_option("profile", options->profile, "Name of a profile, or the path of a file")->type_name("PROFILE");
     command->add_flag("--list", options->list, "Name the profiles that there are");
     command->add_flag("--paced", options->paced, "Take the time that a real line takes");
     command->add_flag("--check-speed", options->checkSpeed, "What comes at another speed than the reader's is garbage");
     command->add_option("--fault", options->faults, "Something that goes wrong, such as status=06@3 (repeatable)")
+        ->type_name("FAULT")
         ->allow_extra_args(false);
-    command->add_option("--check", options->check, "Only tell all that is wrong with this profile");
-    command->add_option("--link", options->link, "Also make this symbolic link to the terminal");
-    command->add_option("--usb-socket", options->usbSocket,
-                        "Also be a USB device for a virtual machine, by USB redirection on this unix socket");
+    command->add_option("--check", options->check, "Only tell all that is wrong with this profile")
+        ->type_name("PROFILE");
+    command->add_option("--link", options->link, "Also make this symbolic link to the terminal")->type_name("FILE");
+    command
+        ->add_option("--usb-socket", options->usbSocket,
+                     "Also be a USB device for a virtual machine, by USB redirection on this unix socket")
+        ->type_name("FILE");
     command->add_flag("--json", options->json, "Name the port in JSON");
     command->add_flag("-v,--verbose", options->verbose,
                       "Show what the reader is asked and answers (card data in clear)");

@@ -239,11 +239,11 @@ std::optional<InputKind> kindOf(const std::string& name)
     return row == std::end(kNames) ? std::nullopt : std::optional(row->kind);
 }
 
-std::string kindNames()
+std::string kindNames(const char* between)
 {
     std::string names;
     for (const Named& row : kNames) {
-        names += (names.empty() ? "" : ", ") + std::string(row.name);
+        names += (names.empty() ? "" : between) + std::string(row.name);
     }
     return names;
 }

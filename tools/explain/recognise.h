@@ -31,7 +31,7 @@ enum class InputKind {
 
 // "log", "apdu", ...: as a person names a kind; nothing for a name that is none.
 std::optional<InputKind> kindOf(const std::string& name);
-std::string kindNames(); // all of them, for a message
+std::string kindNames(const char* between = ", "); // all of them
 
 InputKind recognise(const std::string& text);
 // Not of logs, which are told piece by piece (log_story.h).

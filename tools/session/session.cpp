@@ -73,11 +73,16 @@ sim::Profile profileOf(const std::string& nameOrPath)
 void addLinkOptions(CLI::App& command, LinkOptions& options)
 {
     CLI::Option* const port =
-        command.add_option("--port,-p", options.port, "Reader: a tty such as ttyS1 or pts/3, or USB")->group("Reader");
+        command.add_option("--port,-p", options.port, "Reader: a tty such as ttyS1 or pts/3, or USB")
+            ->type_name("PORT")
+            ->group("Reader");
     CLI::Option* const profile =
-        command.add_option("--sim", options.profile, "Simulated reader with this profile's cards")->group("Reader");
+        command.add_option("--sim", options.profile, "Simulated reader with this profile's cards")
+            ->type_name("PROFILE")
+            ->group("Reader");
     port->excludes(profile);
     command.add_option("--fault", options.faults, "Fault of the simulated reader, such as silence@4 (repeatable)")
+        ->type_name("FAULT")
         ->allow_extra_args(false)
         ->needs(profile)
         ->group("Reader");
@@ -89,6 +94,7 @@ void addLinkOptions(CLI::App& command, LinkOptions& options)
         ->capture_default_str()
         ->group("Reader");
     command.add_option("--log-dir", options.logDirectory, "Directory for the library's log files (card data in clear)")
+        ->type_name("DIR")
         ->group("Logs");
     command.add_flag("--keep-logs", options.keepLogs, "Do not remove the log files")->group("Logs");
     command.add_flag("-v,--verbose", options.verbose, "Show the exchanges with reader and card");
