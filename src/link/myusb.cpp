@@ -10,8 +10,8 @@
 
 namespace {
 
-constexpr int kTransferTimeoutMs = 10000;
-constexpr int kStrayPacketMs = 20;
+constexpr unsigned kTransferTimeoutMs = 10000;
+constexpr unsigned kStrayPacketMs = 20;
 constexpr int kStrayPacketsMax = 256; // of a device that never stops
 
 unsigned char endpointAddress(int endpoint) { return static_cast<unsigned char>(endpoint & 0xFF); }
@@ -147,26 +147,27 @@ void Myusb::release()
     }
 }
 
-int Myusb::write(unsigned char* buf, int n)
+int Myusb::transfer(int endpoint, unsigned char* buf, int n, unsigned timeoutMs)
 {
-    const int result =
-        libusb_bulk_transfer(handle_, endpointAddress(outEndpoint_), buf, n, &transferred_, kTransferTimeoutMs);
-    vorn::print("%s\n", result < 0 ? "write error!" : "write Successful!");
-    return result;
+    if (handle_ == nullptr) { // libusb would follow it
+        transferred_ = 0;
+        return LIBUSB_ERROR_NO_DEVICE;
+    }
+    return libusb_bulk_transfer(handle_, endpointAddress(endpoint), buf, n, &transferred_, timeoutMs);
 }
 
-int Myusb::transferIn(unsigned char* buf, int n, int timeoutMs)
+int Myusb::write(unsigned char* buf, int n)
 {
-    // libusb takes 0 for no limit; here it means that there is nothing to wait for.
-    const unsigned timeout = timeoutMs > 0 ? static_cast<unsigned>(timeoutMs) : 1U;
-    return libusb_bulk_transfer(handle_, endpointAddress(inEndpoint_), buf, n, &transferred_, timeout);
+    const int result = transfer(outEndpoint_, buf, n, kTransferTimeoutMs);
+    vorn::print("%s\n", result < 0 ? "write error!" : "write Successful!");
+    return result;
 }
 
 void Myusb::drain()
 {
     unsigned char packet[kPacketSize];
-    for (int i = 0; i < kStrayPacketsMax && handle_ != nullptr; ++i) {
-        if (transferIn(packet, kPacketSize, kStrayPacketMs) != 0) {
+    for (int i = 0; i < kStrayPacketsMax; ++i) {
+        if (transfer(inEndpoint_, packet, kPacketSize, kStrayPacketMs) != 0) {
             return;
         }
     }
@@ -174,7 +175,7 @@ void Myusb::drain()
 
 int Myusb::read(unsigned char* buf, int n)
 {
-    const int result = transferIn(buf, n, kTransferTimeoutMs);
+    const int result = transfer(inEndpoint_, buf, n, kTransferTimeoutMs);
     if (result < 0) {
         vorn::print("read error!\n");
         return -1;
@@ -185,7 +186,9 @@ int Myusb::read(unsigned char* buf, int n)
 
 int Myusb::readTimeout(unsigned char* buf, int n, int timeoutMs)
 {
-    const int result = transferIn(buf, n, timeoutMs);
+    // libusb takes 0 for no limit; here it means that there is nothing to wait for.
+    const unsigned timeout = timeoutMs > 0 ? static_cast<unsigned>(timeoutMs) : 1U;
+    const int result = transfer(inEndpoint_, buf, n, timeout);
     vorn::print("%s\nreadtimeout-ret = %d, transferred =%d\n", result < 0 ? "read error!" : "read Successful!", result,
                 transferred_);
     return result;

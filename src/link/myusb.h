@@ -44,7 +44,7 @@ private:
     void printdev(libusb_device* dev);
     void noteEndpoints(const libusb_interface& interface, int row);
     bool hasBothEndpoints() const;
-    int transferIn(unsigned char* buf, int n, int timeoutMs);
+    int transfer(int endpoint, unsigned char* buf, int n, unsigned timeoutMs);
 
     libusb_device_handle* handle_ = nullptr;
     int transferred_ = 0;

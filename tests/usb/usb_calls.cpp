@@ -6,9 +6,13 @@
 #include <libusb-1.0/libusb.h>
 
 #include <dlfcn.h>
+#include <fcntl.h>
+#include <stdio_ext.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <map>
 #include <string>
@@ -298,6 +302,98 @@ TEST_F(UsbCalls, AReleaseThatFailsIsSaidAndTheRestClosedAllTheSame)
     EXPECT_EQ(calls(), (Calls{"release 0", "close", "exit default"}));
 }
 
+// Whoever sets m_portmode himself asks for a device that nobody has opened.
+TEST_F(UsbCalls, ADeviceThatIsNotOpenIsNotAskedOfLibusb)
+{
+    m_portmode = 1;
+    EXPECT_EQ(run([] { return WriteBytes(VORN_USB_HANDLE, "1234567", 7); }), 7);
+    EXPECT_EQ(out, "write error!\n");
+    unsigned char reply[1001];
+    EXPECT_EQ(run([&] { return ReadBytes_Ex(VORN_USB_HANDLE, reply, 1000, 0x02, 0x03, 1); }), -5);
+    EXPECT_EQ(out, "read error!\nreadtimeout-ret = -4, transferred =0\n");
+    const unsigned char command[] = {0x32, 0x23, 0x00};
+    EXPECT_EQ(run([&] { return trans_icc_cmd(command, sizeof command, nullptr, nullptr); }), VORN_NO_REPLY);
+    close();
+    EXPECT_EQ(out, "Cannot Released Interface!\n");
+    EXPECT_EQ(calls(), Calls{});
+    EXPECT_EQ(m_portmode, 0);
+}
+
+TEST_F(UsbCalls, ASerialSessionsEndOverUsbSwitchesNoSpeed)
+{
+    EXPECT_EQ(open(), VORN_USB_HANDLE);
+    vr_comportmode = 0;
+    vrdk03com_handle = VORN_USB_HANDLE;
+    calls();
+    EXPECT_EQ(run(cldev), VORN_OK);
+    EXPECT_EQ(calls(), (Calls{"release 0", "close", "exit default"}));
+    EXPECT_EQ(sleeps(), std::vector<unsigned>{3000});
+}
+
+// ---------------------------------------------------------------- what is printed
+
+namespace {
+
+std::sig_atomic_t volatile raisedSignals;
+
+// Standard output and standard error are a pipe that nobody reads, and SIGPIPE is noted.
+class UnreadConsole {
+public:
+    UnreadConsole()
+    {
+        raisedSignals = 0;
+        before_ = std::signal(SIGPIPE, [](int) { raisedSignals = raisedSignals + 1; });
+        int ends[2] = {-1, -1};
+        EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
+        ::close(ends[0]);
+        for (int stream = STDOUT_FILENO; stream <= STDERR_FILENO; ++stream) {
+            saved_[stream] = fcntl(stream, F_DUPFD_CLOEXEC, 10);
+            dup2(ends[1], stream);
+        }
+        ::close(ends[1]);
+    }
+    ~UnreadConsole()
+    {
+        __fpurge(stdout); // what could not be written
+        std::clearerr(stdout);
+        std::clearerr(stderr);
+        for (int stream = STDOUT_FILENO; stream <= STDERR_FILENO; ++stream) {
+            dup2(saved_[stream], stream);
+            ::close(saved_[stream]);
+        }
+        std::signal(SIGPIPE, before_);
+    }
+    UnreadConsole(const UnreadConsole&) = delete;
+    UnreadConsole& operator=(const UnreadConsole&) = delete;
+
+private:
+    void (*before_)(int) = SIG_DFL;
+    int saved_[STDERR_FILENO + 1] = {};
+};
+
+} // namespace
+
+TEST_F(UsbCalls, WhatIsPrintedEndsNoHostWhoseConsoleIsGone)
+{
+    int opened = 0;
+    int missing = 0;
+    int broken = 0;
+    {
+        const UnreadConsole console;
+        opened = OpenDev(1, parameter);
+        WriteBytes(VORN_USB_HANDLE, "1234567", 7);
+        closeDev(VORN_USB_HANDLE);
+        device.unplug();
+        missing = OpenDev(1, parameter);
+        libusb().refuse["init"] = 1;
+        broken = OpenDev(1, parameter);
+    }
+    EXPECT_EQ(raisedSignals, 0);
+    EXPECT_EQ(opened, VORN_USB_HANDLE);
+    EXPECT_EQ(missing, -1);
+    EXPECT_EQ(broken, -1);
+}
+
 // ---------------------------------------------------------------- failures of libusb itself
 
 namespace {
@@ -385,6 +481,40 @@ TEST_F(UsbTransferTimes, AWriteHasTenSeconds)
 {
     run([] { return WriteBytes(VORN_USB_HANDLE, "1234567", 7); });
     EXPECT_EQ(calls(), Calls{"bulk 1 of 7 in 10000 ms"});
+}
+
+// libusb would take 0 for no limit.
+TEST_F(UsbTransferTimes, NoSecondsAreAMillisecond)
+{
+    for (const int seconds : {0, -1}) {
+        SCOPED_TRACE(seconds);
+        device.sendError(-EPIPE);
+        EXPECT_EQ(run([&] { return ReadBytes_Ex(VORN_USB_HANDLE, buffer.data(), 1000, 0x02, 0x03, seconds); }), -5);
+        EXPECT_EQ(calls(), Calls{"bulk 81 of 64 in 1 ms"});
+    }
+}
+
+TEST_F(UsbTransferTimes, MoreSecondsThanMillisecondsCanCountAreTheMost)
+{
+    device.sendPacket({0x02, 0x03});
+    EXPECT_EQ(run([&] { return ReadBytes_Ex(VORN_USB_HANDLE, buffer.data(), 1000, 0x02, 0x03, 2147484); }), 2);
+    EXPECT_EQ(calls(), Calls{"bulk 81 of 64 in 2147483647 ms"});
+}
+
+// A device that never stops sending is not listened to for ever.
+TEST_F(UsbTransferTimes, StrayPacketsAreTakenUpToABound)
+{
+    constexpr int bound = 256;
+    device.sendPacket({0x02, 0x03, 0x30}); // a reply with something behind its end
+    run([this] { return ReadBytes_Ex(VORN_USB_HANDLE, buffer.data(), 1000, 0x02, 0x03, 1); });
+    calls();
+    noise(bound);
+    device.sendPacket(replyFrame(0x00, {}));
+    const unsigned char command[] = {0x32, 0x23, 0x00};
+    EXPECT_EQ(run([&] { return trans_icc_cmd(command, sizeof command, nullptr, nullptr); }), VORN_OK);
+    Calls expected(bound, "bulk 81 of 64 in 20 ms");
+    expected.insert(expected.end(), {"bulk 1 of 14 in 10000 ms", "bulk 81 of 64 in 3000 ms"});
+    EXPECT_EQ(calls(), expected);
 }
 
 TEST_F(UsbTransferTimes, AReplysFirstPacketHasTheSecondsGivenAndEachFurtherATenth)

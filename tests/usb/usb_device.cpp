@@ -26,8 +26,8 @@ namespace vorn::test {
 namespace {
 
 const char kNode[] = "/dev/bus/usb/001/002";
-const char kDevice[] = "/sys/devices/usb1/1-1";
-const char kBystander[] = "/sys/devices/usb1/1-2";
+const char kDevice[] = "/sys/devices/usb1/1-2";
+const char* const kBystanders[] = {"/sys/devices/usb1/1-1", "/sys/devices/usb1/1-3"}; // listed before and behind it
 
 // ---------------------------------------------------------------- descriptors (USB 2.0, 9.6)
 
@@ -98,7 +98,7 @@ std::string hexWord(std::uint16_t word)
 
 // ---------------------------------------------------------------- the device's files
 
-// `place`: "1-1" with number 2, "1-2" with number 3.
+// `place`: "1-2" with number 2, "1-1" with number 3, "1-3" with number 4.
 std::string deviceText(const std::string& place, int number, const UsbDescription& description)
 {
     const std::string digit = std::to_string(number);
@@ -278,7 +278,7 @@ struct UsbDevice::State {
     Node node;
 
     mutable std::recursive_mutex mutex; // callbacks come on the emulation's thread
-    bool inSystem = false, bystanderInSystem = false;
+    bool inSystem = false, bystandersInSystem = false;
     std::vector<std::uint8_t> endpoints;
     std::string driver;
     bool detachingRefused = false;
@@ -595,7 +595,7 @@ UsbDevice::UsbDevice() : state_(std::make_unique<State>(*this))
 void UsbDevice::plug(const UsbDescription& description)
 {
     unplug();
-    addFromText(state_->testbed, deviceText("1-1", 2, description));
+    addFromText(state_->testbed, deviceText("1-2", 2, description));
     state_->node.make();
     const std::lock_guard<std::recursive_mutex> lock(state_->mutex);
     state_->reset();
@@ -609,10 +609,11 @@ void UsbDevice::plug(const UsbDescription& description)
     onWrite = {};
 }
 
-void UsbDevice::plugBystander(const UsbDescription& description)
+void UsbDevice::plugBystanders(const UsbDescription& description)
 {
-    addFromText(state_->testbed, deviceText("1-2", 3, description));
-    state_->bystanderInSystem = true;
+    addFromText(state_->testbed, deviceText("1-1", 3, description));
+    addFromText(state_->testbed, deviceText("1-3", 4, description));
+    state_->bystandersInSystem = true;
 }
 
 void UsbDevice::unplug()
@@ -622,9 +623,11 @@ void UsbDevice::unplug()
         state_->removeFromSystem(kDevice);
         state_->inSystem = false;
     }
-    if (state_->bystanderInSystem) {
-        state_->removeFromSystem(kBystander);
-        state_->bystanderInSystem = false;
+    if (state_->bystandersInSystem) {
+        for (const char* const bystander : kBystanders) {
+            state_->removeFromSystem(bystander);
+        }
+        state_->bystandersInSystem = false;
     }
 }
 

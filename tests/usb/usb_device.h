@@ -36,8 +36,8 @@ public:
 
     // A device as new, with nothing queued, refused, bound or noted.
     void plug(const UsbDescription& description = {});
-    // A second device on the same bus, for looks only: it can be listed but not opened.
-    void plugBystander(const UsbDescription& description);
+    // Two more devices on the same bus, listed before it and behind it, for looks only: they cannot be opened.
+    void plugBystanders(const UsbDescription& description);
     // Takes away everything that is plugged in.
     void unplug();
 

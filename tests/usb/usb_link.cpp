@@ -340,6 +340,37 @@ TEST_F(UsbOpening, ADeviceWithoutOneEndpointOutAndOneInIsRefused)
     close();
 }
 
+// What an earlier device left in the table of endpoints would fill the gap, so each of these is the first of its process
+// (an entry of ctest each).
+namespace {
+
+class UsbFirstDevice : public UsbLinkTest {
+protected:
+    void expectRefused(const std::vector<UsbDescription::Alternates>& interfaces)
+    {
+        device.plug({0x3A5C, 0x7E21, interfaces});
+        EXPECT_EQ(open(), -1);
+        EXPECT_EQ(out, "");
+        expectSystemError(err, "Cannot open device");
+        EXPECT_EQ(m_portmode, 0);
+        EXPECT_FALSE(device.claimed());
+        EXPECT_EQ(device.openHandles(), 0);
+        EXPECT_TRUE(device.writes().empty());
+        EXPECT_TRUE(device.readSizes().empty());
+    }
+};
+class UsbFirstDeviceOnlyIn : public UsbFirstDevice {};
+class UsbFirstDeviceOnlyOut : public UsbFirstDevice {};
+class UsbFirstDeviceWithout : public UsbFirstDevice {};
+
+} // namespace
+
+TEST_F(UsbFirstDeviceOnlyIn, IsRefused) { expectRefused({{{0x81}}}); }
+
+TEST_F(UsbFirstDeviceOnlyOut, IsRefused) { expectRefused({{{0x01}}}); }
+
+TEST_F(UsbFirstDeviceWithout, AnyEndpointIsRefused) { expectRefused({{{}}}); }
+
 TEST_F(UsbOpening, MoreInterfacesAndEndpointsThanCanBeNotedDoNoHarm)
 {
     UsbDescription::Endpoints many;
@@ -359,7 +390,7 @@ TEST_F(UsbOpening, AnotherDevicesEndpointsAreNotTaken)
     for (const UsbDescription& bystander :
          {UsbDescription{0x3A5C, 0x7E22, {{{0x09, 0x89}}}}, UsbDescription{0x1D6B, 0x7E21, {{{0x0A, 0x8A}}}}}) {
         device.plug();
-        device.plugBystander(bystander);
+        device.plugBystanders(bystander);
         ASSERT_EQ(open(), VORN_USB_HANDLE);
         device.send({kStx, kEtx});
         run([this] { return WriteBytes(handle, "?", 1); });
