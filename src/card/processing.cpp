@@ -28,8 +28,10 @@ bool buildGpoData(ByteView fci, const TlvBuffer& terminalData, CommandData& data
     if (pdol.found && !buildDol(terminalData, pdol.view(), values)) {
         return false;
     }
-    return data.append(kCommandTemplate) && data.append(static_cast<std::uint8_t>(values.size())) &&
-           data.append(values.view());
+    const std::uint8_t head[] = {kCommandTemplate, static_cast<std::uint8_t>(values.size())};
+    static_assert(sizeof head <= kCommandDataMax, "there is room for the template's tag and length");
+    proven(data.append(ByteView(head, sizeof head)));
+    return data.append(values.view());
 }
 
 // Where the two results of GET PROCESSING OPTIONS go.
@@ -125,7 +127,11 @@ class WholeRecords {
 public:
     explicit WholeRecords(GrowingBytes& records) : records_(records) {}
 
-    Kept keep(ByteView record) { return records_.append(record) ? Kept::Yes : Kept::NoMemory; }
+    Kept keep(ByteView record)
+    {
+        records_.append(record);
+        return records_.complete() ? Kept::Yes : Kept::NoMemory;
+    }
     void keepAuthenticated(ByteView) {}
 
 private:
@@ -195,14 +201,10 @@ private:
     // True when the record was kept and more is wanted behind it.
     bool take(ByteView record)
     {
-        switch (output_.keep(record)) {
-        case Kept::NoRoom:
+        const Kept kept = output_.keep(record);
+        if (kept != Kept::Yes) {
+            state_ = kept == Kept::NoMemory ? State::NoMemory : state_;
             return false;
-        case Kept::NoMemory:
-            state_ = State::NoMemory;
-            return false;
-        case Kept::Yes:
-            break;
         }
         if (!record.empty()) {
             wantedSize_ = vrdk_findapptag(record.data(), static_cast<int>(record.size()), wanted_, wantedSize_);

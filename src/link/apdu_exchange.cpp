@@ -43,24 +43,20 @@ int exchange(Send send, unsigned char* apdu, int len, unsigned char* resp, int* 
             *respLen = received;
             return VORN_OK;
         }
-        switch (followUpOf(sw1)) {
-        case FollowUp::GetResponse: {
-            const std::uint8_t le = sw1 == 0x61 ? sw2 : std::uint8_t{0};
-            const std::uint8_t getResponse[kGetResponseSize] = {0x00, 0xC0, 0x00, 0x00, le};
-            std::memcpy(apdu, getResponse, sizeof getResponse);
-            len = kGetResponseSize;
-            break;
-        }
-        case FollowUp::CorrectLe:
-            if (len > 0) {
-                apdu[len - 1] = sw2;
-            }
-            break;
-        case FollowUp::None:
+        const FollowUp followUp = followUpOf(sw1);
+        if (followUp == FollowUp::None) {
             if (reportStatusLength) {
                 *respLen = 2;
             }
             return sw1 * 256 + sw2;
+        }
+        if (followUp == FollowUp::GetResponse) {
+            const std::uint8_t le = sw1 == 0x61 ? sw2 : std::uint8_t{0};
+            const std::uint8_t getResponse[kGetResponseSize] = {0x00, 0xC0, 0x00, 0x00, le};
+            std::memcpy(apdu, getResponse, sizeof getResponse);
+            len = kGetResponseSize;
+        } else if (len > 0) {
+            apdu[len - 1] = sw2;
         }
     }
 }

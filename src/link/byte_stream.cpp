@@ -207,7 +207,7 @@ int readStreamUntilSilence(int handle, std::uint8_t* buffer, int capacity, int t
     ByteStream& stream = streamOf(handle);
     int count = 0;
     int byte = stream.next(millisecondsOf(timeoutS));
-    while (byte != VORN_BYTE_TIMEOUT && count < capacity) {
+    while (byte != VORN_BYTE_TIMEOUT) {
         buffer[count++] = static_cast<std::uint8_t>(byte);
         byte = count < capacity ? stream.next(kSilenceMs) : int{VORN_BYTE_TIMEOUT};
     }

@@ -41,12 +41,10 @@ public:
 private:
     static constexpr int kPreambleSize = 5;
 
-    void store(std::uint8_t byte)
-    {
-        if (count_ < VORN_ID2_CAPACITY) {
-            buffer_[count_++] = byte;
-        }
-    }
+    // The preamble, the length, the longest body, and the byte more that is taken over USB.
+    static_assert(VORN_ID2_CAPACITY >= kPreambleSize + 2 + 0xFFFF + 1, "every byte of the longest frame has room");
+
+    void store(std::uint8_t byte) { buffer_[count_++] = byte; }
 
     std::uint8_t* buffer_;
     int count_ = 0;

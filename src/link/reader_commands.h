@@ -30,8 +30,9 @@ public:
     {
         static constexpr std::uint8_t kCardClass = 0x32;
         const std::uint8_t head[] = {kCardClass, static_cast<std::uint8_t>(operation)};
-        complete_ = bytes_.append(ByteView(head, sizeof head)) &&
-                    bytes_.append(ByteView(parameters.begin(), parameters.size()));
+        static_assert(sizeof head <= VORN_COMMAND_MAX, "there is room for the class and the operation");
+        proven(bytes_.append(ByteView(head, sizeof head)));
+        complete_ = bytes_.append(ByteView(parameters.begin(), parameters.size()));
     }
 
     // Further parameters. A command that has more than a frame can carry is not complete, and is not sent.

@@ -3,6 +3,7 @@
 #include "link/id_frame.h"
 #include "link/medium.h"
 #include "link/myusb.h"
+#include "public/bytes.h"
 
 #include "vorn/link.h"
 
@@ -36,8 +37,10 @@ public:
     // Did the device send more behind the last byte taken? The zeros that fill a packet up are nothing.
     bool moreBehind() const
     {
-        for (int at = position_; at < hiddevice.transferred() && at < kPacketSize; ++at) {
-            if (packet_[at] != 0) {
+        const ByteView received =
+            ByteView(packet_, kPacketSize).first(static_cast<std::size_t>(hiddevice.transferred()));
+        for (auto at = static_cast<std::size_t>(position_); at < received.size(); ++at) {
+            if (received[at] != 0) {
                 return true;
             }
         }

@@ -3,21 +3,20 @@
 
 namespace vorn {
 
-bool GrowingBytes::append(ByteView more)
+void GrowingBytes::append(ByteView more)
 {
-    if (more.size() > capacity_ - size_ && !grow(more.size())) {
-        return false;
+    complete_ = complete_ && (more.size() <= capacity_ - size_ || grow(more.size()));
+    if (complete_) {
+        more.copyTo(bytes_ + size_);
+        size_ += more.size();
     }
-    more.copyTo(bytes_ + size_);
-    size_ += more.size();
-    return true;
 }
 
 bool GrowingBytes::grow(std::size_t more)
 {
     constexpr std::size_t kFirst = 4096;
-    constexpr std::size_t kMost = SIZE_MAX / 4;
-    if (more > kMost || capacity_ > kMost) {
+    constexpr std::size_t kMost = SIZE_MAX / 4; // far beyond what there is memory for
+    if (more > kMost) {
         return false;
     }
     const std::size_t capacity = 2 * capacity_ + (more > kFirst ? more : kFirst);

@@ -17,8 +17,9 @@ public:
 
     ByteView view() const { return ByteView(bytes_, size_); }
 
-    // False: there is no memory for them; what was there stays. `more` is no part of these bytes.
-    [[nodiscard]] bool append(ByteView more);
+    // `more` is no part of these bytes. What there is no memory for is left out, and so is all that comes behind it.
+    void append(ByteView more);
+    bool complete() const { return complete_; }
 
 private:
     bool grow(std::size_t more);
@@ -26,6 +27,7 @@ private:
     std::uint8_t* bytes_ = nullptr;
     std::size_t size_ = 0;
     std::size_t capacity_ = 0;
+    bool complete_ = true;
 };
 
 } // namespace vorn

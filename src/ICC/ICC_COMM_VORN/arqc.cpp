@@ -47,17 +47,22 @@ public:
     bool build(ByteView aid, ByteView aip, ByteView records)
     {
         static constexpr std::uint8_t kBeyond[6] = {};
-        return putItem(tag::kAid, aid) && putItem(tag::kAip, aip) && data_.append(records) &&
-               data_.append(ByteView(kBeyond, sizeof kBeyond));
+        putItem(tag::kAid, aid);
+        putItem(tag::kAip, aip);
+        data_.append(records);
+        data_.append(ByteView(kBeyond, sizeof kBeyond));
+        return data_.complete();
     }
 
     ByteView searched() const { return data_.view(); }
 
 private:
-    bool putItem(Tag tag, ByteView value)
+    void putItem(Tag tag, ByteView value)
     {
         const auto length = static_cast<std::uint8_t>(value.size());
-        return data_.append(tag.view()) && data_.append(ByteView(&length, 1)) && data_.append(value);
+        data_.append(tag.view());
+        data_.append(ByteView(&length, 1));
+        data_.append(value);
     }
 
     GrowingBytes data_;
@@ -81,10 +86,8 @@ bool buildState(ByteView applicationData, State& state)
             proven(putObject(state, item, value.view()));
         }
     }
-    const TagValue aip = readTag(tag::kAip, applicationData);
-    if (aip.found) {
-        proven(putObject(state, tag::kAip, ByteView(aip.bytes, 2)));
-    }
+    const TagValue aip = readTag(tag::kAip, applicationData); // ApplicationData puts it there
+    proven(putObject(state, tag::kAip, ByteView(aip.bytes, 2)));
     return true;
 }
 

@@ -113,9 +113,7 @@ void putField(TerminalData& data, std::size_t width, ByteView value, TooLong too
     } else if (tooLong == TooLong::KeepEnd && value.size() > width) {
         value = value.from(value.size() - width);
     }
-    if (!data.skip(width)) {
-        return;
-    }
+    proven(data.skip(width));
     if (value.size() > data.size()) {
         value = value.from(value.size() - data.size());
     }
