@@ -297,6 +297,17 @@ TEST_F(CardCommands, GetRandomCopiesNoMoreThanTheCount)
     EXPECT_TRUE(outcome.untouchedFrom(4));
 }
 
+TEST_F(CardCommands, GetRandomOfNoCountAsksAndCopiesNothing)
+{
+    for (const int count : {0, -1}) {
+        SCOPED_TRACE(count);
+        reader.apdu(count == 0 ? "00 84 00 00 00" : "00 84 00 00 FF", "11 22 33 44 90 00");
+        Outcome outcome;
+        EXPECT_EQ(vrdk_getrandom(count, outcome.output.data()), 0U);
+        EXPECT_TRUE(outcome.untouchedFrom(0));
+    }
+}
+
 TEST_F(CardCommands, GetRandomOfMoreThanALeCanSaySendsItsLowByteAndFillsUpWithZeros)
 {
     reader.apdu("00 84 00 00 00", repeated("5C", 256) + "9000"); // 512 is 0200

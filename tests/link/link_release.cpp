@@ -6,6 +6,7 @@
 #include "ICC_COMM_VORN.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
 
 #include <cerrno>
 #include <cstring>
@@ -221,6 +222,37 @@ TEST_F(LinkRelease, ANumberThatIsAnotherFilesByNowIsLeftAlone)
     close(file);
 }
 
+TEST_F(LinkRelease, ANumberThatIsFreeByNowIsLeftAlone)
+{
+    const int first = open(line);
+    ASSERT_GE(first, 0);
+    close(first); // the host itself
+    const struct termio after = line.settings();
+    openNothing();
+    EXPECT_FALSE(isOpen(first));
+    EXPECT_TRUE(sameSettings(line.settings(), after));
+}
+
+// Files of one directory differ in nothing but their inode number.
+TEST_F(LinkRelease, ANumberThatIsANeighbouringFilesByNowIsLeftAlone)
+{
+    const std::string directory = std::filesystem::canonical(".").string();
+    for (const char* name : {"first", "second"}) {
+        close(::open(name, O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    }
+    EXPECT_EQ(openParam(".." + directory + "/first:9600,N,8,1"), -1); // no tty: it stays open
+    const int file = ::open("/dev/null", O_RDWR | O_CLOEXEC);
+    const int left = file - 1;
+    ASSERT_EQ(fileOf(left), directory + "/first");
+    close(left); // the host itself
+    ASSERT_EQ(::open("second", O_RDWR | O_CLOEXEC), left) << "the number was to be used again";
+    openNothing();
+    EXPECT_TRUE(isOpen(left));
+    EXPECT_EQ(fileOf(left), directory + "/second");
+    close(left);
+    close(file);
+}
+
 TEST_F(LinkRelease, ADescriptorThatARefusedSpeedClosedIsNotClosedAgain)
 {
     const int first = open(line);
@@ -321,6 +353,25 @@ TEST_F(LinkRelease, ClosedStandardStreamsDoNotBecomeTheLink)
         EXPECT_TRUE(stillClosed) << "what stood in for the streams is still there";
         closeDev(link);
     }
+}
+
+// Where nothing can stand in for a closed stream, nothing is closed in its place either.
+TEST_F(LinkRelease, AClosedStandardStreamWithoutAStandInStaysClosed)
+{
+    rlimit before = {};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const int saved = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 10);
+    close(STDIN_FILENO);
+    const rlimit none = {0, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    const int link = open(line);
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+    const bool closed = !isOpen(STDIN_FILENO);
+    dup2(saved, STDIN_FILENO);
+    close(saved);
+    EXPECT_EQ(link, -1);
+    EXPECT_TRUE(closed);
+    EXPECT_GE(open(line), 0);
 }
 
 // ---------------------------------------------------------------- sessions with the reader

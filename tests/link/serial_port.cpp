@@ -6,8 +6,12 @@
 #include "ICC_COMM_VORN.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -406,6 +410,31 @@ TEST_F(SerialLink, SettingsThatCannotBePutBackAreReportedAndTheDescriptorIsClose
     EXPECT_FALSE(isOpen(handle));
 }
 
+// The host's standard error is a pipe that nobody reads, or a file that may not grow.
+TEST_F(SerialLink, AReportThatCannotBeWrittenEndsNoHost)
+{
+    const auto host = [&](int console) {
+        std::signal(SIGPIPE, SIG_DFL);
+        std::signal(SIGXFSZ, SIG_DFL);
+        ASSERT_GE(openTail(":9600,N,8,1"), 0);
+        ttyCalls().refuseSet = true;
+        dup2(console, STDERR_FILENO);
+        const rlimit nothing = {0, 0};
+        setrlimit(RLIMIT_FSIZE, &nothing);
+        closeDev(handle);
+        std::_Exit(isOpen(handle) ? 1 : 0);
+    };
+    int ends[2] = {-1, -1};
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    close(ends[0]);
+    EXPECT_EXIT(host(ends[1]), ::testing::ExitedWithCode(0), "");
+    close(ends[1]);
+    const int file = open(".", O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+    ASSERT_GE(file, 0);
+    EXPECT_EXIT(host(file), ::testing::ExitedWithCode(0), "");
+    close(file);
+}
+
 TEST_F(SerialLink, ClosingALineThatWasHungUpIsReported)
 {
     ASSERT_GE(openTail(":9600,N,8,1"), 0);
@@ -460,6 +489,38 @@ TEST_F(SerialLink, ALineThatTakesAPartGetsTheRest)
     EXPECT_EQ(ttyCalls().pieces, sizes({128, 28, 128, 28, 5}));
     takeAllSent();
     EXPECT_EQ(line.sent(), bytes);
+}
+
+TEST_F(SerialLink, ALineThatTakesNoneOfTheBytesIsGivenUp)
+{
+    ASSERT_GE(openTail(":9600,N,8,1"), 0);
+    ttyCalls().watched = handle;
+    ttyCalls().takenOfPiece = 0;
+    EXPECT_EQ(WriteBytes(handle, "ABC", 3), 3);
+    EXPECT_GT(ttyCalls().pieces.size(), 1u);
+    ttyCalls().takenOfPiece = 3;
+    ttyCalls().pieces.clear();
+    EXPECT_EQ(WriteBytes(handle, "DEF", 3), 3);
+    EXPECT_EQ(ttyCalls().pieces, sizes({3}));
+    takeAllSent();
+    EXPECT_EQ(line.sent(), Bytes({'D', 'E', 'F'}));
+}
+
+// A caller's seconds are counted in milliseconds, as far as these can be counted.
+TEST_F(SerialLink, SecondsMayBeNoneAndMoreThanMillisecondsCanCount)
+{
+    ASSERT_GE(openTail(":9600,N,8,1"), 0);
+    line.sendAndArrive({0x02, 0x41, 0x03});
+    for (const int seconds : {0, -1, -2147483647}) {
+        SCOPED_TRACE(seconds);
+        EXPECT_EQ(readFrame(10, seconds), -1);
+        EXPECT_EQ(readUntilSilence(seconds), -1);
+        EXPECT_EQ(readIdFrame(seconds), -1);
+    }
+    EXPECT_TRUE(Clock::sleeps().empty());
+    EXPECT_EQ(readFrame(10, 2147483647), 3);
+    line.sendLater({0x02, 0x42, 0x03}, 5000); // the product of the seconds with 1000 in 32 bits is 704 milliseconds
+    EXPECT_EQ(readFrame(10, 4294968), 3);
 }
 
 TEST_F(SerialLink, ALineWithoutRoomIsAskedAgain)
@@ -862,6 +923,21 @@ TEST_F(SerialLink, FlowControlLeftOnBySomebodyIsOffWhileTheLinkIsOpenAndOnAgainB
     EXPECT_TRUE(flowControl());
     EXPECT_TRUE(sameSettings(line.settings(), before));
     close(keeper);
+}
+
+TEST_F(SerialLink, FlowControlOfALineThatWasHungUpIsLeftAndTheDescriptorClosed)
+{
+    const int keeper = open(("/dev/" + line.port()).c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    struct termios modern {};
+    ASSERT_EQ(tcgetattr(keeper, &modern), 0);
+    modern.c_cflag |= CRTSCTS;
+    ASSERT_EQ(tcsetattr(keeper, TCSANOW, &modern), 0);
+    close(keeper);
+    ASSERT_GE(openTail(":9600,N,8,1"), 0);
+    line.hangUp();
+    const std::string expected = "ioctl:: " + std::string(std::strerror(EIO)) + "\n";
+    EXPECT_EQ(standardErrorOf([&] { closeDev(handle); }), expected);
+    EXPECT_FALSE(isOpen(handle));
 }
 
 // ---------------------------------------------------------------- until silence

@@ -323,6 +323,8 @@ TEST(From3x, NoMoreThanTheCharactersCountedAreNeeded)
     EXPECT_EQ(out.hex(1), "7C");
 }
 
+TEST(From3x, OfANegativeCountWritesNothing) { EXPECT_EQ(from3x("3132", -2, 0), ""); }
+
 TEST(VrCharToArray, ReadsPairs) { EXPECT_EQ(charToArray("3;00<>", 3), "3B00CE"); }
 
 TEST(VrCharToArray, OddLastCharacterIsAByteOfItsOwnUnshifted)
@@ -408,6 +410,13 @@ TEST(BcdToCn, CharacterThatIsNoDigitCountsAsZero)
 }
 
 TEST(BcdToCn, OfNoWidthWritesNothing) { EXPECT_EQ(numeric("123", 0), ""); }
+
+TEST(BcdToCn, OfANegativeWidthWritesNothing)
+{
+    Output out;
+    EXPECT_EQ(bcdtocn("123", 3, -1, out.bytes()), 0);
+    EXPECT_EQ(out.hex(0), "");
+}
 
 TEST(BcdToCn, WidestFieldIs512Bytes)
 {
