@@ -2,11 +2,11 @@
 // The library's log files go where it is started; a measurement has a directory of its own, which goes away with it.
 #pragma once
 
+#include <stdlib.h>
+
 #include <filesystem>
 #include <stdexcept>
 #include <string>
-
-#include <stdlib.h>
 
 namespace vorn::bench {
 

@@ -121,13 +121,10 @@ bool ByteStream::write(const std::uint8_t* bytes, int count) const
     return true;
 }
 
-int ByteStream::next(int timeoutMs)
+int ByteStream::awaitNext(int timeoutMs)
 {
     if (timeoutMs <= 0) {
         return VORN_BYTE_TIMEOUT;
-    }
-    if (next_ < size_) {
-        return bytes_[next_++];
     }
     const std::int64_t start = monotonicMilliseconds();
     do {

@@ -26,7 +26,7 @@ public:
     bool write(const std::uint8_t* bytes, int count) const;
 
     // One byte, asked for every millisecond; VORN_BYTE_TIMEOUT when none came in time.
-    int next(int timeoutMs);
+    int next(int timeoutMs) { return next_ < size_ && timeoutMs > 0 ? bytes_[next_++] : awaitNext(timeoutMs); }
 
     // Forgets what was read ahead.
     void dropReadAhead();
@@ -42,6 +42,7 @@ private:
         ino_t node = 0;
     };
     static bool fileOf(int descriptor, File& file);
+    int awaitNext(int timeoutMs);
     bool readAhead();
 
     static constexpr int kReadAhead = 1024;

@@ -24,8 +24,10 @@ void Myusb::init(int vid, int pid)
     pid_ = pid;
     initialised_ = libusb_init(nullptr) == 0;
     if (!initialised_) {
-        const vorn::QuietSignals quiet;
-        std::fputs("failed to initialise libusb\n", stderr);
+        vorn::QuietSignals quiet;
+        if (std::fputs("failed to initialise libusb\n", stderr) < 0) {
+            quiet.failed();
+        }
     }
     // libusb cannot list anything on a context that does not exist.
     libusb_device** devices = nullptr;

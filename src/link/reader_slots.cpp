@@ -6,7 +6,6 @@
 #include "public/local_log.h"
 
 #include "vorn/link.h"
-#include "vorn/log.h"
 
 #include <cstdint>
 
@@ -14,26 +13,17 @@ unsigned char m_VrICType = VORN_INTERFACE_NONE;
 
 namespace {
 
-using vorn::ByteView;
 using vorn::Operation;
 using vorn::ReaderCommand;
 using vorn::ReaderReply;
-
-// A reply that never came has no length, and an empty dump.
-void logCommand(const char* marker, ByteView command, const ReaderReply& reply)
-{
-    vorn::logService("Indata----------------------%s\n", marker);
-    messLog_write_bcd(command.data(), static_cast<int>(command.size()));
-    vorn::logService("Outdata----------------------%s\n", marker);
-    messLog_write_bcd(reply.payload, reply.arrived ? reply.size : 0);
-}
 
 int slotCommand(const char* marker, const ReaderCommand& command, unsigned char* out = nullptr, int* outLen = nullptr)
 {
     ReaderReply reply;
     vorn::exchangeFrame(command.view(), reply);
     const int result = vorn::deliver(reply, out, outLen);
-    logCommand(marker, command.view(), reply);
+    // A reply that never came has no length, and an empty dump.
+    vorn::logExchange(marker, command.view(), vorn::viewOf(reply.payload, reply.arrived ? reply.size : 0));
     return result;
 }
 

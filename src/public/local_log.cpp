@@ -4,7 +4,6 @@
 #include "public/bytes.h"
 #include "public/quiet_signals.h"
 
-#include "vorn/convert.h"
 #include "vorn/log.h"
 
 #include <fcntl.h>
@@ -15,12 +14,16 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <iterator>
 
 char DbgString[512];
 
 namespace {
 
 using vorn::ByteView;
+using vorn::QuietSignals;
+
+constexpr std::size_t kDumpLine = 16;
 
 // Card data are for the host's user alone, whatever its umask. A file that is there keeps its mode, so that an operator
 // can prepare it for a collector.
@@ -39,10 +42,25 @@ int openLog(const char* file)
     return descriptor;
 }
 
+// Two digits and a blank a byte; a line of 16 is ended. Returns the end.
+char* putDumpLine(char* text, ByteView line)
+{
+    constexpr char kDigits[] = "0123456789ABCDEF";
+    for (std::size_t i = 0; i < line.size(); ++i) {
+        *text++ = kDigits[line[i] >> 4];
+        *text++ = kDigits[line[i] & 0x0F];
+        *text++ = ' ';
+    }
+    if (line.size() == kDumpLine) {
+        *text++ = '\n';
+    }
+    return text;
+}
+
 // One entry: the file is open only while it is written, so that nothing is lost when the process dies.
 class Entry {
 public:
-    explicit Entry(const char* file) : descriptor_(openLog(file)) {}
+    Entry(const char* file, QuietSignals& quiet) : descriptor_(openLog(file)), quiet_(quiet) {}
     ~Entry()
     {
         if (descriptor_ != -1) {
@@ -71,57 +89,56 @@ public:
         char* whole = length < sizeof beginning ? nullptr : static_cast<char*>(std::malloc(length + 1));
         if (whole != nullptr) {
             std::vsnprintf(whole, length + 1, format, again);
-            write(whole, length);
+            write(whole, whole + length);
             std::free(whole);
         } else {
-            write(beginning, length < sizeof beginning ? length : sizeof beginning - 1);
+            write(beginning, beginning + (length < sizeof beginning ? length : sizeof beginning - 1));
         }
         va_end(again);
     }
 
     void dump(ByteView bytes)
     {
-        constexpr std::size_t kLine = 16;
-        char text[64 * (3 * kLine + 1)]; // the longest reply of a reader at once
-        std::size_t size = 0;
-        if (bytes.size() > kLine) {
-            text[size++] = '\n';
+        constexpr std::ptrdiff_t kRoom = 3 * kDumpLine + 2; // a line, and the line feed at the end
+        char text[32 * kRoom];                              // the longest reply of a reader at once
+        char* end = text;
+        if (bytes.size() > kDumpLine) {
+            *end++ = '\n';
         }
-        for (std::size_t i = 0; i < bytes.size(); ++i) {
-            ConvAscii(bytes.data() + i, text + size, 1);
-            size += 2;
-            text[size++] = ' ';
-            if (i % kLine == kLine - 1) {
-                text[size++] = '\n';
+        for (; !bytes.empty(); bytes = bytes.from(kDumpLine)) {
+            if (std::end(text) - end < kRoom) {
+                write(text, end);
+                end = text;
             }
-            if (size > sizeof text - kRoomForByte) {
-                write(text, size);
-                size = 0;
-            }
+            end = putDumpLine(end, bytes.first(kDumpLine));
         }
-        text[size++] = '\n';
-        write(text, size);
+        *end++ = '\n';
+        write(text, end);
     }
 
 private:
-    static constexpr std::size_t kRoomForByte = 5; // digits, blank and line feeds
-
-    void write(const char* text, std::size_t size) const
+    void write(const char* text, const char* end)
     {
-        const vorn::QuietSignals quiet;
-        while (descriptor_ != -1 && size > 0) {
-            const ssize_t written = ::write(descriptor_, text, size);
+        while (descriptor_ != -1 && text != end) {
+            const ssize_t written = ::write(descriptor_, text, static_cast<std::size_t>(end - text));
             if (written > 0) {
                 text += written;
-                size -= static_cast<std::size_t>(written);
             } else if (errno != EINTR) {
+                quiet_.failed();
                 return;
             }
         }
     }
 
     int descriptor_;
+    QuietSignals& quiet_;
 };
+
+void dumpInto(const char* file, const unsigned char* data, int n)
+{
+    QuietSignals quiet;
+    Entry(file, quiet).dump(vorn::viewOf(data, n));
+}
 
 } // namespace
 
@@ -131,8 +148,18 @@ void logService(const char* format, ...)
 {
     std::va_list arguments;
     va_start(arguments, format);
-    Entry(VORN_SERVICE_FILE).printList(format, arguments);
+    QuietSignals quiet;
+    Entry(VORN_SERVICE_FILE, quiet).printList(format, arguments);
     va_end(arguments);
+}
+
+void logExchange(const char* marker, ByteView command, ByteView answer)
+{
+    QuietSignals quiet; // once for the four
+    Entry(VORN_SERVICE_FILE, quiet).print("Indata----------------------%s\n", marker);
+    Entry(VORN_SERVICE_FILE, quiet).dump(command);
+    Entry(VORN_SERVICE_FILE, quiet).print("Outdata----------------------%s\n", marker);
+    Entry(VORN_SERVICE_FILE, quiet).dump(answer);
 }
 
 void logTrace(const char* format, ...)
@@ -148,13 +175,21 @@ void logTrace(const char* format, ...)
 
 extern "C" {
 
-void log_write(const char* text) { Entry(VORN_TRACE_FILE).print("%s\r\n", vorn::textOf(text)); }
+void log_write(const char* text)
+{
+    QuietSignals quiet;
+    Entry(VORN_TRACE_FILE, quiet).print("%s\r\n", vorn::textOf(text));
+}
 
-void log_num(int n) { Entry(VORN_TRACE_FILE).print("%d", n); }
+void log_num(int n)
+{
+    QuietSignals quiet;
+    Entry(VORN_TRACE_FILE, quiet).print("%d", n);
+}
 
-void log_write_bcd(const unsigned char* data, int n) { Entry(VORN_TRACE_FILE).dump(vorn::viewOf(data, n)); }
+void log_write_bcd(const unsigned char* data, int n) { dumpInto(VORN_TRACE_FILE, data, n); }
 
-void messLog_write_bcd(const unsigned char* data, int n) { Entry(VORN_SERVICE_FILE).dump(vorn::viewOf(data, n)); }
+void messLog_write_bcd(const unsigned char* data, int n) { dumpInto(VORN_SERVICE_FILE, data, n); }
 
 } // extern "C"
 
