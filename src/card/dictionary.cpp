@@ -5,10 +5,8 @@
 
 #include "vorn/card.h"
 
-extern "C" {
-
 // clang-format off
-const unsigned char gcTagName[432] = {
+constexpr unsigned char gcTagName[432] = {
     0x04, 'g', 0x17, 'b', 0x18, 'b', 0x19, 'b', 0x1A, 'b', 0x1B, 'b', 0x4F, 'v', 0x50, 'a', 0x51, 'b', 0x57, 'b',
     0x5A, 'c', 0x5D, 'c', 0x5F, 0x20, 'a', 0x5F, 0x24, 'n', 0x5F, 0x25, 'n', 0x5F, 0x28, 'n', 0x5F, 0x2A, 'n',
     0x5F, 0x2D, 'a', 0x5F, 0x30, 'n', 0x5F, 0x34, 'n', 0x5F, 0x36, 'n', 0x5F, 0x50, 'a', 0x61, 't', 0x6F, 't',
@@ -36,22 +34,78 @@ const unsigned char gcTagName[432] = {
     0x00};
 // clang-format on
 
-unsigned char vrdk_GetTagType(const unsigned char* tag, int tagLength, const unsigned char* dictionary,
-                              int dictionaryLength)
+namespace vorn {
+namespace {
+
+constexpr int kDictionarySize = sizeof gcTagName - 1; // the zero behind it is none of it
+
+// The letters of the library's own dictionary by tag: those of one byte by that byte, those of two by the three bits in
+// which their first bytes differ and by the second byte. Of a tag that stands twice the first entry counts.
+class Index {
+public:
+    constexpr Index()
+    {
+        for (int at = 0; at < kDictionarySize;) {
+            const bool twoBytes = hasMoreBytes(gcTagName[at]);
+            unsigned char& letter = letters_[place(gcTagName[at], twoBytes, gcTagName[at + 1])];
+            at += twoBytes ? 3 : 2;
+            letter = letter == 0 ? gcTagName[at - 1] : letter;
+        }
+    }
+
+    constexpr unsigned char letterOf(ByteView tag) const
+    {
+        const bool twoBytes = tag.size() == 2;
+        if (tag.empty() || tag.size() > 2 || hasMoreBytes(tag[0]) != twoBytes || (twoBytes && tag[1] >= kSecondBytes)) {
+            return 0;
+        }
+        return letters_[place(tag[0], twoBytes, tag[1])];
+    }
+
+private:
+    static constexpr std::size_t kFirstBytes = 0x100;
+    static constexpr std::size_t kSecondBytes = 0x80; // the others go on in a third
+    static constexpr std::size_t kClasses = 8;
+
+    static constexpr unsigned kMoreTagBytes = 0x1F;
+
+    static constexpr bool hasMoreBytes(unsigned first) { return (first & kMoreTagBytes) == kMoreTagBytes; }
+    static constexpr std::size_t place(unsigned first, bool twoBytes, unsigned second)
+    {
+        return twoBytes ? kFirstBytes + (first >> 5) * kSecondBytes + second : first;
+    }
+
+    unsigned char letters_[kFirstBytes + kClasses * kSecondBytes] = {};
+};
+
+constexpr Index kIndex;
+
+unsigned char letterIn(ByteView dictionary, ByteView tag)
 {
-    const vorn::ByteView sought = vorn::viewOf(tag, tagLength);
-    vorn::ByteView rest = vorn::viewOf(dictionary, dictionaryLength);
-    while (!rest.empty()) {
-        const std::size_t size = vorn::tagSize(rest, vorn::Bound::Length);
+    while (!dictionary.empty()) {
+        const std::size_t size = tagSize(dictionary, Bound::Length);
         if (size == 0) {
             return 0;
         }
-        if (rest.first(size) == sought) {
-            return rest[size];
+        if (dictionary.first(size) == tag) {
+            return dictionary[size];
         }
-        rest = rest.from(size + 1);
+        dictionary = dictionary.from(size + 1);
     }
     return 0;
 }
 
-} // extern "C"
+} // namespace
+} // namespace vorn
+
+using namespace vorn;
+
+extern "C" unsigned char vrdk_GetTagType(const unsigned char* tag, int tagLength, const unsigned char* dictionary,
+                                         int dictionaryLength)
+{
+    const ByteView sought = viewOf(tag, tagLength);
+    if (dictionary == gcTagName && dictionaryLength == kDictionarySize) {
+        return kIndex.letterOf(sought);
+    }
+    return letterIn(viewOf(dictionary, dictionaryLength), sought);
+}

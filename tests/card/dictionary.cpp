@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -114,6 +115,49 @@ TEST(TagDictionary, DoesNotKnowOtherTags)
     for (const char* tag : {"DF01", "9F", "5F", "02", "9F0A", "9F5E", "BF", "DF68", "9F0201", "62", "A6", "00", "FF"}) {
         EXPECT_EQ(typeOf(tag), '-') << tag;
     }
+}
+
+// The library looks its own dictionary up by an index. A copy is a host's own, and is walked.
+TEST(TagType, IsThatOfTheWalkForEveryTagOfOneAndTwoBytes)
+{
+    const Bytes copy(gcTagName, gcTagName + 431);
+    int known = 0;
+    for (unsigned number = 0; number <= 0xFFFF; ++number) {
+        const unsigned char tag[] = {static_cast<unsigned char>(number >> 8), static_cast<unsigned char>(number)};
+        for (const int size : {1, 2}) {
+            const unsigned char* const begin = tag + (2 - size);
+            const unsigned char walked = vrdk_GetTagType(begin, size, copy.data(), 431);
+            ASSERT_EQ(vrdk_GetTagType(begin, size, gcTagName, 431), walked) << toHex(Bytes(begin, tag + 2));
+            known += walked != 0 && (size == 2 || tag[0] == 0) ? 1 : 0;
+        }
+    }
+    EXPECT_EQ(known, 159);
+}
+
+TEST(TagType, IsThatOfTheWalkForRandomTags)
+{
+    const Bytes copy(gcTagName, gcTagName + 431);
+    std::mt19937 random(20291231);
+    for (int round = 0; round < 20000; ++round) {
+        Bytes tag(random() % 6);
+        for (std::uint8_t& byte : tag) {
+            byte = random() % 2 == 0 ? gcTagName[random() % 431] : static_cast<std::uint8_t>(random() & 0xFF);
+        }
+        const int size = static_cast<int>(tag.size());
+        ASSERT_EQ(vrdk_GetTagType(tag.data(), size, gcTagName, 431),
+                  vrdk_GetTagType(tag.data(), size, copy.data(), 431))
+            << toHex(tag);
+    }
+}
+
+TEST(TagType, OwnDictionaryOfAnotherLengthIsWalked)
+{
+    const unsigned char last[] = {0xDF, 0x69};
+    const unsigned char first[] = {0x04};
+    EXPECT_EQ(vrdk_GetTagType(last, 2, gcTagName, 431), 'n');
+    EXPECT_EQ(vrdk_GetTagType(last, 2, gcTagName, 428), 0);
+    EXPECT_EQ(vrdk_GetTagType(first, 1, gcTagName, 2), 'g');
+    EXPECT_EQ(vrdk_GetTagType(first, 1, gcTagName, 0), 0);
 }
 
 TEST(TagType, TagOfNoLengthIsUnknown) { EXPECT_EQ(vrdk_GetTagType(gcTagName, 0, gcTagName, 431), 0); }
