@@ -125,7 +125,7 @@ VORN_API int IC_GetTranDeta(const char* nPortNo, const char* extendPort, int nBa
 
 /* ------------------------------------------------------------------ online transaction */
 
-/* First half: selects, reads, and has the card make an ARQC (EMV Book 3, 10.8). Leaves the card powered for
+/* Begins an online transaction: selects, reads, and has the card make an ARQC (EMV Book 3, 10.8). Leaves the card powered for
  * IC_CtlScriptData; no other card call may come between.
  * pnIcType, pszAIDlist: as IC_GetInfo.
  * pszTxData: lettered text (see convertFlagtoTLV) with the transaction's data; widths in bytes and defaults:
@@ -147,8 +147,8 @@ VORN_API int IC_GenARQC(const char* nPortNo, const char* extendPort, int nBaudRa
                         const char* pszAIDlist, const char* pszTxData, int* pnARQCLen, char* pszARQC,
                         char* icc_tempappdata);
 
-/* Second half: EXTERNAL AUTHENTICATE, second GENERATE AC, issuer script (EMV Book 3, 10.9 to 10.11), on the card
- * as IC_GenARQC left it. The card is powered off only after a script; otherwise it stays powered.
+/* Completes an online transaction: EXTERNAL AUTHENTICATE, second GENERATE AC, issuer script (EMV Book 3, 10.9 to
+ * 10.11), on the card as IC_GenARQC left it. The card is powered off only after a script; otherwise it stays powered.
  * pnIcType: out, the card type of the state. pszTxData: as given to IC_GenARQC (here every value is cut to its
  *   width; a given L is read as an empty 95, and what follows it may be lost to the card's list; a given N goes into a
  *   second 9F66, and 9F7A is sent as zero).
@@ -174,7 +174,8 @@ VORN_API int IC_CtlScriptData(const char* nPortNo, const char* extendPort, int n
  * Return 0; -1 a needed input is NULL; -3; -9, -10, -11.
  */
 
-/* pFlag: set to 1. pszUID: the card's identification as hex text, ICC_ATR_CAPACITY. Untouched on failure. */
+/* Activates the card in the field.
+ * pFlag: set to 1. pszUID: the card's identification as hex text, ICC_ATR_CAPACITY. Untouched on failure. */
 VORN_API int IC_M1ActiveCard(const char* nPortNo, const char* extendPort, int nBaudRate, int nTimeout,
                              unsigned char* pFlag, char* pszUID);
 

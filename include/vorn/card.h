@@ -150,9 +150,8 @@ VORN_API int vrdk_PseAppSelect(const unsigned char* name, int nameLength, alist*
 /* The same from the directory's FCI that the caller has; a length of 0 is an empty one. */
 VORN_API int vrdk_checkADF(const unsigned char* fci, int fciLength, alist* head);
 
-/* *head is set anew, what hung on it is not released.
- * Selects by AID, whole or (prefixAllowed 1) as the beginning of the card's application names. Returns the number
- * of records filled, 0 for none; the first one's application is selected. With a partial name the list ends with
+/* Selects by AID, whole or (prefixAllowed 1) as the beginning of the card's application names. *head is set anew, what
+ * hung on it is not released. Returns the number of records filled, 0 for none; the first one's application is selected. With a partial name the list ends with
  * one extra, empty record. */
 VORN_API int vrdk_AidAppSelect(int prefixAllowed, const unsigned char* aid, int aidLength, flist* head);
 
