@@ -91,7 +91,7 @@ run_guest() { # profile, suite, part
   port=$(head -n 1 "$peer")
   timeout 600 qemu-system-aarch64 -M virt -cpu cortex-a57 -m 512 -nodefaults -nographic -no-reboot \
     -kernel "$(find $vm/unpacked/boot -name 'vmlinuz-*' | head -n 1)" -initrd $vm/initrd.gz \
-    -append "console=ttyAMA0 quiet panic=-1 vorn.profile=$profile vorn.suite=$suite vorn.part=$3${VORN_UNDER_TIMER:+ VORN_UNDER_TIMER=1}" \
+    -append "console=ttyAMA0 quiet panic=-1 vorn.profile=$profile vorn.suite=$suite vorn.part=$3" \
     -serial mon:stdio -chardev serial,id=s0,path=/dev/"$port" -device pci-serial,chardev=s0 \
     -device qemu-xhci -chardev socket,id=r0,path="$socket" -device usb-redir,chardev=r0 \
     </dev/null >"$out/console-$suite" 2>&1

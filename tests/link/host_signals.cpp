@@ -50,7 +50,7 @@ protected:
     HostSignals()
     {
         ttyCalls() = TtyCalls{};
-        Clock::release();
+        Clock::releaseSlow(50);
     }
 
     // Of each call, the pauses of the line protocol; polls are not among them.

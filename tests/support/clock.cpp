@@ -20,6 +20,9 @@ struct State {
     std::int64_t monotonic = 0; // likewise; goes on from test to test
     std::int64_t lastRead = 0;  // what the library saw last on its monotonic clock
     std::int64_t pausesUntil = kNever;
+    std::int64_t pauseEnds = 0; // on the real monotonic clock
+    std::int64_t slowness = 1;
+    std::int64_t slowSince = 0; // likewise
     std::int64_t interruptEvery = 0;
     unsigned interruptions = 0;
     unsigned cutShort = 0;
@@ -47,6 +50,25 @@ std::int64_t realMicroseconds()
     timespec now{};
     syscall(SYS_clock_gettime, CLOCK_REALTIME, &now);
     return microsecondsOf(now);
+}
+
+std::int64_t realMonotonic()
+{
+    timespec now{};
+    syscall(SYS_clock_gettime, CLOCK_MONOTONIC, &now);
+    return microsecondsOf(now);
+}
+
+// What the library sees.
+std::int64_t monotonic()
+{
+    const State& clock = state();
+    return clock.frozen ? clock.monotonic : clock.slowSince + (realMonotonic() - clock.slowSince) / clock.slowness;
+}
+
+timespec timespecOf(std::int64_t microseconds)
+{
+    return {microseconds / kSecond, microseconds % kSecond * 1000};
 }
 
 struct Range {
@@ -80,19 +102,24 @@ int frozenSleep(std::int64_t length)
     return interrupted ? EINTR : 0;
 }
 
+int realSleep()
+{
+    const timespec end = timespecOf(state().pauseEnds);
+    return syscall(SYS_clock_nanosleep, CLOCK_MONOTONIC, TIMER_ABSTIME, &end, nullptr) == 0 ? 0 : errno;
+}
+
 // A pause of the library, in frozen time or really.
-int pauseOfLibrary(int flags, const timespec* request)
+int pauseOfLibrary(const timespec* request)
 {
     State& clock = state();
     const std::int64_t until = microsecondsOf(*request);
     if (until != clock.pausesUntil) {
         clock.cutShort += clock.pausesUntil != kNever ? 1U : 0U;
         clock.pausesUntil = until;
+        clock.pauseEnds = realMonotonic() + until - clock.lastRead;
         clock.sleeps.push_back(static_cast<unsigned>(until - clock.lastRead));
     }
-    const int error = clock.frozen ? frozenSleep(until - clock.monotonic)
-                      : syscall(SYS_clock_nanosleep, CLOCK_MONOTONIC, flags, request, nullptr) == 0 ? 0
-                                                                                                    : errno;
+    const int error = clock.frozen ? frozenSleep(until - clock.monotonic) : realSleep();
     if (error == EINTR) {
         ++clock.interruptions;
     } else {
@@ -122,6 +149,13 @@ void Clock::freeze(std::time_t start)
 }
 
 void Clock::release() { startAnew(); }
+
+void Clock::releaseSlow(int slowness)
+{
+    startAnew();
+    state().slowness = slowness;
+    state().slowSince = realMonotonic();
+}
 
 void Clock::advance(std::int64_t microseconds)
 {
@@ -161,20 +195,15 @@ int clock_gettime(clockid_t clock, timespec* now) noexcept
     if (clock != CLOCK_MONOTONIC || !isOfLibrary(__builtin_return_address(0))) {
         return static_cast<int>(syscall(SYS_clock_gettime, clock, now));
     }
-    if (state().frozen) {
-        now->tv_sec = state().monotonic / kSecond;
-        now->tv_nsec = state().monotonic % kSecond * 1000;
-    } else {
-        syscall(SYS_clock_gettime, clock, now);
-    }
-    state().lastRead = vorn::test::microsecondsOf(*now);
+    state().lastRead = vorn::test::monotonic();
+    *now = vorn::test::timespecOf(state().lastRead);
     return 0;
 }
 
 int clock_nanosleep(clockid_t clock, int flags, const timespec* request, timespec* left)
 {
     if (isOfLibrary(__builtin_return_address(0))) {
-        return vorn::test::pauseOfLibrary(flags, request);
+        return vorn::test::pauseOfLibrary(request);
     }
     return syscall(SYS_clock_nanosleep, clock, flags, request, left) == 0 ? 0 : errno;
 }

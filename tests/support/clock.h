@@ -21,6 +21,9 @@ public:
     static void freeze(std::time_t start = 1700000000);
     // Real time and real sleeping.
     static void release();
+    // Real sleeping, but a clock that goes so many times slower: what the library waits for may come that much later on a
+    // busy machine.
+    static void releaseSlow(int slowness);
 
     static void advance(std::int64_t microseconds);
     // Changes the date alone, as somebody does who sets a terminal's clock.

@@ -250,7 +250,7 @@ TEST_F(Debit, ManyCallsInARow)
     }
 }
 
-// Of the library's pauses since the last Clock::release, those of the line protocol; polls are not among them.
+// Of the library's pauses since the clock was released, those of the line protocol; polls are not among them.
 std::vector<unsigned> protocolPauses()
 {
     std::vector<unsigned> pauses;
@@ -268,10 +268,6 @@ TEST_F(Debit, TwoHundredCallsUnderATimerAreAllGoodAndTheirPausesFull)
     if (!serial()) {
         GTEST_SKIP() << "the pauses are those of a tty";
     }
-    // It needs an idle machine: emulated, a reply can come later than a reader's three seconds.
-    if (std::getenv("VORN_UNDER_TIMER") == nullptr) {
-        GTEST_SKIP() << "run by VORN_UNDER_TIMER=1 ./check arm64";
-    }
     constexpr int kRounds = 50; // of four calls
     constexpr char kAtr[] = "3BED00008131FE4551494E47484544454249543031A5";
     constexpr char kSelect[] = "00A404000E315041592E5359532E4444463031";
@@ -281,7 +277,7 @@ TEST_F(Debit, TwoHundredCallsUnderATimerAreAllGoodAndTheirPausesFull)
     ASSERT_EQ(expectedInfo.substr(4, sizeof kAccount - 1), kAccount);
     ASSERT_EQ(expectedResponse.substr(0, 2), "6F");
 
-    vorn::test::Clock::release();
+    vorn::test::Clock::releaseSlow(50); // emulated on a busy machine, a reply can come later than in three seconds
     {
         const vorn::test::Timer timer;
         for (int i = 0; i < kRounds && !HasFailure(); ++i) {
