@@ -66,10 +66,7 @@ std::int64_t monotonic()
     return clock.frozen ? clock.monotonic : clock.slowSince + (realMonotonic() - clock.slowSince) / clock.slowness;
 }
 
-timespec timespecOf(std::int64_t microseconds)
-{
-    return {microseconds / kSecond, microseconds % kSecond * 1000};
-}
+timespec timespecOf(std::int64_t microseconds) { return {microseconds / kSecond, microseconds % kSecond * 1000}; }
 
 struct Range {
     std::uintptr_t begin = 0, end = 0;
