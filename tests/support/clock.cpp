@@ -5,8 +5,10 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 
 namespace vorn::test {
 namespace {
@@ -72,12 +74,17 @@ struct Range {
     std::uintptr_t begin = 0, end = 0;
 };
 
+// The library, and the driver that is made of its link.
+constexpr const char* kLibraries[] = {"ICC_COMM_VORN", "libifdvorn"};
+using Ranges = std::vector<Range>;
+
 int findLibrary(dl_phdr_info* object, std::size_t, void* found)
 {
-    if (std::strstr(object->dlpi_name, "ICC_COMM_VORN") == nullptr) {
+    const auto isName = [object](const char* name) { return std::strstr(object->dlpi_name, name) != nullptr; };
+    if (std::none_of(std::begin(kLibraries), std::end(kLibraries), isName)) {
         return 0;
     }
-    auto& range = *static_cast<Range*>(found);
+    Range& range = static_cast<Ranges*>(found)->emplace_back();
     range.begin = object->dlpi_addr;
     for (int i = 0; i < object->dlpi_phnum; ++i) {
         const auto& segment = object->dlpi_phdr[i];
@@ -85,7 +92,7 @@ int findLibrary(dl_phdr_info* object, std::size_t, void* found)
             range.end = object->dlpi_addr + segment.p_vaddr + segment.p_memsz;
         }
     }
-    return 1;
+    return 0;
 }
 
 int frozenSleep(std::int64_t length)
@@ -129,13 +136,14 @@ int pauseOfLibrary(const timespec* request)
 
 bool isOfLibrary(const void* code)
 {
-    static const Range library = [] {
-        Range range;
-        dl_iterate_phdr(findLibrary, &range);
-        return range;
+    static const Ranges libraries = [] {
+        Ranges found;
+        dl_iterate_phdr(findLibrary, &found);
+        return found;
     }();
     const auto address = reinterpret_cast<std::uintptr_t>(code);
-    return address >= library.begin && address < library.end;
+    return std::any_of(libraries.begin(), libraries.end(),
+                       [address](const Range& range) { return address >= range.begin && address < range.end; });
 }
 
 void Clock::freeze(std::time_t start)
