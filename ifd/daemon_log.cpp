@@ -6,8 +6,6 @@
 #include "public/console.h"
 #include "public/local_log.h"
 
-#include "vorn/log.h"
-
 extern "C" {
 #include <debuglog.h>
 }
@@ -64,8 +62,6 @@ void printError(const char* text)
     ifd::logProblem("%.*s: %s", length, text, cause);
 }
 
-void logService(const char*, ...) {}
+void logExchange(const char*, ByteView, ByteView) {}
 
 } // namespace vorn
-
-extern "C" void messLog_write_bcd(const unsigned char*, int) {}
