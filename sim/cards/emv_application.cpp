@@ -12,6 +12,7 @@ constexpr std::uint8_t kAac = 0x00;
 constexpr std::uint8_t kTc = 0x40;
 constexpr std::uint8_t kArqc = 0x80;
 constexpr std::uint8_t kTypeMask = 0xC0;
+constexpr std::uint8_t kCombined = 0x10; // P1 of GENERATE AC: to be signed as well
 constexpr std::size_t kAccountLines = 1000;
 constexpr std::size_t kArpcSize = 8;
 
@@ -90,6 +91,7 @@ Answer EmvApplication::getProcessingOptions(const Command& command)
     last_ = current_;
     transaction_.processing = true;
     transaction_.terminal = tlv::split(a_.pdol, *values);
+    transaction_.lists = *values;
     account_.add("transaction " + std::to_string(a_.state.atc) + " begins");
 
     if (a_.processingFormat == 1) {
@@ -227,7 +229,9 @@ Answer EmvApplication::generateCryptogram(const Command& command)
     if (!transaction_.processing || !a_.keys || transaction_.second || (second && *transaction_.first != kArqc)) {
         return refusal(0x6985);
     }
-    if (command.p1 != asked || command.p2 != 0 || asked == (second ? kArqc : kTypeMask)) {
+    const bool combined = a_.offline.combined && (command.p1 & kCombined) != 0;
+    if (command.p1 != (asked | (combined ? kCombined : 0)) || command.p2 != 0 ||
+        asked == (second ? kArqc : kTypeMask)) {
         return refusal(0x6A86);
     }
     const tlv::Dol dol = (second ? a_.cdol2 : a_.cdol1).value_or(tlv::Dol());
@@ -240,18 +244,21 @@ Answer EmvApplication::generateCryptogram(const Command& command)
     for (const auto& [tag, value] : sent) {
         transaction_.terminal[tag] = value;
     }
+    tlv::append(transaction_.lists, command.data);
     const Decision decision = second ? decideSecond(asked) : decideFirst(asked);
     (second ? transaction_.second : transaction_.first) = decision.type;
     transaction_.keys = crypto::sessionKeys(*a_.keys, a_.state.atc);
     account_.add(std::string(second ? "second" : "first") + " cryptogram: " + typeName(decision.type) + " over " +
                  money(amount()) + " (" + decision.why + ")");
-    return answerCryptogram(sent);
+    return answerCryptogram(sent, combined);
 }
 
-// Only what this very command carried goes into the cryptogram: an issuer verifies it from the terminal's words.
-Answer EmvApplication::answerCryptogram(const std::map<tlv::Tag, Bytes>& cdol)
+std::uint8_t EmvApplication::type() const { return transaction_.second.value_or(transaction_.first.value_or(kAac)); }
+
+// Only what this very command carried goes into the cryptogram: an issuer verifies it from the terminal's words. An AAC
+// is never signed: the terminal declines, whoever has sent it.
+Answer EmvApplication::answerCryptogram(const std::map<tlv::Tag, Bytes>& cdol, bool combined)
 {
-    const std::uint8_t type = transaction_.second.value_or(transaction_.first.value_or(kAac));
     auto objects = cdol;
     objects[0x82] = a_.aip;
     objects[kCounter] = counter(a_.state.atc);
@@ -261,22 +268,27 @@ Answer EmvApplication::answerCryptogram(const std::map<tlv::Tag, Bytes>& cdol)
         payWithCash(); // the issuer is told of the balance that is left
     }
     const Bytes data = issuerApplicationData();
-    const Bytes cryptogramBytes(cryptogram.begin(), cryptogram.end());
     if (transaction_.second) {
         completeSecond();
     } else {
         transaction_.firstCryptogram = cryptogram;
         completeFirst();
     }
+    return combined && type() != kAac ? signCryptogram(cryptogram, data) : formatCryptogram(cryptogram, data);
+}
+
+Answer EmvApplication::formatCryptogram(const crypto::Block& cryptogram, const Bytes& data) const
+{
+    const Bytes cryptogramBytes(cryptogram.begin(), cryptogram.end());
     if (a_.cryptogramFormat == 1) {
-        Bytes value = {type};
-        tlv::append(value, objects[kCounter]);
+        Bytes value = {type()};
+        tlv::append(value, counter(a_.state.atc));
         tlv::append(value, cryptogramBytes);
         tlv::append(value, data);
         return {tlv::encode(0x80, value)};
     }
-    Bytes value = tlv::encode(0x9F27, {type});
-    tlv::append(value, tlv::encode(kCounter, objects[kCounter]));
+    Bytes value = tlv::encode(0x9F27, {type()});
+    tlv::append(value, tlv::encode(kCounter, counter(a_.state.atc)));
     tlv::append(value, tlv::encode(0x9F26, cryptogramBytes));
     tlv::append(value, tlv::encode(0x9F10, data));
     return {tlv::encode(0x77, value)};

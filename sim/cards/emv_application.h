@@ -54,6 +54,7 @@ public:
     void reset() { transaction_ = {}; } // selected anew, or the power went off
 
     Answer getProcessingOptions(const Command& command);
+    Answer internalAuthenticate(const Command& command);
     Answer generateCryptogram(const Command& command);
     Answer externalAuthenticate(const Command& command);
     Answer getData(const Command& command) const;
@@ -70,6 +71,7 @@ private:
     struct Transaction {
         bool processing = false;            // GET PROCESSING OPTIONS was answered
         std::map<tlv::Tag, Bytes> terminal; // everything the terminal has said so far
+        Bytes lists;                        // the values of PDOL and CDOLs as they came
         crypto::KeySet keys;
         std::optional<std::uint8_t> first;
         std::optional<std::uint8_t> second;
@@ -93,7 +95,11 @@ private:
     Decision decideSecond(std::uint8_t asked) const;
     Bytes verificationResults() const;
     Bytes issuerApplicationData() const;
-    Answer answerCryptogram(const std::map<tlv::Tag, Bytes>& cdol);
+    Bytes dynamicNumber() const;
+    Answer answerCryptogram(const std::map<tlv::Tag, Bytes>& cdol, bool combined);
+    Answer formatCryptogram(const crypto::Block& cryptogram, const Bytes& data) const;
+    Answer signCryptogram(const crypto::Block& cryptogram, const Bytes& data) const;
+    std::uint8_t type() const; // of the latest cryptogram
     void payWithCash();
     void completeFirst();
     void completeSecond();

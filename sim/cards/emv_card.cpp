@@ -67,6 +67,7 @@ const CommandRow kApplicationCommands[] = {
     {0x80, 0xAE, [](EmvApplication& a, const Command& c, bool&) { return a.generateCryptogram(c); }},
     {0x80, 0xCA, [](EmvApplication& a, const Command& c, bool&) { return a.getData(c); }},
     {0x00, 0x82, [](EmvApplication& a, const Command& c, bool&) { return a.externalAuthenticate(c); }},
+    {0x00, 0x88, [](EmvApplication& a, const Command& c, bool&) { return a.internalAuthenticate(c); }},
     {0x00, 0x20, [](EmvApplication& a, const Command& c, bool&) { return a.verify(c); }},
     {0x84, 0xDA, [](EmvApplication& a, const Command& c, bool&) { return a.putData(c); }},
     {0x84, 0x1E, [](EmvApplication& a, const Command& c, bool&) { return a.block(c); }},

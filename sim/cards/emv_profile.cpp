@@ -175,18 +175,6 @@ DedicatedFile defaultDirectory(const JsonNode& applications)
 
 // ---------------------------------------------------------------- applications
 
-std::optional<Bytes> findInRecords(const Records& records, tlv::Tag tag)
-{
-    for (const auto& file : records) {
-        for (const Bytes& record : file.second) {
-            if (auto value = tlv::find(record, tag)) {
-                return value;
-            }
-        }
-    }
-    return std::nullopt;
-}
-
 Bytes readFci(const JsonNode& node, const Bytes& aid, const std::optional<TransactionLog>& log, std::size_t logCount)
 {
     if (const auto raw = node.find("fci_raw")) {
@@ -270,7 +258,8 @@ std::optional<TransactionLog> readLog(const JsonNode& node, Records& files)
 }
 
 // Without the member: every file of the records but the log, each from its first record to its last.
-Bytes readLocator(const JsonNode& node, const Records& records, const std::optional<TransactionLog>& log)
+Bytes readLocator(const JsonNode& node, const Records& records, const std::optional<TransactionLog>& log,
+                  const std::optional<CardCertificates>& certificates)
 {
     if (const auto afl = node.find("afl")) {
         Bytes entries = bytesOf(*afl, 0, 248);
@@ -282,10 +271,30 @@ Bytes readLocator(const JsonNode& node, const Records& records, const std::optio
     Bytes entries;
     for (const auto& [sfi, list] : records) {
         if (!(log && log->sfi == sfi)) {
-            tlv::append(entries, {static_cast<std::uint8_t>(sfi << 3), 1, static_cast<std::uint8_t>(list.size()), 0});
+            const unsigned authenticated = certificates ? certificates->signedRecords(sfi) : 0;
+            tlv::append(entries, {static_cast<std::uint8_t>(sfi << 3), 1, static_cast<std::uint8_t>(list.size()),
+                                  static_cast<std::uint8_t>(authenticated)});
         }
     }
     return entries;
+}
+
+// The AIP says what the card can do, unless the profile states another; the certificates vouch for it and for the
+// records that the AFL marks.
+void readOfflineAuthentication(const JsonNode& node, Application& application)
+{
+    constexpr unsigned kUsual = 0x1C; // cardholder verification, risk management and issuer authentication
+    Records& files = application.file.records;
+    const auto member = node.find("offline_authentication");
+    const auto certificates = member ? std::optional<CardCertificates>(std::in_place, *member, files) : std::nullopt;
+    application.offline = certificates ? certificates->methods() : OfflineAuthentication();
+    const auto aip = node.find("aip");
+    application.aip =
+        aip ? bytesOf(*aip, 2, 2) : Bytes{static_cast<std::uint8_t>(kUsual | application.offline.profileBits()), 0x00};
+    application.afl = readLocator(node, files, application.log, certificates);
+    if (certificates) {
+        certificates->fill(application.aip, application.afl, files);
+    }
 }
 
 crypto::Key keyOf(const JsonNode& node)
@@ -482,6 +491,7 @@ Application readApplication(const JsonNode& node)
                 "ac_format",
                 "refuse_gpo",
                 "records",
+                "offline_authentication",
                 "binaries",
                 "get_data",
                 "get_data_raw",
@@ -513,13 +523,12 @@ Application readApplication(const JsonNode& node)
         readFci(node, application.file.name, application.log, application.log ? application.log->capacity : 0);
     application.binaries = readBinaries(node.find("binaries"));
 
+    readOfflineAuthentication(node, application);
     const Records& files = application.file.records;
     application.pdol = readDol(node, tlv::find(application.file.fci, 0x9F38), "9F38").value_or(tlv::Dol());
     application.cdol1 = readDol(node, findInRecords(files, 0x8C), "8C");
     application.cdol2 = readDol(node, findInRecords(files, 0x8D), "8D");
-    const auto aip = node.find("aip");
-    application.aip = aip ? bytesOf(*aip, 2, 2) : Bytes{0x7C, 0x00};
-    application.afl = readLocator(node, files, application.log);
+    application.ddol = readDol(node, findInRecords(files, 0x9F49), "9F49").value_or(tlv::Dol());
     application.processingFormat = formatOf(node, "gpo_format");
     application.cryptogramFormat = formatOf(node, "ac_format");
     const auto refuse = node.find("refuse_gpo");

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "sim/cards/crypto.h"
+#include "sim/cards/offline_authentication.h"
 #include "sim/data/json_node.h"
 
 #include <map>
@@ -11,8 +12,6 @@
 #include <vector>
 
 namespace vorn::sim {
-
-using Records = std::map<unsigned, std::vector<Bytes>>; // by short file identifier
 
 // What SELECT finds by name: a directory or an application.
 struct DedicatedFile {
@@ -62,6 +61,8 @@ struct Application {
     std::optional<tlv::Dol> cdol2;
     Bytes aip;
     Bytes afl;
+    OfflineAuthentication offline;
+    tlv::Dol ddol;                 // what INTERNAL AUTHENTICATE brings
     unsigned processingFormat = 1; // of the answer to GET PROCESSING OPTIONS: template 80 or 77
     unsigned cryptogramFormat = 1; // of the answer to GENERATE AC
     bool refuseProcessing = false;
