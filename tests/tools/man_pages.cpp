@@ -10,7 +10,7 @@ namespace {
 
 using namespace vorn::test;
 
-const fs::path kPages = fs::path(tool()).parent_path() / "man";
+const fs::path kPages = tool().parent_path() / "man";
 
 // What a shell command prints, both streams.
 std::string said(const std::string& command)
