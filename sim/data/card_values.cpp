@@ -7,6 +7,7 @@
 
 #include <iconv.h>
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace vorn::sim {
@@ -73,8 +74,8 @@ Bytes wordingOf(const JsonNode& node)
     if (startsWith(all, kGbk)) {
         try {
             return utf8ToGbk(all.substr(kGbk.size()));
-        } catch (const std::invalid_argument&) {
-            node.expected("a text that GBK can hold");
+        } catch (const std::invalid_argument& problem) {
+            node.expected(problem.what());
         }
     }
     if (startsWith(all, kText)) {
@@ -106,9 +107,12 @@ Bytes objectsOf(const JsonNode& node)
 
 Bytes utf8ToGbk(const std::string& text)
 {
+    if (std::all_of(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0x80U) == 0; })) {
+        return {text.begin(), text.end()};
+    }
     const iconv_t converter = iconv_open("GBK", "UTF-8");
     if (converter == iconv_t(-1)) {
-        throw std::invalid_argument("no conversion to GBK on this system");
+        throw std::invalid_argument("an ASCII text, since this system's C library has no conversion to GBK");
     }
     std::string in = text;
     Bytes out(2 * in.size() + 1);
@@ -119,7 +123,7 @@ Bytes utf8ToGbk(const std::string& text)
     const std::size_t result = iconv(converter, &from, &left, &to, &room);
     iconv_close(converter);
     if (result == static_cast<std::size_t>(-1)) {
-        throw std::invalid_argument("not a text that GBK can hold");
+        throw std::invalid_argument("a text that GBK can hold");
     }
     out.resize(out.size() - room);
     return out;

@@ -5,6 +5,7 @@
 #include "tools/cli/version.h"
 #include "tools/commands/command.h"
 #include "tools/explain/hex.h"
+#include "tools/explain/present.h"
 #include "tools/session/library_version.h"
 #include "tools/session/port_list.h"
 #include "tools/session/port_name.h"
@@ -49,6 +50,7 @@ public:
     Exit run()
     {
         examineSoftware();
+        examineText();
         examineLogFiles();
         if (options_.link.profile.empty()) {
             examinePorts();
@@ -80,6 +82,7 @@ private:
     }
 
     void examineSoftware();
+    void examineText();
     void examineLogFiles();
     void examinePorts();
     bool examineAccess(const PortInfo& port);
@@ -101,6 +104,18 @@ void Examination::examineSoftware()
         add(Kind::Bad, "library",
             "version " + version + ", this tool is made for " + kLibraryVersion + ": " + libraryPath(),
             "install tool and library of one release; LD_LIBRARY_PATH may lead to another library");
+    }
+}
+
+// The library hands out cards' Chinese text through the C library's conversion, which small systems leave out.
+void Examination::examineText()
+{
+    if (gbkConverts()) {
+        add(Kind::Good, "Chinese text", "the C library converts it from and to GBK");
+    } else {
+        add(Kind::Bad, "Chinese text",
+            std::string(kNoGbk) + ": names in Chinese are lost, merchants in the card's log among them",
+            "install the C library's modules: gconv/GBK.so, and gconv/gconv-modules, which names it");
     }
 }
 

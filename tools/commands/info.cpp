@@ -75,10 +75,20 @@ std::string documentType(const std::string& hex)
     return hex;
 }
 
-std::string textOfHex(const std::string& hex)
+std::string maskDocument(const std::string& utf8) { return maskMiddle(utf8, 3, 2); }
+
+// What could not be read is masked as a whole: its hex, or a remark about it, is not the text that a mask is made for.
+std::string cardText(const std::string& hex, bool show, std::string (*mask)(const std::string&))
 {
     const auto bytes = fromHex(hex);
-    return bytes ? textOfGbk(*bytes) : printable(hex);
+    if (!bytes) {
+        return show ? printable(hex) : "***";
+    }
+    if (show) {
+        return textOfGbk(*bytes);
+    }
+    const GbkText text = gbkText(*bytes);
+    return text.problem.empty() ? mask(text.text) : "*** (" + text.problem + ")";
 }
 
 std::string counter(const std::string& hex)
@@ -108,9 +118,9 @@ std::string present(Form form, const std::string& text, bool show)
     case Form::DocumentType:
         return documentType(text);
     case Form::Document:
-        return show ? textOfHex(text) : maskMiddle(textOfHex(text), 3, 2);
+        return cardText(text, show, maskDocument);
     case Form::Name:
-        return show ? textOfHex(text) : maskName(textOfHex(text));
+        return cardText(text, show, maskName);
     }
     return {};
 }

@@ -46,6 +46,9 @@ std::string merchantText(const std::string& utf8)
     return text.substr(0, text.find_last_not_of(' ') + 1);
 }
 
+// The library hands out an empty name where it cannot convert the card's, which is then not an empty one.
+bool nameLost(const LoggedTransaction& one) { return one.merchant.empty() && one.merchantBytes > 0 && !gbkConverts(); }
+
 void printTable(const TransactionList& list)
 {
     Table table({"Date", "Time", "Type", "Amount", "Other amount", "Currency", "Country", "Merchant", "ATC"});
@@ -54,7 +57,8 @@ void printTable(const TransactionList& list)
     for (const LoggedTransaction& one : list.transactions) {
         table.row({dateText(one.date), timeText(one.time), transactionTypeText(one.type), "not told",
                    amountText(one.otherAmount, one.currency), currencyText(one.currency), one.country,
-                   merchantText(one.merchant), counterText(one.counter)});
+                   nameLost(one) ? std::string("(") + kNoGbk + ")" : merchantText(one.merchant),
+                   counterText(one.counter)});
     }
     if (list.transactions.empty()) {
         printLine("The log is empty.");
@@ -79,7 +83,7 @@ Json documentOf(const TransactionList& list)
                                             {"otherAmount", amountText(one.otherAmount, one.currency)},
                                             {"currency", one.currency},
                                             {"country", one.country},
-                                            {"merchant", merchantText(one.merchant)},
+                                            {"merchant", nameLost(one) ? Json() : Json(merchantText(one.merchant))},
                                             {"merchantBytesOnCard", one.merchantBytes},
                                             {"atc", counterText(one.counter)}});
     }

@@ -118,8 +118,14 @@ std::string merchantHex(const std::string& utf8)
     if (utf8.empty()) {
         return {};
     }
-    std::vector<char> gbk(utf8.size() + 8);
-    if (Utf8ToGbk(utf8.data(), utf8.size(), gbk.data(), gbk.size()) != 0) {
+    const bool ascii = plainAscii(utf8);
+    std::vector<char> gbk(utf8.begin(), utf8.end());
+    gbk.resize(utf8.size() + 8);
+    if (!ascii && !gbkConverts()) {
+        throw Failure(Exit::Usage, "the merchant's name cannot be written in GBK: this system has no conversion to it",
+                      "give the name in ASCII, or install the C library's module GBK (vorn doctor)");
+    }
+    if (!ascii && Utf8ToGbk(utf8.data(), utf8.size(), gbk.data(), gbk.size()) != 0) {
         throw Failure(Exit::Usage, "the merchant's name cannot be written in GBK");
     }
     std::string name = gbk.data();

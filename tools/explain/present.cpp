@@ -125,16 +125,44 @@ std::string printable(const std::string& utf8)
     return text;
 }
 
-std::string textOfGbk(const Bytes& bytes)
+bool plainAscii(const std::string& text)
+{
+    return std::all_of(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0x80U) == 0; });
+}
+
+const char* const kNoGbk = "no conversion from GBK on this system";
+
+bool gbkConverts()
+{
+    static const bool known = [] {
+        char utf8[8] = {};
+        return GbkToUtf8("\xD2\xF8", 2, utf8, sizeof utf8) == 0 && std::string(utf8) == "\xE9\x93\xB6";
+    }();
+    return known;
+}
+
+GbkText gbkText(const Bytes& bytes)
 {
     std::string text(bytes.begin(), bytes.end());
     text.erase(std::min(text.find('\0'), text.size()));
     text.erase(text.find_last_not_of(' ') + 1);
+    if (plainAscii(text)) {
+        return {printable(text), ""};
+    }
+    if (!gbkConverts()) {
+        return {toHex(bytes), kNoGbk};
+    }
     std::vector<char> converted(3 * text.size() + 8);
     if (GbkToUtf8(text.data(), text.size(), converted.data(), converted.size()) != 0) {
-        return toHex(bytes) + " (no GBK text)";
+        return {toHex(bytes), "no GBK text"};
     }
-    return printable(converted.data());
+    return {printable(converted.data()), ""};
+}
+
+std::string textOfGbk(const Bytes& bytes)
+{
+    const GbkText text = gbkText(bytes);
+    return text.problem.empty() ? text.text : text.text + " (" + text.problem + ")";
 }
 
 std::string amountText(const std::string& bcd, const std::string& currency)

@@ -17,7 +17,17 @@ using sim::Bytes;
 // Control characters could drive the terminal, marks of writing direction turn a text round, and cards come from
 // strangers.
 std::string printable(const std::string& utf8);
-std::string textOfGbk(const Bytes& bytes); // UTF-8; hex when it is no GBK
+bool plainAscii(const std::string& text);
+// A card's text: ASCII as it stands, anything else converted from GBK; hex with the reason when that cannot be done.
+struct GbkText {
+    std::string text; // UTF-8
+    std::string problem;
+};
+GbkText gbkText(const Bytes& bytes);
+std::string textOfGbk(const Bytes& bytes); // both in one
+// Whether this system's C library has its module for GBK, as the library finds it.
+bool gbkConverts();
+extern const char* const kNoGbk; // what is said where it has none
 
 // BCD text; what is no number, date or time comes back as it is.
 std::string amountText(const std::string& bcd, const std::string& currency = "0156");
