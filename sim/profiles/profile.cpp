@@ -41,7 +41,9 @@ std::vector<fs::path> directories()
     if (!executable.empty()) {
         places.push_back(executable.parent_path().parent_path() / "share" / "vorn" / "profiles");
     }
+#ifdef VORN_PROFILE_SOURCE
     places.emplace_back(VORN_PROFILE_SOURCE);
+#endif
     return places;
 }
 
