@@ -27,6 +27,7 @@ namespace {
 
 const char kNode[] = "/dev/bus/usb/001/002";
 const char kDevice[] = "/sys/devices/usb1/1-2";
+const char kInterface[] = "/sys/devices/usb1/1-2/1-2:1.0";
 const char* const kBystanders[] = {"/sys/devices/usb1/1-1", "/sys/devices/usb1/1-3"}; // listed before and behind it
 
 // ---------------------------------------------------------------- descriptors (USB 2.0, 9.6)
@@ -112,6 +113,15 @@ std::string deviceText(const std::string& place, int number, const UsbDescriptio
            "\\n\nA: bConfigurationValue=1\\n\nA: speed=12\\n\nA: idVendor=" + vendor + "\\n\nA: idProduct=" + product +
            "\\n\nH: descriptors=" + descriptors(description) + "\n";
 }
+
+const char kInterfaceText[] = "P: /devices/usb1/1-2/1-2:1.0\n"
+                              "E: SUBSYSTEM=usb\n"
+                              "E: DEVTYPE=usb_interface\n"
+                              "E: DRIVER=\n"
+                              "E: INTERFACE=255/0/0\n"
+                              "E: PRODUCT=3a5c/7e21/100\n"
+                              "A: bInterfaceNumber=00\\n\n"
+                              "A: bInterfaceClass=ff\\n\n";
 
 const char kRootHubText[] = "P: /devices/usb1\n"
                             "N: bus/usb/001/001\n"
@@ -278,7 +288,7 @@ struct UsbDevice::State {
     Node node;
 
     mutable std::recursive_mutex mutex; // callbacks come on the emulation's thread
-    bool inSystem = false, bystandersInSystem = false;
+    bool inSystem = false, announced = false, bystandersInSystem = false;
     std::vector<std::uint8_t> endpoints;
     std::string driver;
     bool detachingRefused = false;
@@ -616,10 +626,22 @@ void UsbDevice::plugBystanders(const UsbDescription& description)
     state_->bystandersInSystem = true;
 }
 
+void UsbDevice::announce()
+{
+    addFromText(state_->testbed, kInterfaceText);
+    state_->announced = true;
+    umockdev_testbed_uevent(state_->testbed, kDevice, "add");
+    umockdev_testbed_uevent(state_->testbed, kInterface, "add");
+}
+
 void UsbDevice::unplug()
 {
     if (state_->inSystem) {
         vanish();
+        if (state_->announced) {
+            state_->removeFromSystem(kInterface);
+            state_->announced = false;
+        }
         state_->removeFromSystem(kDevice);
         state_->inSystem = false;
     }

@@ -38,6 +38,8 @@ public:
     void plug(const UsbDescription& description = {});
     // Two more devices on the same bus, listed before it and behind it, for looks only: they cannot be opened.
     void plugBystanders(const UsbDescription& description);
+    // Tells the system of the device and its first interface: programs that wait for one hear of it.
+    void announce();
     // Takes away everything that is plugged in.
     void unplug();
 
