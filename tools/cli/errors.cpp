@@ -101,7 +101,7 @@ const std::vector<ExitMeaning>& exitMeanings()
         {Exit::CardRefused, "the card refused a command or the transaction"},
         {Exit::DataMissing, "the card, the host's answer or the pasted text lacks something"},
         {Exit::Declined, "the issuer declined"},
-        {Exit::Unverified, "a cryptogram is not right"},
+        {Exit::Unverified, "a cryptogram, or a certificate, is not right"},
         {Exit::ScriptFailed, "a command of the issuer's script failed"},
         {Exit::NoAccess, "memory card: key or access refused, or a part not readable"},
         {Exit::Unconfirmed, "a dangerous request was not confirmed"},

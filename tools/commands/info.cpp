@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // vorn info: the customer's data of a debit/credit card.
+#include "sim/data/profile_error.h"
 #include "tools/cli/arguments.h"
 #include "tools/cli/output.h"
 #include "tools/commands/command.h"
 #include "tools/explain/hex.h"
 #include "tools/explain/lettered.h"
 #include "tools/explain/present.h"
+#include "tools/session/offline_reading.h"
 #include "tools/session/selected_application.h"
 #include "tools/session/session.h"
 
@@ -30,6 +32,9 @@ struct Options {
     std::string tags = kAllLetters;
     bool json = false;
     bool raw = false;
+    bool verify = false;
+    bool cryptogram = false;
+    std::string authorities;
 };
 
 // The first character remains: enough to see that it was read.
@@ -198,8 +203,75 @@ std::optional<Failure> incomplete(const CardRecord& record, const Session& sessi
     return std::nullopt;
 }
 
+// ---------------------------------------------------------------- is the card what it says
+
+verify::Authorities authoritiesOf(const Options& options)
+{
+    if (options.authorities.empty()) {
+        return verify::testAuthorities();
+    }
+    try {
+        return verify::readAuthorities(options.authorities);
+    } catch (const sim::ProfileError& error) {
+        throw Failure(Exit::Usage, error.what(), "docs/vorn.md says what stands in such a file");
+    }
+}
+
+std::string textOf(const verify::OfflineChecks& checks, const Options& options)
+{
+    Table table;
+    for (const verify::Step& step : checks.steps()) {
+        table.row({"  " + step.name, step.held ? "held" : "FAILED", printable(step.detail)});
+    }
+    if (checks.offersCombined() && !options.cryptogram) {
+        table.row({"  signed cryptogram (CDA)", "-", "not asked for: that takes a transaction (--cda)"});
+    }
+    return "Offline data authentication\n" +
+           (checks.offersAny() ? table.text() : std::string("  the card offers none\n"));
+}
+
+Json documentOf(const verify::OfflineChecks& checks)
+{
+    Json offered = Json::array();
+    const std::pair<bool, const char*> methods[] = {
+        {checks.offersStatic(), "sda"}, {checks.offersDynamic(), "dda"}, {checks.offersCombined(), "cda"}};
+    for (const auto& [offers, name] : methods) {
+        if (offers) {
+            offered.push_back(name);
+        }
+    }
+    Json steps = Json::array();
+    for (const verify::Step& step : checks.steps()) {
+        steps.push_back({{"name", step.name}, {"held", step.held}, {"detail", printable(step.detail)}});
+    }
+    return {{"offered", offered}, {"held", checks.offersAny() && checks.held()}, {"steps", steps}};
+}
+
+std::optional<Failure> failureOf(const verify::OfflineChecks& checks)
+{
+    if (!checks.offersAny()) {
+        return Failure(Exit::DataMissing, "the card offers no offline data authentication");
+    }
+    for (const verify::Step& step : checks.steps()) {
+        if (!step.held) {
+            return Failure(Exit::Unverified,
+                           "offline data authentication failed: " + step.name + ": " + printable(step.detail),
+                           "--ca gives the keys of other authorities than the simulated cards'");
+        }
+    }
+    return std::nullopt;
+}
+
+verify::OfflineChecks verified(Session& session, const SelectedApplication& application,
+                               const verify::Authorities& authorities, const Options& options)
+{
+    OfflineReading reading(session, options.cardInterface.mode(), application.aid);
+    return reading.check(authorities, options.cryptogram);
+}
+
 Exit run(const Options& options)
 {
+    const verify::Authorities authorities = authoritiesOf(options);
     Session session(options.link);
     session.awaitCard(options.cardInterface.mode());
     InfoCall call{CallTarget(session), options.cardInterface.mode()};
@@ -214,11 +286,20 @@ Exit run(const Options& options)
     }
     const CardRecord record = parseCardRecord(call.record);
     auto failure = incomplete(record, session);
+    std::optional<verify::OfflineChecks> checks;
+    if (options.verify && !failure) {
+        checks = verified(session, application, authorities, options);
+        failure = failureOf(*checks);
+    }
     if (options.json) {
         Json document = documentOf(record, call.cardInterface, application, options);
+        if (checks) {
+            document["offlineAuthentication"] = documentOf(*checks);
+        }
         printResult(document, failure);
     } else {
         print(textOf(record, call.cardInterface, application, options));
+        print(checks ? textOf(*checks, options) : std::string());
     }
     if (failure) {
         throw *failure;
@@ -245,7 +326,16 @@ void addInfo(CLI::App& root, Action& action)
         ->capture_default_str();
     addInterfaceOptions(*command, options->cardInterface);
     CLI::Option* const json = command->add_flag("--json", options->json, "Print JSON");
-    command->add_flag("--raw", options->raw, "Print the lettered record as it stands, nothing masked")->excludes(json);
+    CLI::Option* const raw =
+        command->add_flag("--raw", options->raw, "Print the lettered record as it stands, nothing masked");
+    raw->excludes(json);
+    CLI::Option* const check =
+        command->add_flag("--verify", options->verify, "Check the card's offline data authentication")->excludes(raw);
+    command->add_option("--ca", options->authorities, "Authorities' keys to check with, instead of the test key")
+        ->type_name("FILE")
+        ->needs(check);
+    command->add_flag("--cda", options->cryptogram, "Have it sign a cryptogram too, which it counts as a transaction")
+        ->needs(check);
     command->add_flag("--show", options->link.show, "Do not mask account and document numbers and names");
     addLinkOptions(*command, options->link);
     command->callback([options, &action] { action = [options] { return run(*options); }; });

@@ -33,6 +33,7 @@ public:
     // The authority's key, the issuer's certificate, and what hangs on them: the signed data, the card's certificate.
     void checkCertificates();
 
+    bool knowsCardKey() const { return card_.known(); }
     // The list whose values INTERNAL AUTHENTICATE brings.
     Bytes dynamicList() const;
     // brought: those values; answer: what the card said, without status word.
