@@ -24,6 +24,7 @@ from smartcard import scard
 TREE = pathlib.Path(__file__).resolve().parents[2]
 BUILD = pathlib.Path(sys.argv[1]).resolve()
 DRIVERS = pathlib.Path("/usr/lib/pcsc/drivers")
+INSTALLED_CONFIGURATION = pathlib.Path("/run/libifd-vorn")
 SOCKET = pathlib.Path("/run/pcscd/pcscd.comm")
 PATIENCE = 120  # seconds for what must come; never a measure
 
@@ -106,17 +107,18 @@ class UsbReader:
 
 
 class Daemon:
-    def __init__(self, folder, entries=(), environment=None):
+    def __init__(self, folder, entries=(), environment=None, configuration=None):
         self.folder = pathlib.Path(tempfile.mkdtemp(dir=folder))
-        configuration = self.folder / "reader.conf.d"
-        configuration.mkdir()
+        folder = self.folder / "reader.conf.d"
+        folder.mkdir()
         for number, (name, device, library) in enumerate(entries):
-            (configuration / str(number)).write_text(
+            (folder / str(number)).write_text(
                 f'FRIENDLYNAME "{name}"\nDEVICENAME {device}\nLIBPATH {library}\nCHANNELID 1\n')
+        shutil.copy(configuration or INSTALLED_CONFIGURATION, folder)
         self.log = self.folder / "log"
         with open(self.log, "w") as log:
             self.process = subprocess.Popen(
-                [shutil.which("pcscd", path="/usr/sbin:/sbin:" + os.environ["PATH"]), "-f", "-i", "-c", configuration],
+                [shutil.which("pcscd", path="/usr/sbin:/sbin:" + os.environ["PATH"]), "-f", "-i", "-c", folder],
                 stdout=log, stderr=log, cwd=self.folder, env=dict(os.environ, **(environment or {})))
         wait_until(lambda: SOCKET.exists() or self.process.poll() is not None, "the daemon's socket")
 
@@ -458,6 +460,21 @@ class WaysOut(DaemonTest):
         self.assertNotIn(ACCOUNT_NUMBER[:10], log)
 
 
+    def test_the_installed_configuration_names_the_installed_driver_in_both_forms(self):
+        simulator = self.simulator(profile(["contact", "psam1"]))
+        text = INSTALLED_CONFIGURATION.read_text().replace("/dev/ttyS1", simulator.tty)
+        whole, named = text.split("# Six readers")
+        for part, names in ((whole, ["VORN DK7710 00 00"]), (named, ["VORN DK7710 contact 00 00"])):
+            configuration = pathlib.Path(self.folder) / "configuration"
+            configuration.write_text("".join(line[1:] if line.startswith(("#FRIENDLY", "#DEVICE", "#LIBPATH", "#CHANNEL"))
+                                             else "" for line in part.splitlines(keepends=True)))
+            daemon = self.daemon(configuration=configuration)
+            client = self.client()
+            wait_until(lambda: len(client.readers()) == len(SLOTS), "six readers")
+            self.assertTrue(client.connect(names[0]).transmit(SELECT_PSE).endswith("9000"))
+            daemon.stop()
+
+
 class Usb(DaemonTest):
     def test_a_reader_is_plugged_in_works_and_is_pulled_and_comes_back(self):
         usb = UsbReader(self.folder, profile(["contact", "contactless", "psam1"]))
@@ -487,9 +504,10 @@ def place_driver():
     if not os.path.ismount(DRIVERS) or not os.path.ismount("/run"):
         sys.exit("daemon.py: only in a mount namespace of its own: scripts/stages/pcsc")
     with tempfile.TemporaryDirectory(dir="/tmp") as folder:
-        subprocess.run(["cmake", "--install", BUILD, "--component", "pcsc"], env=dict(os.environ, DESTDIR=folder),
-                       check=True, stdout=subprocess.DEVNULL)
+        subprocess.run(["cmake", "--install", BUILD, "--component", "pcsc", "--prefix", folder + "/usr"], check=True,
+                       stdout=subprocess.DEVNULL)
         shutil.copytree(folder + str(DRIVERS), DRIVERS, dirs_exist_ok=True)
+        shutil.copy(folder + "/usr/etc/reader.conf.d/libifd-vorn", INSTALLED_CONFIGURATION)
 
 
 if __name__ == "__main__":
