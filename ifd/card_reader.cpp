@@ -63,7 +63,7 @@ bool CardReader::openLine()
     }
     vr_comportmode = port_.mode;
     std::memcpy(vr_comportparam, port_.parameter, sizeof vr_comportparam);
-    open_ = (port_.tty[0] == '\0' || tty_.take(port_.tty)) && opdev() == VORN_OK;
+    open_ = (port_.tty[0] == '\0' || tty_.take(port_.tty, !troubled_)) && opdev() == VORN_OK;
     if (!open_) {
         tty_.release();
         reopenWait_ = longer(reopenWait_, kFirstReopenMs, kMostReopenMs);

@@ -14,22 +14,22 @@
 
 namespace vorn::ifd {
 
-bool TtyLock::take(const char* path)
+bool TtyLock::take(const char* path, bool tell)
 {
     release();
     descriptor_ = uninterrupted([&] { return open(path, O_RDWR | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); });
-    if (descriptor_ < 0) {
-        logProblem("%s: %s", path, std::strerror(errno));
-        return false;
-    }
     const char* problem = nullptr;
-    if (isatty(descriptor_) != 1) {
+    if (descriptor_ < 0) {
+        problem = std::strerror(errno);
+    } else if (isatty(descriptor_) != 1) {
         problem = "not a tty";
     } else if (uninterrupted([&] { return flock(descriptor_, LOCK_EX | LOCK_NB); }) != 0) {
         problem = errno == EWOULDBLOCK ? "used by another program" : std::strerror(errno);
     }
     if (problem != nullptr) {
-        logProblem("%s: %s", path, problem);
+        if (tell) {
+            logProblem("%s: %s", path, problem);
+        }
         release();
     }
     return problem == nullptr;

@@ -6,8 +6,8 @@ namespace vorn::ifd {
 
 class TtyLock {
 public:
-    // False, and a line in the daemon's log: the path cannot be opened, is no tty, or another program has the lock.
-    [[nodiscard]] bool take(const char* path);
+    // False: the path cannot be opened, is no tty, or another program has the lock. With `tell` the daemon's log says which.
+    [[nodiscard]] bool take(const char* path, bool tell);
     void release();
 
 private:

@@ -426,8 +426,14 @@ TEST_F(CardReaderTest, ATtyThatAnotherProgramHasIsWaitedFor)
     EXPECT_TRUE(line.sent().empty());
     ASSERT_FALSE(daemonLog().empty());
     EXPECT_EQ(daemonLog()[0], "/dev/" + line.port() + ": used by another program");
+    for (const std::int64_t wait : {1000, 2000, 4000, 8000, 16000, 30000}) {
+        later(wait);
+        EXPECT_FALSE(cardReader.present(Place::Contact));
+    }
+    EXPECT_TRUE(line.sent().empty());
+    EXPECT_EQ(daemonLog().size(), 2U); // that, and that it is tried again
     close(other);
-    later(1000);
+    later(30000);
     reader.command("32 23 00", "", 0x02).command("32 22 01 80 00", "", 0x02);
     EXPECT_FALSE(cardReader.present(Place::Contact));
     EXPECT_TRUE(reader.done());

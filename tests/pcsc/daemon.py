@@ -404,7 +404,8 @@ class WaysOut(DaemonTest):
         self.assert_at_rest(simulator)
 
     def test_a_daemon_that_was_killed_is_followed_by_one_that_works(self):
-        simulator, daemon, client = self.whole_reader(["contact"])
+        # The reader still listens at the working speed, and takes what comes at another for garbage.
+        simulator, daemon, client = self.whole_reader(["contact"], "--check-speed")
         client.connect(reader("contact"))
         daemon.stop(signal.SIGKILL)
         after = self.daemon(("VORN", simulator.tty, serial_library()))
