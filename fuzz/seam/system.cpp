@@ -284,6 +284,7 @@ int seam_stat64(const char* path, struct stat* out) { return seam_stat(path, out
 int seam_lstat(const char* path, struct stat* out) { return seam_stat(path, out); }
 
 int seam_isatty(int descriptor) { return descriptor == kTty ? 1 : 0; }
+int seam_flock(int descriptor, int) { return descriptor == kTty ? 0 : wrongDescriptor(); }
 
 ssize_t seam_readlink(const char*, char* out, std::size_t capacity)
 {

@@ -384,6 +384,64 @@ void redirection()
 }
 #endif
 
+// A card found, powered, asked, reset and switched off in one slot of the PC/SC driver; the calls as targets/pcsc.cpp
+// reads them, the reader's answers behind each.
+void driver(const std::string& name, std::uint8_t circumstances, unsigned slot, const Bytes& atr)
+{
+    constexpr std::uint8_t kNoCard = 0x02;
+    enum { Presence, Power, Transmit, Control, Capability, Protocol, Reopen, Time };
+    Bytes seed{circumstances, 0x00};
+    const auto call = [&](unsigned which, const Bytes& arguments = {}) {
+        seed.push_back(static_cast<std::uint8_t>(which | slot << 3));
+        seed += arguments;
+    };
+    const auto answer = [&seed](std::uint8_t status, const Bytes& payload = {}) {
+        fuzz::appendAnswer(seed, status, viewOf(payload));
+    };
+    call(Presence);
+    answer(kNoCard);
+    answer(kNoCard);
+    call(Time, {0x04, 0x00});
+    call(Presence);
+    answer(0, atr);
+    answer(0);
+    call(Power, {0x00});
+    answer(0, atr);
+    call(Protocol, {0x01, 0x00});
+    call(Protocol, {0x02, 0x00});
+    call(Transmit, {0x00, 0x05, 0x00, 0x84, 0x00, 0x00, 0x08, 0x80, 0x01});
+    answer(0, {0x01, 0x02, 0x90, 0x00});
+    call(Control, {0x00, 0x00, 0x40});
+    call(Control, {0x01, 0x00, 0x40});
+    for (const auto& [kind, tag] : {std::pair(9, 0x0303), std::pair(1, 0x0100), std::pair(1, 0x0101),
+                                    std::pair(8, 0x0201), std::pair(9, 0x0300), std::pair(10, 0xA007)}) {
+        call(Capability, {static_cast<std::uint8_t>(kind), static_cast<std::uint8_t>(tag >> 8),
+                          static_cast<std::uint8_t>(tag & 0xFF), 0x40});
+    }
+    call(Capability, {0x80, 0x0F, 0xAE, 0x01});
+    call(Power, {0x01});
+    answer(0);
+    answer(0, atr);
+    call(Transmit, {0x00, 0x04, 0x00, 0xA4, 0x00, 0x00, 0x02, 0x01});
+    answer(kNoCard);
+    call(Presence);
+    call(Power, {0x00});
+    answer(0, atr);
+    call(Power, {0x02});
+    answer(0);
+    call(Reopen);
+    write("pcsc", name, seed);
+}
+
+void drivers()
+{
+    driver("contact-t0", 0x00, 0, {0x3B, 0x02, 0x14, 0x50});
+    driver("contact-t1", 0x00, 0, {0x3B, 0x81, 0x01, 0xAA, 0x2A});
+    driver("field", 0x00, 1, {0x09, 0x78, 0x33, 0x88, 0x02, 0x41, 0x42, 0x43, 0x44});
+    driver("module", 0x00, 2, {0x3B, 0x00});
+    driver("usb", 0x01, 0, {0x3B, 0x80, 0x80, 0x01, 0x01});
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -411,6 +469,7 @@ int main(int argc, char** argv)
         }
     }
     fixedTexts();
+    drivers();
 #ifdef VORN_USB_REDIRECTION
     redirection();
 #endif
