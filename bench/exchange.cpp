@@ -7,6 +7,7 @@
 //   bench_exchange calls KIND BYTES COUNT   that many exchanges and nothing else, for counting system calls
 #include "ICC_COMM_VORN.h"
 #include "bench/directory.h"
+#include "bench/frames.h"
 
 #include <benchmark/benchmark.h>
 
@@ -20,38 +21,20 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <functional>
+#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+using namespace vorn::bench;
+
 namespace {
 
-using Bytes = std::vector<unsigned char>;
-
-constexpr unsigned char kStx = 0x02;
-constexpr unsigned char kEtx = 0x03;
-constexpr unsigned char kReadRecord[] = {0x00, 0xB2, 0x01, 0x0C, 0x00};
+// READ RECORD to the contact slot: the reader's command, and the APDU in it.
+constexpr unsigned char kCommand[] = {0x32, 0x26, 0x00, 0x00, 0xB2, 0x01, 0x0C, 0x00};
+constexpr std::size_t kSlotSize = 3;
+constexpr std::size_t kApduSize = sizeof kCommand - kSlotSize;
 constexpr int kRounds = 200; // one exchange of each kind, so that all find the processor in the same state
-
-Bytes frameOf(const Bytes& content)
-{
-    Bytes frame{kStx};
-    const auto put = [&frame](unsigned byte) {
-        frame.push_back(static_cast<unsigned char>(0x30 + (byte >> 4)));
-        frame.push_back(static_cast<unsigned char>(0x30 + (byte & 0x0F)));
-    };
-    put(static_cast<unsigned>(content.size() >> 8));
-    put(content.size() & 0xFF);
-    unsigned check = 0;
-    for (const unsigned char byte : content) {
-        put(byte);
-        check ^= byte;
-    }
-    put(check);
-    frame.push_back(kEtx);
-    return frame;
-}
 
 // `size` bytes back, status word and all.
 Bytes replyOf(std::size_t size)
@@ -63,13 +46,6 @@ Bytes replyOf(std::size_t size)
     content.push_back(0x90);
     content.push_back(0x00);
     return frameOf(content);
-}
-
-Bytes command()
-{
-    Bytes content{0x32, 0x26, 0x00};
-    content.insert(content.end(), std::begin(kReadRecord), std::end(kReadRecord));
-    return content;
 }
 
 // Answers every frame with the same reply.
@@ -136,7 +112,10 @@ void check(bool good, const char* what)
 class Host {
 public:
     explicit Host(std::size_t bytesBack)
-        : size_(static_cast<int>(bytesBack)), frame_(frameOf(command())), reply_(replyOf(bytesBack)), reader_(reply_)
+        : size_(static_cast<int>(bytesBack)),
+          frame_(frameOf(Bytes(std::begin(kCommand), std::end(kCommand)))),
+          reply_(replyOf(bytesBack)),
+          reader_(reply_)
     {
         vr_comportmode = 0;
         std::snprintf(vr_comportparam, sizeof vr_comportparam, "%s:9600,N,8,1", reader_.port().c_str());
@@ -149,8 +128,8 @@ public:
 
     void whole()
     {
-        unsigned char apdu[sizeof kReadRecord];
-        std::memcpy(apdu, kReadRecord, sizeof apdu);
+        unsigned char apdu[kApduSize];
+        std::memcpy(apdu, kCommand + kSlotSize, sizeof apdu);
         int length = 0;
         check(Icc_EXApdu(apdu, sizeof apdu, response_, &length) == 0 && length == size_, "no answer");
     }
@@ -158,8 +137,7 @@ public:
     void link()
     {
         int length = 0;
-        const Bytes bytes = command();
-        const int result = trans_icc_cmd(bytes.data(), static_cast<int>(bytes.size()), response_, &length);
+        const int result = trans_icc_cmd(kCommand, sizeof kCommand, response_, &length);
         check(result == 0 && length == size_, "no answer to the frame");
     }
 
@@ -167,9 +145,8 @@ public:
     {
         static char in[] = "Indata----------------------capdu\n";
         static char out[] = "Outdata----------------------capdu\n";
-        const Bytes bytes = command();
         messLog(in);
-        messLog_write_bcd(bytes.data(), static_cast<int>(bytes.size()));
+        messLog_write_bcd(kCommand, sizeof kCommand);
         messLog(out);
         messLog_write_bcd(response_, size_);
     }
@@ -270,7 +247,7 @@ BENCHMARK_CAPTURE(exchange, back255, 255)->UseManualTime()->Iterations(1)->Unit(
 
 int main(int argc, char** argv)
 {
-    const vorn::bench::OwnDirectory directory;
+    const OwnDirectory directory;
     if (argc == 5 && std::string(argv[1]) == "calls") {
         return makeCalls(argv[2], std::stoul(argv[3]), std::stoi(argv[4]));
     }
