@@ -61,9 +61,10 @@ public:
             return false;
         }
         object.value = at_;
-        if ((*begin & 0x20) == 0) {
-            at_ += std::min(object.size, static_cast<std::size_t>(end_ - at_));
+        if (object.size > static_cast<std::size_t>(end_ - at_)) {
+            return false;
         }
+        at_ += (*begin & 0x20) == 0 ? object.size : 0;
         return true;
     }
 

@@ -67,8 +67,6 @@ private:
     static constexpr std::size_t kSecondBytes = 0x80; // the others go on in a third
     static constexpr std::size_t kClasses = 8;
 
-    static constexpr unsigned kMoreTagBytes = 0x1F;
-
     static constexpr bool hasMoreBytes(unsigned first) { return (first & kMoreTagBytes) == kMoreTagBytes; }
     static constexpr std::size_t place(unsigned first, bool twoBytes, unsigned second)
     {
@@ -96,6 +94,9 @@ unsigned char letterIn(ByteView dictionary, ByteView tag)
 }
 
 } // namespace
+
+unsigned char letterOf(ByteView tag) { return kIndex.letterOf(tag); }
+
 } // namespace vorn
 
 using namespace vorn;
@@ -105,7 +106,7 @@ extern "C" unsigned char vrdk_GetTagType(const unsigned char* tag, int tagLength
 {
     const ByteView sought = viewOf(tag, tagLength);
     if (dictionary == gcTagName && dictionaryLength == kDictionarySize) {
-        return kIndex.letterOf(sought);
+        return letterOf(sought);
     }
     return letterIn(viewOf(dictionary, dictionaryLength), sought);
 }

@@ -8,8 +8,6 @@
 namespace vorn {
 namespace {
 
-constexpr std::uint8_t kTwoLengthBytes = 0x82;
-
 enum class EntryState { Read, Unreadable, LengthMissing };
 
 struct Entry {
@@ -44,11 +42,6 @@ std::size_t textLength(ByteView tag)
     return length;
 }
 
-unsigned char formatOf(ByteView tag)
-{
-    return vrdk_GetTagType(tag.data(), static_cast<int>(tag.size()), gcTagName, static_cast<int>(sizeof gcTagName - 1));
-}
-
 // Places a value into its field, which holds zeros. A tag that is not in the dictionary, and a template, stay zero
 // (compatibility: "Proprietary objects are sent empty").
 void fillField(std::uint8_t* field, std::size_t length, unsigned char format, ByteView value)
@@ -68,9 +61,70 @@ void fillField(std::uint8_t* field, std::size_t length, unsigned char format, By
     value.copyTo(numeric ? field + (length - value.size()) : field);
 }
 
-} // namespace
+// The objects that a list asks for, looked for in one walk over the source: of each the first one counts, and nothing is
+// read behind the last one needed.
+class WantedObjects {
+public:
+    explicit WantedObjects(const TlvBuffer& source) : source_(source) {}
 
-bool buildDol(const TlvBuffer& source, ByteView dol, DolValues& values)
+    void add(ByteView tag, std::uint8_t* field, std::size_t length)
+    {
+        if (count_ == kMost) {
+            find();
+        }
+        objects_[count_] = {keyOf(tag), tag.data(), field, length};
+        ++count_;
+    }
+
+    // Fills the fields of what is there.
+    void find()
+    {
+        TlvWalk walk(source_);
+        while (count_ != 0 && walk.next()) {
+            fillWith(walk);
+        }
+        count_ = 0;
+    }
+
+private:
+    struct Object {
+        std::size_t key;
+        const std::uint8_t* tag;
+        std::uint8_t* field;
+        std::size_t length;
+    };
+    static constexpr std::size_t kMost = 32; // more of them take another walk
+
+    // Its size and its first two bytes. Tags of more bytes may have the same.
+    static std::size_t keyOf(ByteView tag)
+    {
+        return tag.size() * 0x10000 + tag[0] * std::size_t{0x100} + (tag.size() > 1 ? tag[1] : 0);
+    }
+
+    void fillWith(const TlvWalk& walk)
+    {
+        const ByteView tag = walk.tag();
+        const std::size_t key = keyOf(tag);
+        std::size_t left = count_;
+        for (std::size_t i = 0; i < left;) {
+            const Object& object = objects_[i];
+            if (object.key == key && (tag.size() <= 2 || ByteView(object.tag, tag.size()) == tag)) {
+                fillField(object.field, object.length, letterOf(tag), walk.value());
+                objects_[i] = objects_[--left];
+            } else {
+                ++i;
+            }
+        }
+        count_ = left;
+    }
+
+    const TlvBuffer& source_;
+    Object objects_[kMost];
+    std::size_t count_ = 0;
+};
+
+// A field of zeros for each entry. False: the list is empty or breaks off.
+bool addFields(ByteView dol, DolValues& values, WantedObjects& wanted)
 {
     if (dol.empty()) {
         return false;
@@ -82,16 +136,22 @@ bool buildDol(const TlvBuffer& source, ByteView dol, DolValues& values)
         }
         dol = dol.from(entry.size);
         std::uint8_t* field = values.data() + values.size();
-        if (!values.skip(entry.length)) {
+        if (!values.appendZeros(entry.length)) {
             return false;
         }
-        const ByteView tag = entry.tag.first(textLength(entry.tag));
-        const ByteView object = findObject(tag, source);
-        if (!object.empty()) {
-            fillField(field, entry.length, formatOf(tag), objectValue(object, tag.size()));
-        }
+        wanted.add(entry.tag.first(textLength(entry.tag)), field, entry.length);
     }
     return true;
+}
+
+} // namespace
+
+bool buildDol(const TlvBuffer& source, ByteView dol, DolValues& values)
+{
+    WantedObjects wanted(source);
+    const bool readable = addFields(dol, values, wanted);
+    wanted.find();
+    return readable;
 }
 
 } // namespace vorn

@@ -7,7 +7,26 @@
 namespace vorn {
 
 // Room for the values of a list in a command's data field.
-using DolValues = ByteBuffer<VORN_DOL_DATA_CAPACITY>;
+class DolValues {
+public:
+    std::uint8_t* data() { return bytes_; }
+    std::size_t size() const { return size_; }
+    ByteView view() const { return ByteView(bytes_, size_); }
+
+    [[nodiscard]] bool appendZeros(std::size_t count)
+    {
+        if (count > sizeof bytes_ - size_) {
+            return false;
+        }
+        std::memset(bytes_ + size_, 0, count);
+        size_ += count;
+        return true;
+    }
+
+private:
+    std::uint8_t bytes_[VORN_DOL_DATA_CAPACITY]; // only as much of it is made zero as a list asks for
+    std::size_t size_ = 0;
+};
 
 // Appends the list's values. False: the list is empty, not readable to its end, or asks for too much.
 bool buildDol(const TlvBuffer& source, ByteView dol, DolValues& values);

@@ -8,12 +8,7 @@
 namespace vorn {
 namespace {
 
-constexpr std::uint8_t kPadding = 0xFF;
-constexpr std::uint8_t kMoreTagBytes = 0x1F;
-constexpr std::uint8_t kConstructed = 0x20;
 constexpr std::uint8_t kNotLast = 0x80;
-constexpr std::uint8_t kOneLengthByte = 0x81;
-constexpr std::uint8_t kTwoLengthBytes = 0x82;
 constexpr std::size_t kTagMax = 256;
 constexpr std::size_t kZeroEndedTagMax = 2;
 constexpr std::size_t kNoBound = SIZE_MAX / 2;
@@ -45,14 +40,8 @@ TlvBuffer tlvBufferOf(const unsigned char* buffer, int length)
     return boundedTlv(viewOf(buffer, length));
 }
 
-std::size_t tagSize(ByteView bytes, Bound bound)
+std::size_t sizeOfLongTag(ByteView bytes, Bound bound)
 {
-    if (bytes.empty() || bytes[0] == kPadding) {
-        return 0;
-    }
-    if ((bytes[0] & kMoreTagBytes) != kMoreTagBytes) {
-        return 1;
-    }
     for (std::size_t i = 1; i < kTagMax && bytes.holds(i, 1); ++i) {
         if (bytes[i] == kPadding) {
             return 0;
@@ -65,32 +54,12 @@ std::size_t tagSize(ByteView bytes, Bound bound)
     return 0;
 }
 
-LengthField lengthField(ByteView bytes)
-{
-    switch (bytes[0]) {
-    case kTwoLengthBytes:
-        return {3, std::size_t{bytes[1]} * 256 + bytes[2]};
-    case kOneLengthByte:
-        return {2, bytes[1]};
-    default:
-        return {1, bytes[0]};
-    }
-}
-
 ByteView findObject(ByteView tag, const TlvBuffer& buffer)
 {
-    ByteView rest = buffer.bytes;
-    while (!rest.empty() && !(buffer.bound == Bound::Zero && rest[0] == 0)) {
-        const std::size_t size = tagSize(rest, buffer.bound);
-        if (size == 0) {
-            break;
+    for (TlvWalk walk(buffer); walk.next();) {
+        if (sameTag(walk.tag(), tag)) {
+            return walk.rest();
         }
-        if (rest.first(size) == tag) {
-            return rest;
-        }
-        const LengthField field = lengthField(rest.from(size));
-        const bool entered = (rest[0] & kConstructed) != 0;
-        rest = rest.from(size + field.size + (entered ? 0 : field.value));
     }
     return {};
 }

@@ -10,6 +10,14 @@
 
 namespace vorn {
 
+// In a tag's first byte, and the byte that stands in a tag's place behind the last object.
+constexpr std::uint8_t kMoreTagBytes = 0x1F;
+constexpr std::uint8_t kConstructed = 0x20;
+constexpr std::uint8_t kPadding = 0xFF;
+// First bytes of the longer length fields.
+constexpr std::uint8_t kOneLengthByte = 0x81;
+constexpr std::uint8_t kTwoLengthBytes = 0x82;
+
 // What ends a walk: the buffer's length, or a byte 00 where a tag is expected.
 enum class Bound { Length, Zero };
 
@@ -51,14 +59,70 @@ template <std::size_t Capacity>
 }
 
 // Size of the tag at the front; 0 when the walk ends there: padding FF, or a tag that is not finished.
-std::size_t tagSize(ByteView bytes, Bound bound);
+std::size_t sizeOfLongTag(ByteView bytes, Bound bound);
+inline std::size_t tagSize(ByteView bytes, Bound bound)
+{
+    if (bytes.empty() || bytes[0] == kPadding) {
+        return 0;
+    }
+    return (bytes[0] & kMoreTagBytes) == kMoreTagBytes ? sizeOfLongTag(bytes, bound) : 1;
+}
 
 // A length field: its own size, and the length that it tells.
 struct LengthField {
     std::size_t size;
     std::size_t value;
 };
-LengthField lengthField(ByteView bytes);
+inline LengthField lengthField(ByteView bytes)
+{
+    switch (bytes[0]) {
+    case kTwoLengthBytes:
+        return {3, std::size_t{bytes[1]} * 256 + bytes[2]};
+    case kOneLengthByte:
+        return {2, bytes[1]};
+    default:
+        return {1, bytes[0]};
+    }
+}
+
+// Tags of two bytes mostly differ in the second only.
+inline bool sameTag(ByteView a, ByteView b)
+{
+    const std::size_t size = a.size();
+    return size == b.size() && size != 0 && a[size - 1] == b[size - 1] && a == b;
+}
+
+// Walks over all objects of a buffer in their order, into every template.
+class TlvWalk {
+public:
+    explicit TlvWalk(const TlvBuffer& buffer) : rest_(buffer.bytes), bound_(buffer.bound) {}
+
+    // To the first object, and to each next one. False: there is none.
+    bool next()
+    {
+        rest_ = rest_.from(toNext_);
+        tagSize_ = bound_ == Bound::Zero && rest_[0] == 0 ? 0 : vorn::tagSize(rest_, bound_);
+        if (tagSize_ == 0) {
+            return false;
+        }
+        length_ = lengthField(rest_.from(tagSize_));
+        toNext_ = tagSize_ + length_.size + ((rest_[0] & kConstructed) != 0 ? 0 : length_.value);
+        return true;
+    }
+
+    ByteView tag() const { return rest_.first(tagSize_); }
+    // By its real length; cut at the end of the buffer.
+    ByteView value() const { return rest_.from(tagSize_ + length_.size).first(length_.value); }
+    // From the object on to the end of the buffer.
+    ByteView rest() const { return rest_; }
+
+private:
+    ByteView rest_;
+    Bound bound_;
+    std::size_t tagSize_ = 0;
+    std::size_t toNext_ = 0;
+    LengthField length_{0, 0};
+};
 
 // From the first object with this tag on, to the end of the buffer; empty when there is none.
 ByteView findObject(ByteView tag, const TlvBuffer& buffer);
@@ -70,6 +134,9 @@ ByteView objectValue(ByteView object, std::size_t sizeOfTag);
 
 // The same where the length counts as one byte whatever its form, behind a tag of one byte.
 inline ByteView valueOfByteLength(ByteView object) { return object.from(2).first(object[1]); }
+
+// The letter of a tag in the library's own dictionary, or 0.
+unsigned char letterOf(ByteView tag);
 
 // The value of a tag as vrdk_gettagvalue reads it, cut to what one byte can count; zeros behind it.
 struct TagValue {
