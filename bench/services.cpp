@@ -13,6 +13,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <ctime>
 #include <stdexcept>
 #include <string>
 
@@ -31,18 +32,30 @@ constexpr double kSilence = 0.050;
 constexpr unsigned long kOpeningBytes = 4;
 constexpr unsigned long kClosingBytes = 4 + 6;
 
-double needOf(Call::Link link, unsigned long bytes)
+struct Need {
+    double line;   // the bytes
+    double pauses; // of the protocol
+};
+
+Need needOf(Call::Link link, unsigned long bytes)
 {
+    const auto at = [](unsigned long count, double speed) { return static_cast<double>(count) * kBitsPerByte / speed; };
     switch (link) {
     case Call::Link::OpenedAndClosed:
-        return static_cast<double>(bytes - kOpeningBytes - kClosingBytes) * kBitsPerByte / kWorkSpeed + kOpening +
-               kClosing;
+        return {at(bytes - kOpeningBytes - kClosingBytes, kWorkSpeed), kOpening + kClosing};
     case Call::Link::Opened:
-        return static_cast<double>(bytes - kOpeningBytes) * kBitsPerByte / kWorkSpeed + kOpening;
+        return {at(bytes - kOpeningBytes, kWorkSpeed), kOpening};
     case Call::Link::AtRest:
-        return static_cast<double>(bytes) * kBitsPerByte / kRestSpeed + kSilence;
+        break;
     }
-    return 0;
+    return {at(bytes, kRestSpeed), kSilence};
+}
+
+double processorSeconds()
+{
+    timespec time{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
 }
 
 void runErrand(const Errand& errand)
@@ -57,15 +70,19 @@ void runErrand(const Errand& errand)
     for (const Call& call : errand.calls) {
         const sim::PtyPort::Traffic before = port.traffic();
         const auto begin = std::chrono::steady_clock::now();
+        const double processorBegin = processorSeconds();
         const int result = call.make(desk);
+        const double processor = processorSeconds() - processorBegin;
         const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
         const sim::PtyPort::Traffic after = port.traffic();
         if (result != VORN_OK) {
             throw std::runtime_error(std::string(call.name) + " returned " + std::to_string(result));
         }
-        const double need = needOf(call.link, after.toReader + after.fromReader - before.toReader - before.fromReader);
-        std::printf("{\"name\": \"tty/%s\", \"ratio\": %.6f, \"seconds\": %.6f, \"need\": %.6f}\n", call.name,
-                    took.count() / need, took.count(), need);
+        const Need need = needOf(call.link, after.toReader + after.fromReader - before.toReader - before.fromReader);
+        std::printf("\n{\"name\": \"tty/%s\", \"ratio\": %.6f, \"seconds\": %.6f, \"line\": %.6f, \"pauses\": %.6f, "
+                    "\"processor\": %.6f}\n",
+                    call.name, took.count() / (need.line + need.pauses), took.count(), need.line, need.pauses,
+                    processor);
         std::fflush(stdout);
     }
     char nothing[] = "";
