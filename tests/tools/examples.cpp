@@ -137,7 +137,7 @@ TEST_F(Examples, PythonRaisesResultsAndMasks)
         GTEST_SKIP() << "no python3 here, or one without the sanitizers";
     }
     const std::string program =
-        "python3 '" + (kTree / "examples/python/read_card.py").string() + "' '" + kLibrary + "'";
+        "python3 -B '" + (kTree / "examples/python/read_card.py").string() + "' '" + kLibrary + "'";
     const Result card = beside({"debit"}, program + " PORT");
     EXPECT_EQ(card.code, 0) << card.output;
     EXPECT_TRUE(card.says("reader DK7710")) << card.output;

@@ -99,4 +99,18 @@ TEST_F(ToolTest, TheManualListsTheSubcommandsThatThereAre)
     EXPECT_EQ(documented, known);
 }
 
+// scripts/tool-picture takes it anew.
+TEST_F(ToolTest, TheToolsPictureShowsWhatItPrints)
+{
+    if (std::system("command -v python3 >/dev/null") != 0) {
+        GTEST_SKIP() << "no python3 here";
+    }
+    const std::string taken = (scratch.path() / "vorn.svg").string();
+    const std::string script = "python3 '" VORN_TREE_OF_TEST "/scripts/tool-picture' '";
+    ASSERT_EQ(std::system((script + tool().string() + "' '" + taken + "'").c_str()), 0);
+    const std::string picture = contents(VORN_TREE_OF_TEST "/docs/images/vorn.svg");
+    EXPECT_NE(picture.find("622999*********6589"), std::string::npos);
+    EXPECT_EQ(picture, contents(taken));
+}
+
 } // namespace
