@@ -16,7 +16,7 @@ extern "C" {
 #include <cstring>
 
 // The daemon's own; whoever else loads the driver has none.
-extern "C" void log_msg(const int priority, const char* format, ...) __attribute__((weak));
+#pragma weak log_msg
 
 namespace vorn {
 namespace {
