@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim/cards/emv_application.h"
 
+#include "sim/cards/emv_words.h"
 #include "sim/data/card_values.h"
 
 #include <algorithm>
@@ -8,31 +9,20 @@
 namespace vorn::sim {
 namespace {
 
-constexpr std::uint8_t kAac = 0x00;
-constexpr std::uint8_t kTc = 0x40;
-constexpr std::uint8_t kArqc = 0x80;
 constexpr std::uint8_t kTypeMask = 0xC0;
 constexpr std::uint8_t kCombined = 0x10; // P1 of GENERATE AC: to be signed as well
 constexpr std::size_t kAccountLines = 1000;
 constexpr std::size_t kArpcSize = 8;
+constexpr std::size_t kPinBlockSize = 8;
+constexpr std::uint8_t kEncipheredPin = 0x88; // P2 of VERIFY
 
 constexpr tlv::Tag kAmount = 0x9F02;
-constexpr tlv::Tag kCurrency = 0x5F2A, kCashIndicator = 0x9F7A;
+constexpr tlv::Tag kCurrency = 0x5F2A, kCashIndicator = 0x9F7A, kQualifiers = 0x9F66;
 constexpr tlv::Tag kBalance = 0x9F79, kBalanceLimit = 0x9F77, kSingleLimit = 0x9F78, kResetThreshold = 0x9F6D;
 constexpr tlv::Tag kCounter = 0x9F36, kLastOnlineCounter = 0x9F13, kPinTries = 0x9F17;
 
-Bytes counter(std::uint16_t value)
-{
-    return {static_cast<std::uint8_t>(value >> 8), static_cast<std::uint8_t>(value & 0xFF)};
-}
-
-std::string typeName(std::uint8_t type) { return type == kArqc ? "ARQC" : type == kTc ? "TC" : "AAC"; }
-
-std::string money(std::uint64_t minor)
-{
-    const std::string cents = std::to_string(minor % 100);
-    return std::to_string(minor / 100) + "." + (cents.size() < 2 ? "0" : "") + cents;
-}
+// The terminal transaction qualifiers say what the terminal can do without contacts.
+bool wantsQuickPayment(const Bytes& qualifiers) { return qualifiers.size() == 4 && (qualifiers[0] & 0x20) != 0; }
 
 // What a log record holds, with the width of each field.
 struct LogField {
@@ -94,6 +84,9 @@ Answer EmvApplication::getProcessingOptions(const Command& command)
     transaction_.lists = *values;
     account_.add("transaction " + std::to_string(a_.state.atc) + " begins");
 
+    if (a_.quick && wantsQuickPayment(said(kQualifiers))) {
+        return payAtOnce();
+    }
     if (a_.processingFormat == 1) {
         Bytes both = a_.aip;
         tlv::append(both, a_.afl);
@@ -212,7 +205,7 @@ Bytes EmvApplication::issuerApplicationData() const
     tlv::append(data, verificationResults());
     data.push_back(0x01);
     if (a_.state.electronicCash) {
-        const Bytes digits = bcdAmount(a_.state.balance);
+        const Bytes digits = bcdAmount(a_.state.balance - transaction_.pending);
         const Bytes balance(digits.begin() + 1, digits.end());
         const crypto::Block mac = crypto::balanceMac(transaction_.keys.mac, a_.state.atc, balance);
         tlv::append(data, {0x0A, 0x01});
@@ -226,7 +219,8 @@ Answer EmvApplication::generateCryptogram(const Command& command)
 {
     const auto asked = static_cast<std::uint8_t>(command.p1 & kTypeMask);
     const bool second = transaction_.first.has_value();
-    if (!transaction_.processing || !a_.keys || transaction_.second || (second && *transaction_.first != kArqc)) {
+    if (!transaction_.processing || transaction_.quick || !a_.keys || transaction_.second ||
+        (second && *transaction_.first != kArqc)) {
         return refusal(0x6985);
     }
     const bool combined = a_.offline.combined && (command.p1 & kCombined) != 0;
@@ -396,26 +390,48 @@ Answer EmvApplication::getData(const Command& command) const
     return refusal(0x6A88);
 }
 
+Answer EmvApplication::refuseVerification(unsigned status, const char* why)
+{
+    account_.add(std::string("VERIFY refused: ") + why);
+    return refusal(status);
+}
+
+// In the clear, or enciphered with the card's public key together with the number that it gave before (EMV Book 2, 7.2):
+// 7F, PIN block, number, filler.
+bool EmvApplication::verifiedBy(const Command& command) const
+{
+    if (command.p2 != kEncipheredPin) {
+        return crypto::pinDigits(command.data) == a_.state.pin;
+    }
+    const Bytes plain = rsa::withSecret(a_.offline.key, command.data);
+    const auto block = plain.begin() + 1;
+    const auto number = block + kPinBlockSize;
+    return plain[0] == 0x7F && Bytes(number, number + kPinBlockSize) == challenge_ &&
+           crypto::pinDigits({block, number}) == a_.state.pin;
+}
+
 Answer EmvApplication::verify(const Command& command)
 {
-    if (command.p1 != 0 || (command.p2 != 0x80 && command.p2 != 0x00)) {
+    const bool enciphered = command.p2 == kEncipheredPin && a_.offline.signsItself();
+    if (command.p1 != 0 || (command.p2 != 0x80 && command.p2 != 0x00 && !enciphered)) {
         return refusal(0x6A86);
     }
     if (a_.state.pin.empty()) {
         return refusal(0x6A88);
     }
-    if (command.data.size() != kArpcSize) {
+    if (command.data.size() != (enciphered ? a_.offline.key.size() : kPinBlockSize)) {
         return refusal(0x6700);
     }
-    if (a_.state.pinTries == 0) {
-        transaction_.pinTried = true;
-        transaction_.pinFailed = true;
-        account_.add("VERIFY refused: the PIN is blocked");
-        return refusal(0x6983);
+    if (enciphered && challenge_.size() != kPinBlockSize) {
+        return refuseVerification(0x6985, "an enciphered PIN without a challenge of eight bytes just before it");
     }
-    const bool right = crypto::pinDigits(command.data) == a_.state.pin;
-    a_.state.pinTries = right ? a_.pinTryLimit : a_.state.pinTries - 1;
     transaction_.pinTried = true;
+    if (a_.state.pinTries == 0) {
+        transaction_.pinFailed = true;
+        return refuseVerification(0x6983, "the PIN is blocked");
+    }
+    const bool right = verifiedBy(command);
+    a_.state.pinTries = right ? a_.pinTryLimit : a_.state.pinTries - 1;
     transaction_.pinFailed = !right;
     account_.add(right ? "PIN right" : "PIN wrong, " + std::to_string(a_.state.pinTries) + " tries left");
     return refusal(right ? 0x9000 : 0x63C0 + a_.state.pinTries);

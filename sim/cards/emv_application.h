@@ -60,6 +60,12 @@ public:
     Answer getData(const Command& command) const;
     Answer verify(const Command& command);
 
+    // GET CHALLENGE's number serves the command that comes next, and no other. Empty: there is none.
+    void keepChallenge(const Bytes& number) { challenge_ = number; }
+    // A record was read. A contactless payment is made with the last one that it names, so that a card which leaves the
+    // field too soon has not paid.
+    void recordRead(unsigned sfi, unsigned number);
+
     // Issuer script commands: the MAC is checked before anything else.
     Answer putData(const Command& command);
     Answer block(const Command& command);
@@ -77,6 +83,9 @@ private:
         std::optional<std::uint8_t> second;
         crypto::Block firstCryptogram{};
         std::optional<bool> issuerAuthentic; // none: EXTERNAL AUTHENTICATE did not come
+        bool quick = false;                  // over with GET PROCESSING OPTIONS
+        std::uint64_t pending = 0;           // of the balance, not yet paid
+        bool settling = false;               // by the last record
         bool pinTried = false;
         bool pinFailed = false;
     };
@@ -93,6 +102,13 @@ private:
     bool coveredOffline() const;
     Decision decideFirst(std::uint8_t asked) const;
     Decision decideSecond(std::uint8_t asked) const;
+    Decision decideAtOnce() const;
+    Bytes cardQualifiers() const;
+    Answer payAtOnce();
+    Bytes signAtOnce(Bytes& objects) const;
+    void settle();
+    bool verifiedBy(const Command& command) const;
+    Answer refuseVerification(unsigned status, const char* why);
     Bytes verificationResults() const;
     Bytes issuerApplicationData() const;
     Bytes dynamicNumber() const;
@@ -112,6 +128,7 @@ private:
     Application a_;
     Account& account_;
     Transaction transaction_;
+    Bytes challenge_;
 
     // How a transaction that went online came out: the card verification results of the next one tell it.
     struct Outcome {

@@ -153,7 +153,11 @@ Bytes EmvCard::transmit(const Bytes& bytes)
     if (command->ins != kGetResponse) {
         held_.clear();
     }
-    return deliver(*command, perform(*command));
+    Answer answer = perform(*command);
+    if (application() != nullptr && command->ins != kGetChallenge) {
+        application()->keepChallenge({});
+    }
+    return deliver(*command, std::move(answer));
 }
 
 Answer EmvCard::perform(const Command& command)
@@ -231,7 +235,7 @@ Answer EmvCard::select(const Command& command)
     return {fileAt(selected_).fci, blocked ? 0x6283U : 0x9000U};
 }
 
-Answer EmvCard::readRecord(const Command& command) const
+Answer EmvCard::readRecord(const Command& command)
 {
     if ((command.p2 & 0x07) != 0x04 || command.p1 == 0) {
         return refusal(0x6A86);
@@ -244,7 +248,14 @@ Answer EmvCard::readRecord(const Command& command) const
     if (file == records.end()) {
         return refusal(0x6A82);
     }
-    return command.p1 > file->second.size() ? refusal(0x6A83) : Answer{file->second[command.p1 - 1U]};
+    if (command.p1 > file->second.size()) {
+        return refusal(0x6A83);
+    }
+    const Answer answer{file->second[command.p1 - 1U]};
+    if (application() != nullptr) {
+        application()->recordRead(file->first, command.p1); // may write the log
+    }
+    return answer;
 }
 
 Answer EmvCard::readBinary(const Command& command) const
@@ -273,6 +284,9 @@ Answer EmvCard::getChallenge(const Command& command)
     Bytes random(*command.le == 0 ? kUsual : *command.le);
     if (RAND_bytes(random.data(), static_cast<int>(random.size())) != 1) {
         throw std::runtime_error("libcrypto gives no random bytes");
+    }
+    if (application() != nullptr) {
+        application()->keepChallenge(random);
     }
     return {random};
 }

@@ -35,7 +35,7 @@ private:
     Answer select(const Command& command);
     Answer getResponse(const Command& command);
     Answer getChallenge(const Command& command);
-    Answer readRecord(const Command& command) const;
+    Answer readRecord(const Command& command);
     Answer readBinary(const Command& command) const;
     const DedicatedFile& fileAt(std::size_t position) const;
     std::size_t find(const Bytes& name, std::size_t from) const;

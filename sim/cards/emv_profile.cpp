@@ -12,10 +12,12 @@ namespace vorn::sim {
 namespace {
 
 const std::string kPseName = "1PAY.SYS.DDF01";
+const std::string kContactlessPseName = "2PAY.SYS.DDF01";
 constexpr std::size_t kLogRecordSize = 45;
 constexpr std::size_t kMerchantSize = 20;
 constexpr std::size_t kRecordsMax = 254; // record numbers are 01 to FE
 constexpr std::size_t kApplicationsMax = 32;
+constexpr std::size_t kFciMax = 254;
 constexpr tlv::Tag kAid = 0x4F, kLabel = 0x50, kEntry = 0x61, kFci = 0x6F, kRecord = 0x70, kDfName = 0x84;
 constexpr tlv::Tag kPriority = 0x87, kDirectorySfi = 0x88, kDdfName = 0x9D, kProprietary = 0xA5;
 constexpr tlv::Tag kLanguage = 0x5F2D, kPreferredName = 0x9F12, kLogEntry = 0x9F4D, kDiscretionary = 0xBF0C;
@@ -173,6 +175,27 @@ DedicatedFile defaultDirectory(const JsonNode& applications)
     return directory;
 }
 
+// The contactless directory has no records: its entries are in its own file control information.
+DedicatedFile contactlessDirectory(const JsonNode& applications)
+{
+    Bytes entries;
+    unsigned position = 0;
+    for (const JsonNode& node : applications.items()) {
+        ++position;
+        const auto listed = node.find("listed");
+        if (!listed || listed->flag()) {
+            tlv::append(entries, applicationEntry(bytesOf(node.at("aid"), 1, 16), labelOf(node),
+                                                  priorityOf(node).value_or(position)));
+        }
+    }
+    DedicatedFile directory{{kContactlessPseName.begin(), kContactlessPseName.end()}, {}, {}};
+    directory.fci = fciOf(directory.name, tlv::encode(kDiscretionary, entries));
+    if (directory.fci.size() > kFciMax) {
+        applications.expected("fewer applications, or shorter names, for a directory of one answer");
+    }
+    return directory;
+}
+
 // ---------------------------------------------------------------- applications
 
 Bytes readFci(const JsonNode& node, const Bytes& aid, const std::optional<TransactionLog>& log, std::size_t logCount)
@@ -258,15 +281,20 @@ std::optional<TransactionLog> readLog(const JsonNode& node, Records& files)
 }
 
 // Without the member: every file of the records but the log, each from its first record to its last.
+Bytes locatorOf(const JsonNode& afl)
+{
+    Bytes entries = bytesOf(afl, 0, 248);
+    if (entries.size() % 4 != 0) {
+        afl.expected("entries of four bytes");
+    }
+    return entries;
+}
+
 Bytes readLocator(const JsonNode& node, const Records& records, const std::optional<TransactionLog>& log,
                   const std::optional<CardCertificates>& certificates)
 {
     if (const auto afl = node.find("afl")) {
-        Bytes entries = bytesOf(*afl, 0, 248);
-        if (entries.size() % 4 != 0) {
-            afl->expected("entries of four bytes");
-        }
-        return entries;
+        return locatorOf(*afl);
     }
     Bytes entries;
     for (const auto& [sfi, list] : records) {
@@ -295,6 +323,27 @@ void readOfflineAuthentication(const JsonNode& node, Application& application)
     if (certificates) {
         certificates->fill(application.aip, application.afl, files);
     }
+}
+
+std::optional<QuickPayment> readQuickPayment(const JsonNode& node, const Application& application)
+{
+    constexpr std::size_t kLocatorMax = 16; // the answer has to hold much else
+    const auto member = node.find("qpboc");
+    if (!member) {
+        return std::nullopt;
+    }
+    member->allow({"afl", "comment"});
+    const auto afl = member->find("afl");
+    const Records& files = application.file.records;
+    QuickPayment quick{afl ? locatorOf(*afl) : application.afl, findInRecords(files, 0x57).value_or(Bytes()),
+                       findInRecords(files, 0x5F34).value_or(Bytes())};
+    if (quick.afl.size() > kLocatorMax || quick.track2.size() > 19 || quick.sequenceNumber.size() > 1) {
+        member->expected("at most four entries in the AFL, 19 bytes in 57 and one in 5F34");
+    }
+    if (!node.find("keys")) {
+        member->expected("keys beside it, for the cryptogram");
+    }
+    return quick;
 }
 
 crypto::Key keyOf(const JsonNode& node)
@@ -492,6 +541,7 @@ Application readApplication(const JsonNode& node)
                 "refuse_gpo",
                 "records",
                 "offline_authentication",
+                "qpboc",
                 "binaries",
                 "get_data",
                 "get_data_raw",
@@ -524,6 +574,7 @@ Application readApplication(const JsonNode& node)
     application.binaries = readBinaries(node.find("binaries"));
 
     readOfflineAuthentication(node, application);
+    application.quick = readQuickPayment(node, application);
     const Records& files = application.file.records;
     application.pdol = readDol(node, tlv::find(application.file.fci, 0x9F38), "9F38").value_or(tlv::Dol());
     application.cdol1 = readDol(node, findInRecords(files, 0x8C), "8C");
@@ -550,6 +601,10 @@ Application readApplication(const JsonNode& node)
 std::vector<DedicatedFile> readDirectories(const JsonNode& card)
 {
     std::vector<DedicatedFile> directories;
+    const auto contactless = card.find("ppse");
+    if (contactless && contactless->flag()) {
+        directories.push_back(contactlessDirectory(card.at("applications")));
+    }
     const auto pse = card.find("pse");
     if (!pse || pse->value().is_boolean()) {
         if (!pse || pse->flag()) {
@@ -568,7 +623,7 @@ crypto::KeySet readIssuerKeys(const JsonNode& keys) { return readKeySet(keys, {"
 
 EmvProfile readEmvProfile(const JsonNode& card)
 {
-    card.allow({"slot", "after_ms", "type", "comment", "atr", "contactless_answer", "t0", "blocked", "pse",
+    card.allow({"slot", "after_ms", "type", "comment", "atr", "contactless_answer", "t0", "blocked", "pse", "ppse",
                 "applications", "commands"});
     EmvProfile profile;
     const auto atr = card.find("atr");

@@ -38,6 +38,13 @@ struct TransactionLog {
     std::size_t capacity = 0;
 };
 
+// A contactless payment that is over with the answer to GET PROCESSING OPTIONS and the records that it names (qPBOC).
+struct QuickPayment {
+    Bytes afl;
+    Bytes track2; // 57, of the application's records
+    Bytes sequenceNumber;
+};
+
 // Changes while the card lives, and stays over power off.
 struct ApplicationState {
     std::uint16_t atc = 0;
@@ -62,7 +69,8 @@ struct Application {
     Bytes aip;
     Bytes afl;
     OfflineAuthentication offline;
-    tlv::Dol ddol;                 // what INTERNAL AUTHENTICATE brings
+    tlv::Dol ddol; // what INTERNAL AUTHENTICATE brings
+    std::optional<QuickPayment> quick;
     unsigned processingFormat = 1; // of the answer to GET PROCESSING OPTIONS: template 80 or 77
     unsigned cryptogramFormat = 1; // of the answer to GENERATE AC
     bool refuseProcessing = false;

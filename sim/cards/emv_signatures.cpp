@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the card signs with its own key: dynamic and combined data authentication (EMV Book 2, 6.5 and 6.6).
 #include "sim/cards/emv_application.h"
+#include "sim/cards/emv_words.h"
 
 namespace vorn::sim {
 namespace {
@@ -12,7 +13,9 @@ constexpr tlv::Tag kSignature = 0x9F4B, kUnpredictableNumber = 0x9F37;
 // Differs in each transaction; its length in front.
 Bytes EmvApplication::dynamicNumber() const
 {
-    return {2, static_cast<std::uint8_t>(a_.state.atc >> 8), static_cast<std::uint8_t>(a_.state.atc & 0xFF)};
+    Bytes number = {2};
+    tlv::append(number, counter(a_.state.atc));
+    return number;
 }
 
 Answer EmvApplication::internalAuthenticate(const Command& command)
@@ -40,8 +43,7 @@ Answer EmvApplication::internalAuthenticate(const Command& command)
 Answer EmvApplication::signCryptogram(const crypto::Block& cryptogram, const Bytes& data) const
 {
     Bytes before = tlv::encode(0x9F27, {type()});
-    tlv::append(before, tlv::encode(0x9F36, {static_cast<std::uint8_t>(a_.state.atc >> 8),
-                                             static_cast<std::uint8_t>(a_.state.atc & 0xFF)}));
+    tlv::append(before, tlv::encode(0x9F36, counter(a_.state.atc)));
     const Bytes behind = tlv::encode(0x9F10, data);
 
     Bytes transaction = transaction_.lists;
