@@ -99,6 +99,46 @@ TEST_F(ToolTest, TheManualListsTheSubcommandsThatThereAre)
     EXPECT_EQ(documented, known);
 }
 
+TEST_F(ToolTest, TheGuideSaysWhatToDoAboutEveryResult)
+{
+    std::set<std::string> documented, known;
+    for (const auto& row : tableUnder(contents(VORN_TREE_OF_TEST "/docs/guide.md"), "| result | what it says |")) {
+        std::istringstream results(row.at(0));
+        for (std::string result; std::getline(results >> std::ws, result, ',');) {
+            documented.insert(result);
+        }
+    }
+    std::string header = contents(VORN_TREE_OF_TEST "/include/vorn/result.h");
+    header.resize(header.find("enum vorn_limit"));
+    const std::regex constant("VORN_[A-Z_]+ = (-?[0-9]+)");
+    for (auto at = std::sregex_iterator(header.begin(), header.end(), constant); at != std::sregex_iterator(); ++at) {
+        known.insert((*at)[1]);
+    }
+    EXPECT_EQ(documented, known);
+    EXPECT_GT(known.size(), 10U);
+}
+
+TEST_F(ToolTest, TroubleshootingNamesTheExitCodesThatThereAre)
+{
+    const std::string page = contents(VORN_TREE_OF_TEST "/docs/troubleshooting.md");
+    const std::string codes = "\n" + run(scratch, {"help", "codes"}).output;
+    std::set<std::string> named;
+    for (const char* const part : {"## The reader", "## The card", "## A sale"}) {
+        const std::string text = page.substr(page.find(part));
+        for (const auto& row : tableUnder(text, "| what is seen | result |")) {
+            const std::regex number("[0-9]+");
+            for (auto at = std::sregex_iterator(row.at(2).begin(), row.at(2).end(), number);
+                 at != std::sregex_iterator(); ++at) {
+                named.insert(at->str());
+            }
+        }
+    }
+    EXPECT_GT(named.size(), 15U);
+    for (const std::string& code : named) {
+        EXPECT_TRUE(std::regex_search(codes, std::regex("\n *" + code + " "))) << code << codes;
+    }
+}
+
 // scripts/tool-picture takes it anew.
 TEST_F(ToolTest, TheToolsPictureShowsWhatItPrints)
 {
