@@ -12,6 +12,7 @@ namespace {
 constexpr tlv::Tag kRecord = 0x70, kPan = 0x5A, kDdol = 0x9F49;
 constexpr unsigned kLastSfiWithoutTemplate = 10; // EMV Book 3, 10.3: the files of the payment application itself
 constexpr std::size_t kEntrySize = 4;
+constexpr std::size_t kRecordsMax = 254;
 const Bytes kAipAlone = {0x82}; // 9F4A
 const Bytes kUnpredictableNumber = {0x9F, 0x37, 0x04};
 
@@ -105,6 +106,9 @@ CardCertificates::CardCertificates(const JsonNode& node, Records& records)
     std::vector<Bytes>& file = records[sfi_];
     first_ = file.size();
     file.resize(file.size() + 2 + (methods_.signsItself() ? 1 : 0));
+    if (file.size() > kRecordsMax) {
+        node.expected("a file (sfi) with room for three more records");
+    }
 }
 
 void CardCertificates::readTerms(const JsonNode& node)

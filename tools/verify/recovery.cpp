@@ -55,8 +55,8 @@ Recovered::Recovered(const Bytes& signature, const Bytes& modulus, const Bytes& 
     header_ = block.front();
     trailer_ = block.back();
     const auto hash = block.end() - 1 - kHashSize;
-    content_.assign(block.begin() + 1, hash);
-    hash_.assign(hash, block.end() - 1);
+    content_ = Bytes(block.begin() + 1, hash);
+    hash_ = Bytes(hash, block.end() - 1);
 }
 
 std::string Recovered::problem(std::uint8_t format) const
