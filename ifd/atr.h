@@ -18,9 +18,9 @@ struct AtrFacts {
 
 AtrFacts readAtr(ByteView atr);
 
-// What a client is shown as the answer to reset of a card in the field (PC/SC Part 3, 3.1.3.2.3.1): an answer to reset
-// as it is, the historical bytes of an answer to select (ISO/IEC 14443-4, 5.2) in one, and one without historical bytes
-// for an answer that is neither.
+// What a client is shown as the answer to reset of a card in the field, as PC/SC has it for contactless cards: an answer
+// to reset as it is, the historical bytes of an answer to select (ISO/IEC 14443-4, 5.2) in one, and one without
+// historical bytes for an answer that is neither.
 Atr contactlessAtr(ByteView answer);
 
 } // namespace vorn::ifd

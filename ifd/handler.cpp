@@ -73,7 +73,7 @@ constexpr std::uint32_t kDriverVersion =
     (VORN_VERSION_MAJOR << 24) + (VORN_VERSION_MINOR << 16) + VORN_VERSION_PATCH; // 0xMMmmbbbb
 constexpr std::uint32_t kSerialChannel = 0x00010000;
 constexpr std::uint32_t kUsbChannel = 0x00200000;
-constexpr std::uint8_t kPresentInPlace = 2; // PC/SC Part 3, 3.1.1: 1 is for readers that draw a card in
+constexpr std::uint8_t kPresentInPlace = 2; // PC/SC: 1 is for readers that draw a card in
 constexpr std::uint8_t kAsynchronousCard = 1;
 
 struct Asked {
@@ -166,7 +166,7 @@ const Capability* capabilityOf(DWORD tag)
 
 // ---------------------------------------------------------------- control codes
 
-// PC/SC Part 10: the one feature of this reader is to tell its properties.
+// Of PC/SC's features the reader has one: to tell its properties.
 constexpr DWORD kGetProperties = SCARD_CTL_CODE(3600);
 
 RESPONSECODE putFeatures(Out& out)
