@@ -28,7 +28,22 @@ class Simulation:
         self.process.stdout.close()
 
 
-class Card:
+class Exchanging:
+    """Does what 61xx and 6Cxx ask for, around `transmit`, which sends a command as it stands."""
+
+    def exchange(self, command):
+        """The data and the status word."""
+        response = self.transmit(command)
+        if response[-2] == 0x6C:
+            has_data = len(command) > 5
+            header = command[:5 + command[4]] if has_data else command[:4]
+            return self.exchange(header + response[-1:])
+        if response[-2] == 0x61:
+            return self.exchange(bytes([0x00, 0xC0, 0x00, 0x00, response[-1]]))
+        return response[:-2], response[-2] << 8 | response[-1]
+
+
+class Card(Exchanging):
     """The card in the contact slot or in the field, powered."""
 
     def __init__(self, port, contactless=False):
@@ -45,16 +60,8 @@ class Card:
         self._ask(bytes([0x32, 0x25, 0, 0]) if self.slot == 0xFF else bytes([0x32, 0x23, 0]))
         os.close(self.line)
 
-    def exchange(self, command):
-        """One command; what 61xx and 6Cxx ask for is done. The data and the status word."""
-        response = self._ask(bytes([0x32, 0x26, self.slot]) + command)
-        if response[-2] == 0x6C:
-            has_data = len(command) > 5
-            header = command[:5 + command[4]] if has_data else command[:4]
-            return self.exchange(header + response[-1:])
-        if response[-2] == 0x61:
-            return self.exchange(bytes([0x00, 0xC0, 0x00, 0x00, response[-1]]))
-        return response[:-2], response[-2] << 8 | response[-1]
+    def transmit(self, command):
+        return self._ask(bytes([0x32, 0x26, self.slot]) + command)
 
     def _ask(self, content):
         check = 0

@@ -40,14 +40,21 @@ CARDS = (("debit", DEBIT, "CDA"), ("credit", CREDIT, "SDA"), ("multi", DEBIT, "D
          ("multi", CASH, "DDA"), ("contactless", DEBIT, "CDA"))
 
 
+def on_the_line(test, profile, contactless):
+    simulation = Simulation(VORN, profile)
+    test.addCleanup(simulation.end)
+    card = Card(simulation.port, contactless)
+    test.addCleanup(card.close)
+    return card
+
+
 class OneCard(unittest.TestCase):
+    way = staticmethod(on_the_line)  # over_pcsc.py goes another
+
     def insert(self, profile):
         self.profile = profile
         self.contactless = profile == "contactless"
-        simulation = Simulation(VORN, profile)
-        self.addCleanup(simulation.end)
-        self.card = Card(simulation.port, self.contactless)
-        self.addCleanup(self.card.close)
+        self.card = self.way(self, profile, self.contactless)
 
     def start(self, aid, amount=12345, **options):
         terminal = Terminal(self.card, test_authority(), amount, **options)
