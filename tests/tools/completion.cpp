@@ -35,12 +35,12 @@ protected:
         return all;
     }
 
-    // A script's output: its directory is an empty one but for the file card.json.
+    // A script's output: its directory is an empty one but for the file wallet-card.json.
     std::string output(const std::string& shell, const std::string& text, const Arguments& arguments = {})
     {
         const std::string program = scratch.file("script", text);
         fs::create_directory(scratch.path() / "here");
-        std::ofstream(scratch.path() / "here" / "card.json") << "{}";
+        std::ofstream(scratch.path() / "here" / "wallet-card.json") << "{}";
         std::string command = "cd '" + (scratch.path() / "here").string() + "' && " + shell + " '" + program + "'";
         for (const std::string& argument : arguments) {
             command += " '" + argument + "'";
@@ -103,9 +103,9 @@ TEST_F(CompletionTest, OptionsAreThoseThatCanStillStand)
 
 TEST_F(CompletionTest, ValuesAreOfTheirOptionsKind)
 {
-    EXPECT_EQ(offered({"info", "--sim", "c"}), (Words{"credit", ":files"}));
-    EXPECT_EQ(offered({"info", "--sim=c"}), (Words{"credit", ":files"}));
-    EXPECT_EQ(offered({"info", "--sim", "=", "c"}), (Words{"credit", ":files"}));
+    EXPECT_EQ(offered({"info", "--sim", "walle"}), (Words{"wallet", ":files"}));
+    EXPECT_EQ(offered({"info", "--sim=walle"}), (Words{"wallet", ":files"}));
+    EXPECT_EQ(offered({"info", "--sim", "=", "walle"}), (Words{"wallet", ":files"}));
     EXPECT_EQ(offered({"sim", "ps"}), (Words{"psam", ":files"}));
     EXPECT_EQ(offered({"sim", "--fault", "s"}), (Words{"status=", "silence", "short="}));
     EXPECT_EQ(offered({"m1", "auth", "--key-type", "A"}), (Words{"A", "AB"}));
@@ -152,8 +152,8 @@ TEST_F(CompletionTest, AllValuesThatTheHelpNamesAreOfAKindThatIsCompleted)
 TEST_F(CompletionTest, BashOffersWordsAndFiles)
 {
     EXPECT_EQ(inBash({"wa"}), (Words{"wallet", "watch"}));
-    EXPECT_EQ(inBash({"info", "--sim", "c"}), (Words{"credit", "card.json"}));
-    EXPECT_EQ(inBash({"info", "--sim", "=", "c"}), (Words{"credit", "card.json"}));
+    EXPECT_EQ(inBash({"info", "--sim", "walle"}), (Words{"wallet", "wallet-card.json"}));
+    EXPECT_EQ(inBash({"info", "--sim", "=", "walle"}), (Words{"wallet", "wallet-card.json"}));
     EXPECT_EQ(inBash({"info", "--sim", "="}).count("wallet"), 1U);
     EXPECT_EQ(inBash({"info", "--json", "--ra"}), Words{""});
     EXPECT_EQ(output("bash", "source \"$1\"; complete -p vorn\n", {kFolder + "vorn.bash"}), "complete -F _vorn vorn\n");
@@ -176,7 +176,7 @@ TEST_F(CompletionTest, ZshCompletesALineThatThenRuns)
                "zpty -r -m shell seen '*ENDED*'\n"
                "print -r -- \"$seen\"\n",
                {kFolder, tool().string()});
-    EXPECT_NE(said.find("psam\r\nwallet"), std::string::npos) << said;
+    EXPECT_NE(said.find("\r\nwallet\r\n"), std::string::npos) << said;
     EXPECT_NE(said.find("A019" + kPan), std::string::npos) << said;
 }
 
