@@ -14,6 +14,7 @@ namespace vorn::sim {
 namespace {
 
 constexpr tlv::Tag kQualifiers = 0x9F66, kCurrency = 0x5F2A, kAmount = 0x9F02, kUnpredictableNumber = 0x9F37;
+constexpr tlv::Tag kTransactionType = 0x9C;
 constexpr std::size_t kEntrySize = 4;
 
 // The bits of the terminal's qualifiers that matter here.
@@ -54,7 +55,10 @@ EmvApplication::Decision EmvApplication::decideAtOnce() const
 {
     const Qualifiers terminal(said(kQualifiers));
     const bool onlinePin = terminal.wantsHolderVerified() && terminal.takesOnlinePin();
-    const bool cash = a_.state.electronicCash && said(kCurrency) == a_.state.cashCurrency && amount() > 0;
+    // Whoever only reads the card's data asks for an amount too, and for cash.
+    const Bytes type = said(kTransactionType);
+    const bool purchase = (type.empty() || type == Bytes{0x00}) && amount() > 0;
+    const bool cash = purchase && a_.state.electronicCash && said(kCurrency) == a_.state.cashCurrency;
     if (a_.risk.forceFirst) {
         return {*a_.risk.forceFirst, "the profile says so"};
     }

@@ -32,6 +32,7 @@ protected:
     {
         terminal.objects[0x9F66] = unhex(qualifiers);
         terminal.objects[0x9F02] = sim::bcdAmount(amount);
+        terminal.objects[0x9C] = {type};
         terminal.select(kAid);
         const sim::Bytes values = terminal.fill(find(terminal.fci, 0x9F38).value_or(sim::Bytes()));
         return answer = terminal.data(test::Terminal::command("80A80000", sim::tlv::encode(0x83, values)));
@@ -65,6 +66,7 @@ protected:
     }
     std::uint64_t balance() { return terminal.card().state().balance; }
 
+    std::uint8_t type = 0x00; // a purchase
     test::Terminal terminal{test::emvCard(shippedCard())};
     sim::Bytes answer;
     verify::Objects objects;
@@ -165,6 +167,17 @@ TEST_F(Contactless, BelowTheResetThresholdTheCardWantsToBeLoaded)
     EXPECT_EQ(kind(), "80");
     tap(kQuick, 10000);
     EXPECT_EQ(kind(), "40");
+}
+
+// IC_GetInfo reads a card with an amount of 0.12 and this type.
+TEST_F(Contactless, CashIsNotPaidOutOfTheElectronicCash)
+{
+    type = 0x01;
+    tap("F4000000", 12);
+    EXPECT_EQ(kind(), "80");
+    readRecords();
+    EXPECT_EQ(balance(), 30000U);
+    EXPECT_EQ(sim::toHex(verify::valueOf(objects, 0x5A)), "6229990000583307146F") << "what was to be read";
 }
 
 TEST_F(Contactless, AnotherCurrencyIsNotPaidFromTheCash)

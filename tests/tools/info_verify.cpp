@@ -45,6 +45,15 @@ TEST_F(ToolTest, InfoVerifiesCardsWithT0AndWithoutDynamicSignature)
     EXPECT_EQ(result.json()["offlineAuthentication"]["steps"].size(), 3U);
 }
 
+TEST_F(ToolTest, InfoVerifiesAContactlessCardAndPaysNothing)
+{
+    const Result result = verify(scratch, "contactless", {"--json"});
+    EXPECT_EQ(result.code, kOk) << result.errors;
+    EXPECT_EQ(result.json()["interface"], "contactless");
+    EXPECT_EQ(result.json()["offlineAuthentication"]["steps"].size(), 4U);
+    EXPECT_EQ(result.json()["ecBalance"], "300.00");
+}
+
 TEST_F(ToolTest, InfoAsksForNoSignedCryptogramOfItsOwnAccord)
 {
     const Result result = verify(scratch, "debit", {"-v"});
