@@ -9,7 +9,7 @@ namespace vorn::ifd {
 class Mutex {
 public:
     void lock() { pthread_mutex_lock(&mutex_); }
-    bool tryLock() { return pthread_mutex_trylock(&mutex_) == 0; }
+    bool tryLock(); // false: somebody holds it
     void unlock() { pthread_mutex_unlock(&mutex_); }
 
 private:
