@@ -25,19 +25,9 @@ public:
     // The rest behind `at`, and the first `count` bytes; as much of either as there is.
     constexpr ByteView from(std::size_t at) const
     {
-        ByteView rest;
-        if (at < size_) {
-            rest.data_ = data_ + at;
-            rest.size_ = size_ - at;
-        }
-        return rest;
+        return at >= size_ ? ByteView() : ByteView(data_ + at, size_ - at);
     }
-    constexpr ByteView first(std::size_t count) const
-    {
-        ByteView front = *this;
-        front.size_ = count < size_ ? count : size_;
-        return front;
-    }
+    constexpr ByteView first(std::size_t count) const { return ByteView(data_, count < size_ ? count : size_); }
 
     void copyTo(void* out) const
     {
