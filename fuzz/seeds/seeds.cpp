@@ -108,6 +108,36 @@ private:
     sim::Reader reader_;
 };
 
+// The exchanges as the library's log has them, behind the entry of a call and before those of its end.
+std::string logOf(const std::string& begin, const Simulated& reader, const std::string& end)
+{
+    const auto dump = [](const Bytes& bytes) {
+        std::string line;
+        for (const std::uint8_t byte : bytes) {
+            line += sim::toHex({byte}) + " ";
+        }
+        return line + "\n";
+    };
+    std::string log = begin + "\r\n";
+    for (const auto& exchange : reader.exchanges()) {
+        const std::uint8_t operation = exchange.command.size() > 1 ? exchange.command[1] : std::uint8_t{0};
+        const std::string mark = operation == 0x22 ? "icc_poweron" : operation == 0x24 ? "picc_Active" : "capdu";
+        log += "Indata----------------------" + mark + "\n" + dump(exchange.command);
+        log += "Outdata----------------------" + mark + "\n" + dump(exchange.payload);
+    }
+    return log + end;
+}
+
+void writeLog(const std::string& name, const std::string& log)
+{
+    Bytes pieces{0x3F, 0x00};
+    write("tool_log", name, pieces += bytesOf(log));
+    Bytes head{0x00};
+    write("tool_recognise", "log-" + name, head += bytesOf(log));
+    Bytes number(12);
+    write("tool_redact", name, number += bytesOf(log));
+}
+
 // Single answers and commands are seeds for what looks at one of them.
 void writeParts(const std::string& name, const Simulated& reader)
 {
@@ -121,6 +151,9 @@ void writeParts(const std::string& name, const Simulated& reader)
         if (apdu) {
             const Bytes command(exchange.command.begin() + 3, exchange.command.end());
             apdus += counted(command);
+            Bytes pasted{0x00};
+            write("tool_recognise", part,
+                  pasted += bytesOf(sim::toHex(command) + "\n" + sim::toHex(exchange.payload) + "\n"));
             Bytes words = counted(command);
             write("tool_values", part, words += exchange.payload);
             Bytes mask{0x00, 0x5A};
@@ -190,6 +223,11 @@ void cardData(const sim::Profile& profile)
         }
         write("tool_line", name, watched);
         write("tool_lettered", name, bytesOf(record));
+        Bytes pasted{0x00};
+        write("tool_recognise", "record-" + name, pasted += bytesOf(record));
+        writeLog(name, logOf("begin func IC_GetInfo(nPortNo:ttyS1,extendPort:,nBaudRate:9600,nTimeout:3,pnIcType:3,"
+                             "pszAIDlist:,pszTaglist:ABCDEFGHIJKL",
+                             reader, "pnUsrInfoLen:" + std::to_string(length) + "\r\npnUsrInfoLen:" + record + "\r\n"));
         Bytes selection{static_cast<std::uint8_t>(*aid == '\0' ? 1 : 2)};
         selection += counted(*aid == '\0' ? bytesOf("1PAY.SYS.DDF01") : *sim::fromHex(aid));
         Bytes rest;
@@ -212,6 +250,11 @@ void logDetail(const sim::Profile& profile)
     Bytes head{0x00, 0x03};
     writeCall("log_detail", profile.name, head += text(""), reader);
     write("tool_lettered", profile.name + "-log", bytesOf(detail));
+    Bytes pasted{0x01};
+    write("tool_recognise", "transactions-" + profile.name, pasted += bytesOf(detail));
+    writeLog("detail-" + profile.name, logOf("IC_GetTranDeta nPortNo:ttyS1,extendPort:,nBaudRate:9600,nTimeout:3,"
+                                             "pnIcType:1,pszAIDlist:",
+                                             reader, std::string("TxDetail:") + detail + "\r\n"));
 }
 
 void sale(const sim::Profile& profile, const std::string& amount)
@@ -233,6 +276,19 @@ void sale(const sim::Profile& profile, const std::string& amount)
     Bytes head{0x00, 0x03};
     ((head += text("")) += text(transaction)) += text(answer);
     writeCall("sale", name, head, reader);
+    writeLog("sale-" + name,
+             logOf("IC_GenARQC nPortNo:ttyS1,extendPort:,nBaudRate:9600,nTimeout:3,pnIcType:3,pszAIDlist:,pszTxData:" +
+                       transaction,
+                   reader,
+                   std::string("pszARQC:") + request + "\r\nicc_tempappdata:" + state + "\r\nIC_CtlScriptData " +
+                       "nPortNo:ttyS1,extendPort:,nBaudRate:9600,nTimeout:3,pnIcType:1,pszTxData:" + transaction +
+                       ",pszARPC:" + answer + ",icc_tempappdata:" + state + "\r\npnTCLen:1,pszTC:" + certificate +
+                       "\r\npszScriptResult:" + script + "\r\n[ICC/ICC_COMM_VORN:5411]0"));
+    for (const auto& [part, hex] :
+         {std::pair("arqc", request), std::pair("tc", certificate), std::pair("state", state)}) {
+        Bytes pasted{0x00};
+        write("tool_recognise", part + ("-" + name), pasted += bytesOf(hex));
+    }
     Bytes texts{0x01};
     ((((texts += text("ttyS1")) += text(transaction)) += text(answer)) += text(""));
     write("host_texts", "sale-" + name, texts);
@@ -295,6 +351,10 @@ void wallet(const sim::Profile& profile)
 void fixedTexts()
 {
     int number = 0;
+    for (const char* const port :
+         {"ttyS1", "/dev/pts/3", "USB", "../../etc/passwd", "/dev/serial/by-path/pci-0:1", "x,9"}) {
+        write("tool_port", std::to_string(number++), bytesOf(port));
+    }
     for (const char* const request : {R"({"RequestPort": "3"})", R"({"RequestPort": "0"})", R"({"RequestPort": 3})",
                                       R"({"RequestPort": "99999999999"})", "[[[[{}]]]]", ""}) {
         Bytes input{0x00};

@@ -1,26 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // Values as the tool shows them: hex, texts, amounts, dates, commands and answers in words. What comes from a card
 // must not bring a control character to a terminal.
-#include "support/input.h"
-#include "support/require.h"
+#include "support/tool_output.h"
 #include "tools/explain/apdu_words.h"
 #include "tools/explain/present.h"
 #include "tools/explain/status_words.h"
 
-#include <algorithm>
-
 using namespace vorn;
 using namespace vorn::fuzz;
-
-namespace {
-
-void requirePrintable(const std::string& text)
-{
-    require(std::none_of(text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7F; }),
-            "no control characters");
-}
-
-} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {

@@ -230,6 +230,21 @@ TEST(Redaction, ALogWithoutSecretsStaysAsItIs)
     EXPECT_EQ(redacted(log), log);
 }
 
+TEST(Redaction, LeavesTheCaseOfADumpAsItIs)
+{
+    const std::string log = exchange("00 b2 01 0c 00", "70 0a 5a 08 62 29 99 12 34 56 65 89 90 00");
+    EXPECT_EQ(redacted(log), exchange("00 b2 01 0c 00", "70 0a 5a 08 62 29 99 00 00 00 65 89 90 00"));
+}
+
+// A field that claims more than its line has is hidden with the blanks in it, and ends with its line.
+TEST(Redaction, AFieldThatRunsPastItsLineIsHiddenToTheEndOfTheLine)
+{
+    for (const char* const end : {"\n", "\r\n"}) {
+        const std::string log = "K031 1234 5678 9012" + std::string(end) + "next" + end + "B031 D1234" + end;
+        EXPECT_EQ(redacted(log), "K031000000000000000" + std::string(end) + "next" + end + "B0310D0000" + end);
+    }
+}
+
 // ---------------------------------------------------------------- replay
 
 Transcript transcriptOf(const std::string& log)

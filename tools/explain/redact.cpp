@@ -21,12 +21,13 @@ bool dumpLine(const std::string& line)
     return line.find_first_not_of("0123456789ABCDEFabcdef \r\n") == std::string::npos;
 }
 
-// The hex characters of a dump, and the same with others in their places.
+bool blank(char c) { return c == ' ' || c == '\r' || c == '\n'; }
+
+// The hex characters of a dump, and the dump with those hidden that are hidden there: the others stay in their case.
 std::string denseOf(const std::string& text)
 {
     std::string dense;
-    std::copy_if(text.begin(), text.end(), std::back_inserter(dense),
-                 [](char c) { return c != ' ' && c != '\r' && c != '\n'; });
+    std::copy_if(text.begin(), text.end(), std::back_inserter(dense), [](char c) { return !blank(c); });
     return dense;
 }
 
@@ -34,8 +35,8 @@ std::string filled(std::string text, const std::string& dense)
 {
     std::size_t at = 0;
     for (char& c : text) {
-        if (c != ' ' && c != '\r' && c != '\n' && at < dense.size()) {
-            c = dense[at++];
+        if (!blank(c) && at < dense.size()) {
+            c = dense[at++] == '*' ? '*' : c;
         }
     }
     return text;
@@ -95,7 +96,18 @@ void Redaction::feed(const std::string& line, Use use)
     }
 }
 
+// A field of a record may claim more than its line has: the ends of lines are nobody's secret.
 std::string Redaction::masked(const Block& block)
+{
+    std::string text = hidden(block);
+    for (std::size_t at = block.text.find_first_of("\r\n"); at < text.size();
+         at = block.text.find_first_of("\r\n", at + 1)) {
+        text[at] = block.text[at];
+    }
+    return text;
+}
+
+std::string Redaction::hidden(const Block& block)
 {
     if (!block.dump) {
         return maskText(block.text);
@@ -118,10 +130,16 @@ std::string Redaction::masked(const Block& block)
 
 // ---------------------------------------------------------------- what is secret
 
-void Redaction::remember(const std::string& clear, const std::string& hidden)
+void Redaction::remember(const std::string& clear, const std::string& masked)
 {
-    const std::string was = denseOf(clear);
-    const std::string is = denseOf(hidden);
+    std::string was;
+    std::string is;
+    for (std::size_t at = 0; at < clear.size(); ++at) { // a blank may be hidden, too
+        if (!blank(clear[at])) {
+            was += clear[at];
+            is += masked[at];
+        }
+    }
     for (std::size_t at = is.find('*'); at < is.size(); at = is.find('*', at)) {
         const std::size_t end = std::min(is.find_first_not_of('*', at), is.size());
         std::string secret = was.substr(at, end - at);

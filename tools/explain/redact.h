@@ -43,6 +43,7 @@ private:
     template <class Use>
     void flush(Use use);
     std::string masked(const Block& block);
+    std::string hidden(const Block& block);
     void remember(const std::string& clear, const std::string& masked);
     void sweep(std::string& text) const;
     std::string zeroed(const Block& block);
