@@ -25,7 +25,7 @@ unsigned pairFromHex(unsigned char first, unsigned char second)
     return ((looseNibble(first) & 0x0FU) << 4) + looseNibble(second);
 }
 
-// A hex digit of halftochar.
+// A hex digit of halftochar; of other characters the low byte of what lower-case letters give counts.
 unsigned upperNibble(unsigned char c)
 {
     if (c >= '0' && c <= '9') {
@@ -34,7 +34,7 @@ unsigned upperNibble(unsigned char c)
     if (c >= 'A' && c <= 'F') {
         return c - unsigned{'A'} + 10U;
     }
-    return c - 0x57U;
+    return (c + 0x100U - 0x57U) & 0xFFU;
 }
 
 // A digit of AscToBcd.
