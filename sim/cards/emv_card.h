@@ -18,7 +18,7 @@ public:
 
     Bytes powerOn() override;
     void powerOff() override;
-    Bytes transmit(const Bytes& command) override;
+    Bytes transmit(const Bytes& bytes) override;
 
     // What the card did and why, in its own words, oldest first: "ARPC wrong: issuer authentication failed".
     std::vector<std::string> account() const { return account_.lines(); }

@@ -511,7 +511,7 @@ std::map<unsigned, Bytes> readBinaries(const std::optional<JsonNode>& node)
 
 std::optional<tlv::Dol> readDol(const JsonNode& node, const std::optional<Bytes>& bytes, const char* what)
 {
-    const auto dol = bytes ? tlv::parseDol(*bytes) : std::nullopt;
+    auto dol = bytes ? tlv::parseDol(*bytes) : std::nullopt;
     if (bytes && !dol) {
         throw ProfileError(node.where() + ": " + what + " is no list of tags and lengths");
     }

@@ -38,7 +38,7 @@ unsigned groupOf(unsigned block)
     return block < kFirstLarge ? block % kSmallSectorBlocks : (block - kFirstLarge) % kLargeSectorBlocks / 5;
 }
 
-constexpr std::size_t kImageSizeMax = 64 * 1024; // of an image file: 256 lines with room for comments
+constexpr std::size_t kImageSizeMax = 65536; // of an image file: 256 lines with room for comments
 
 // ---------------------------------------------------------------- access conditions
 

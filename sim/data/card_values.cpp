@@ -111,7 +111,7 @@ Bytes utf8ToGbk(const std::string& text)
         return {text.begin(), text.end()};
     }
     const iconv_t converter = iconv_open("GBK", "UTF-8");
-    if (converter == iconv_t(-1)) {
+    if (converter == iconv_t(-1)) { // NOLINT(performance-no-int-to-ptr): as iconv_open says that it failed
         throw std::invalid_argument("an ASCII text, since this system's C library has no conversion to GBK");
     }
     std::string in = text;
@@ -143,7 +143,7 @@ std::uint64_t amountFromBcd(const Bytes& digits)
 {
     std::uint64_t amount = 0;
     for (const std::uint8_t byte : digits) {
-        amount = amount * 100 + (byte >> 4) * 10U + (byte & 0x0FU);
+        amount = amount * 100 + std::uint64_t{10} * (byte >> 4) + (byte & 0x0FU);
     }
     return amount;
 }

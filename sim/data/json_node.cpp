@@ -75,7 +75,7 @@ Bytes JsonNode::hex() const
 
 Bytes JsonNode::hex(std::size_t size) const
 {
-    const Bytes bytes = hex();
+    Bytes bytes = hex();
     if (bytes.size() != size) {
         expected(std::to_string(size) + " bytes of hex text");
     }

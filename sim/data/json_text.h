@@ -10,7 +10,7 @@
 
 namespace vorn::sim {
 
-constexpr std::size_t kJsonSizeMax = 1024 * 1024;
+constexpr std::size_t kJsonSizeMax = 1048576;
 constexpr int kJsonDepthMax = 64;
 constexpr std::size_t kJsonValuesMax = 50000; // lists and objects counted too
 constexpr std::size_t kJsonNameMax = 1000;    // bytes of one member's name

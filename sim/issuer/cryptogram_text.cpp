@@ -74,7 +74,7 @@ std::optional<Bytes> readDateBehindGap(const Bytes& text, std::size_t& position)
 {
     for (std::size_t at = position; at < text.size(); ++at) {
         std::size_t behind = at;
-        const auto date = valueBehind(text, behind, tlv::tagBytes(kDate), 3);
+        auto date = valueBehind(text, behind, tlv::tagBytes(kDate), 3);
         std::size_t type = behind;
         if (date && valueBehind(text, type, tlv::tagBytes(kType), 1)) {
             position = behind;

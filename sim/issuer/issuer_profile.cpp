@@ -37,7 +37,7 @@ constexpr std::size_t kCommandsMax = 1000;               // of all scripts, repe
 
 std::string pinOf(const JsonNode& node)
 {
-    const std::string digits = node.text();
+    std::string digits = node.text();
     if (digits.size() < 4 || digits.size() > 12 || digits.find_first_not_of("0123456789") != std::string::npos) {
         node.expected("a PIN of 4 to 12 digits");
     }

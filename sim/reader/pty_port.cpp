@@ -37,7 +37,7 @@ constexpr int kPiecesPerSecond = 1000; // a paced answer is handed over about a 
 constexpr std::size_t kReadSize = 4096;
 // While so many bytes of either direction wait for their time, nothing more is read: a host that writes without end,
 // or asks for answers that are delayed by an hour, waits as on a line that is busy.
-constexpr std::size_t kWaitingMax = 64 * 1024;
+constexpr std::size_t kWaitingMax = 65536;
 
 [[noreturn]] void fail(const std::string& what)
 {
@@ -133,7 +133,7 @@ struct PtyPort::State {
 
     State(Reader& r, Options o) : reader(r), options(std::move(o)) {}
     void open();
-    void makeLink();
+    void makeLink() const;
     void removeLink() const;
 
     void serve();
@@ -187,7 +187,7 @@ void PtyPort::State::open()
 }
 
 // A link that an earlier run left behind is replaced; anything else of that name is not touched.
-void PtyPort::State::makeLink()
+void PtyPort::State::makeLink() const
 {
     const char* const link = options.link.c_str();
     if (options.link.empty() || ::symlink(path.c_str(), link) == 0) {

@@ -35,11 +35,11 @@ constexpr std::uint16_t kPacketSize = 64;
 constexpr std::uint8_t kConfiguration = 1;
 
 // What may wait for one machine. A peer that asks without end and reads nothing is not listened to until it reads.
-constexpr int kPacketsMax = 64;                // packets for the peer
-constexpr std::size_t kTransfersMax = 64;      // transfers that wait for an answer; more are refused
-constexpr std::size_t kAnswersMax = 64 * 1024; // bytes of answers that wait for a transfer; more are lost
-constexpr std::size_t kReadMax = 256 * 1024;   // bytes taken in one turn, so that an end is noticed
-constexpr int kAcceptPause = 100;              // milliseconds, when a connection could not be taken
+constexpr int kPacketsMax = 64;            // packets for the peer
+constexpr std::size_t kTransfersMax = 64;  // transfers that wait for an answer; more are refused
+constexpr std::size_t kAnswersMax = 65536; // bytes of answers that wait for a transfer; more are lost
+constexpr std::size_t kReadMax = 262144;   // bytes taken in one turn, so that an end is noticed
+constexpr int kAcceptPause = 100;          // milliseconds, when a connection could not be taken
 
 // USB 2.0, 9.6: device; configuration with interface 0 and its two bulk endpoints.
 const Bytes kDeviceDescriptor = {0x12, 0x01, 0x00, 0x02, 0x00, 0x00, 0x00, 0x40, 0x5C,
