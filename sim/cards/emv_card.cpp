@@ -251,7 +251,7 @@ Answer EmvCard::readRecord(const Command& command)
     if (command.p1 > file->second.size()) {
         return refusal(0x6A83);
     }
-    const Answer answer{file->second[command.p1 - 1U]};
+    Answer answer{file->second[command.p1 - 1U]};
     if (application() != nullptr) {
         application()->recordRead(file->first, command.p1); // may write the log
     }
