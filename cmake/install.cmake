@@ -31,10 +31,10 @@ install(DIRECTORY include/vorn DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT
 
 set(cmake_package ${CMAKE_INSTALL_LIBDIR}/cmake/ICC_COMM_VORN)
 install(EXPORT ICC_COMM_VORN DESTINATION ${cmake_package} NAMESPACE ICC_COMM_VORN::
-  FILE ICC_COMM_VORN-config.cmake COMPONENT development)
-write_basic_package_version_file(${PROJECT_BINARY_DIR}/ICC_COMM_VORN-config-version.cmake
+  FILE ICC_COMM_VORNConfig.cmake COMPONENT development)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/ICC_COMM_VORNConfigVersion.cmake
   COMPATIBILITY SameMajorVersion)
-install(FILES ${PROJECT_BINARY_DIR}/ICC_COMM_VORN-config-version.cmake DESTINATION ${cmake_package}
+install(FILES ${PROJECT_BINARY_DIR}/ICC_COMM_VORNConfigVersion.cmake DESTINATION ${cmake_package}
   COMPONENT development)
 
 vorn_way_between(${CMAKE_INSTALL_LIBDIR}/pkgconfig . to_prefix)
@@ -62,6 +62,15 @@ foreach(page "1:tool" "5:tool" "3:development" "7:development")
     COMPONENT ${component} OPTIONAL FILES_MATCHING PATTERN "*.${section}")
 endforeach()
 
+install(DIRECTORY examples/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/hosts COMPONENT development
+  PATTERN CMakeLists.txt EXCLUDE)
+foreach(page guide troubleshooting versions compatibility packaging)
+  install(FILES docs/${page}.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
+endforeach()
+
 # ---------------------------------------------------------------- for those who run a counter
 install(FILES LICENSE README.md CHANGELOG.md SECURITY.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT library)
 install(DIRECTORY packaging/examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT library)
+# scripts/bill-of-materials writes it once library and tool are built; packaging/debian/rules has it do so.
+install(FILES ${PROJECT_BINARY_DIR}/ICC_COMM_VORN.spdx.json DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT library
+  OPTIONAL)

@@ -5,8 +5,8 @@ vm=$out/guest
 multiarch=/usr/lib/aarch64-linux-gnu
 cross=/usr/aarch64-linux-gnu/lib
 
-fetch_kernel() { # with its USB modules, and a shell; once
-  [ -f $vm/fetched ] && return
+fetch_kernel() { # with its modules for USB, and for a disk with a root file system, and a shell; once
+  [ -f $vm/fetched ] && [ -n "$(module virtio_blk)" ] && return
   rm -rf $vm
   mkdir -p $vm/download $vm/unpacked
   local kernel package
@@ -15,7 +15,9 @@ fetch_kernel() { # with its USB modules, and a shell; once
   (cd $vm/download && apt-get download "${kernel%:arm64}:arm64" busybox-static:arm64) || return 1
   for package in "$vm"/download/linux-image-*.deb; do
     dpkg-deb --fsys-tarfile "$package" |
-      tar -x -C $vm/unpacked --wildcards './boot/vmlinuz-*' './lib/modules/*/kernel/drivers/usb/*' || return 1
+      tar -x -C $vm/unpacked --wildcards './boot/vmlinuz-*' './lib/modules/*/kernel/drivers/usb/*' \
+        './lib/modules/*/kernel/drivers/virtio/*' './lib/modules/*/kernel/drivers/block/virtio*' \
+        './lib/modules/*/kernel/fs/*' './lib/modules/*/kernel/lib/*' './lib/modules/*/kernel/crypto/*' || return 1
   done
   for package in "$vm"/download/busybox*.deb; do
     dpkg-deb --fsys-tarfile "$package" | tar -x -C $vm/unpacked || return 1
@@ -24,7 +26,7 @@ fetch_kernel() { # with its USB modules, and a shell; once
   touch $vm/fetched
 }
 
-module() { find $vm/unpacked/lib/modules -name "$1.ko" | head -n 1; }
+module() { find $vm/unpacked/lib/modules -name "$1.ko" 2>/dev/null | head -n 1; }
 
 install_program() { # file, directory
   aarch64-linux-gnu-strip -o "$2/$(basename "$1")" "$1"
