@@ -212,7 +212,10 @@ bool done(const Bytes& response)
 
 Bytes select(const Bytes& aid)
 {
-    Bytes command{0x00, 0xA4, 0x04, 0x00, static_cast<std::uint8_t>(aid.size())};
+    const Bytes header{0x00, 0xA4, 0x04, 0x00, static_cast<std::uint8_t>(aid.size())};
+    Bytes command;
+    command.reserve(header.size() + aid.size());
+    command.insert(command.end(), header.begin(), header.end());
     command.insert(command.end(), aid.begin(), aid.end());
     return command;
 }
