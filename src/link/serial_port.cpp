@@ -227,7 +227,7 @@ int openOrReplace(const char* name, std::size_t length)
     return descriptor;
 }
 
-bool takesSerial(int, const char*) { return true; } // the others are asked before
+bool takesSerial(int mode, const char*) { return mode == 0; }
 
 // On two of the failures the descriptor stays open; the next opening finds it in the stream.
 int openSerial(char* param)

@@ -18,7 +18,7 @@ extern const Medium serialMedium;
 
 namespace {
 
-// The first that takes a parameter opens it; the last takes what is left.
+// The first that takes a parameter opens it, and the serial line what is left.
 constexpr const Medium* kMedia[] = {&usbMedium, &serialMedium};
 
 // Of the media that are opened with mode 0, the one opened last.
@@ -26,11 +26,12 @@ const Medium* mediumOfModeZero = &serialMedium;
 
 const Medium& mediumFor(int mode, const char* param)
 {
-    const Medium* const* medium = kMedia;
-    while (!(*medium)->takes(mode, param)) {
-        ++medium;
+    for (const Medium* medium : kMedia) {
+        if (medium->takes(mode, param)) {
+            return *medium;
+        }
     }
-    return **medium;
+    return serialMedium;
 }
 
 // Keeps a host's closed standard streams from becoming the link, to which its next printf would go. While the link is
