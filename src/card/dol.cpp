@@ -65,6 +65,7 @@ void fillField(std::uint8_t* field, std::size_t length, unsigned char format, By
 // read behind the last one needed.
 class WantedObjects {
 public:
+    // cppcheck-suppress uninitMemberVar ; of objects_ only the first count_ are read
     explicit WantedObjects(const TlvBuffer& source) : source_(source) {}
 
     void add(ByteView tag, std::uint8_t* field, std::size_t length)
