@@ -62,7 +62,7 @@ make_initramfs() {
   deal_out >$root/tests/parts
   cp $library $root/lib/
   for name in ld-linux-aarch64.so.1 libc.so.6 libm.so.6 libdl.so.2 libpthread.so.0 libgcc_s.so.1 libudev.so.1 \
-    libusb-1.0.so.0 libcjson.so.1 libcrypto.so.3; do
+    libusb-1.0.so.0 libcjson.so.1 libcrypto.so.3 libusbredirparser.so.1; do
     install_library $name $root/lib || return 1
   done
   cp $multiarch/gconv/{GBK.so,UNICODE.so,gconv-modules} "$root$multiarch/gconv/"
