@@ -2,6 +2,7 @@
 // Every way in which the first half of an online transaction ends early: its code, its log line and number, the
 // card's power, the line, and what stands in the outputs.
 #include "support/allocation.h"
+#include "support/interruption.h"
 #include "support/transaction.h"
 
 using namespace vorn::test;
@@ -508,32 +509,6 @@ TEST_P(ArqcFailure, WritesEveryExchangeIntoTheServiceLog)
 // ---------------------------------------------------------------- interrupted at every exchange
 
 namespace {
-
-enum class Interruption {
-    DeadReader,  // it answers nothing any more
-    LostReply,   // one reply is missing
-    CardPulled,  // the reader has no card any more
-    CardSlipped, // it has none for one exchange
-    EmptyReply,  // one reply carries nothing from the card
-    OneByte,     // one reply carries half a status word
-};
-
-// What the step at which it happens returns.
-std::string resultOf(Interruption how)
-{
-    switch (how) {
-    case Interruption::DeadReader:
-    case Interruption::LostReply:
-        return "-11";
-    case Interruption::CardPulled:
-    case Interruption::CardSlipped:
-        return "-9";
-    case Interruption::EmptyReply:
-    case Interruption::OneByte:
-        break;
-    }
-    return "-10";
-}
 
 // What comes after the exchange at which it happens.
 struct Consequence {

@@ -2,6 +2,7 @@
 // Every way in which the second half of an online transaction ends: its code, its log line and number, the card's
 // power, the line, and what stands in the outputs.
 #include "support/allocation.h"
+#include "support/interruption.h"
 #include "support/service_call.h"
 #include "support/transaction.h"
 
@@ -545,32 +546,6 @@ TEST_P(CompletionOutputs, BehindTheTextsStayWithATc)
 // ---------------------------------------------------------------- interrupted at every exchange
 
 namespace {
-
-enum class Interruption {
-    DeadReader,  // it answers nothing any more
-    LostReply,   // one reply is missing
-    CardPulled,  // the reader has no card any more
-    CardSlipped, // it has none for one exchange
-    EmptyReply,  // one reply carries nothing from the card
-    OneByte,     // one reply carries half a status word
-};
-
-// What the step at which it happens returns.
-std::string resultOf(Interruption how)
-{
-    switch (how) {
-    case Interruption::DeadReader:
-    case Interruption::LostReply:
-        return "-11";
-    case Interruption::CardPulled:
-    case Interruption::CardSlipped:
-        return "-9";
-    case Interruption::EmptyReply:
-    case Interruption::OneByte:
-        break;
-    }
-    return "-10";
-}
 
 struct Consequence {
     std::size_t at; // the exchange in the list of an undisturbed call

@@ -35,46 +35,40 @@ constexpr std::size_t kEntrySize = 4;
 constexpr std::size_t kCommandDataMax = 250;
 constexpr std::size_t kRecordsMax = 200; // far more than any card needs
 
-int byteLength(CardCall& call, unsigned result, std::uint8_t size)
+// A command of the library's that answers with a length of one byte.
+template <class Command>
+int carry(CardCall& call, Command command)
 {
-    call.result = static_cast<int>(result);
+    std::uint8_t size = 0;
+    call.result = static_cast<int>(command(&size));
     call.answerSize = size;
     return call.result > 0 ? int{VORN_OK} : call.result; // a status word is the caller's business
 }
 
 int selectFile(CardCall& call)
 {
-    std::uint8_t size = 0;
-    const unsigned result = vrdk_SelectFile(0x04, 0x00, call.data, call.size, call.answer, &size);
-    return byteLength(call, result, size);
+    return carry(call,
+                 [&](auto* size) { return vrdk_SelectFile(0x04, 0x00, call.data, call.size, call.answer, size); });
 }
 
 int processingOptions(CardCall& call)
 {
-    std::uint8_t size = 0;
-    const unsigned result = vrdk_GetProcessOptions(call.data, call.size, call.answer, &size);
-    return byteLength(call, result, size);
+    return carry(call, [&](auto* size) { return vrdk_GetProcessOptions(call.data, call.size, call.answer, size); });
 }
 
 int readRecord(CardCall& call)
 {
-    std::uint8_t size = 0;
-    const unsigned result = vrdk_ReadRecord(call.p1, call.p2, call.answer, &size);
-    return byteLength(call, result, size);
+    return carry(call, [&](auto* size) { return vrdk_ReadRecord(call.p1, call.p2, call.answer, size); });
 }
 
 int internalAuthenticate(CardCall& call)
 {
-    std::uint8_t size = 0;
-    const unsigned result = vrdk_InternalAuth(call.data, call.size, call.answer, &size);
-    return byteLength(call, result, size);
+    return carry(call, [&](auto* size) { return vrdk_InternalAuth(call.data, call.size, call.answer, size); });
 }
 
 int generateCryptogram(CardCall& call)
 {
-    std::uint8_t size = 0;
-    const unsigned result = vrdk_GenerateAC(call.p1, call.data, call.size, call.answer, &size);
-    return byteLength(call, result, size);
+    return carry(call, [&](auto* size) { return vrdk_GenerateAC(call.p1, call.data, call.size, call.answer, size); });
 }
 
 int fillList(CardCall& call)
