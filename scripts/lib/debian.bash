@@ -28,7 +28,7 @@ unpack_from() { # release, architecture, folder, packages...
 clean_root() { # release, file, installed, downloaded
   [ ! -f "$2" ] || return 0
   mkdir -p "$(dirname "$2")"
-  mmdebstrap --variant=minbase --skip=cleanup/apt --include="$3" --quiet \
+  mmdebstrap --format=tar --variant=minbase --skip=cleanup/apt --include="$3" --quiet \
     --customize-hook="chroot \"\$1\" apt-get install -y -qq --download-only $4" \
     "$1" "$2.new" "deb [signed-by=$archive_key] $(debian_mirror) $1 main" >"$2.log" 2>&1 || {
     tail -n 20 "$2.log"
