@@ -98,13 +98,13 @@ void LineDecoder::idle(std::uint8_t byte, std::vector<LineItem>& items)
 // STX and ESC never stand inside a frame: a host that gave a command up half way gets through with the next one.
 void LineDecoder::inFrame(std::uint8_t byte, std::vector<LineItem>& items)
 {
-    if (byte == kStx || byte == kEsc) {
+    if ((byte == kStx && beginsAnew_) || byte == kEsc) {
         items.push_back({LineItem::Kind::Unfinished, {}, {}});
         idle(byte, items);
     } else if (byte == kEtx) {
         items.push_back(tooLong_ ? badFrame("too long") : decodeFrame(pending_));
         state_ = State::Idle;
-    } else if (pending_.size() == kCharactersMax) {
+    } else if (pending_.size() >= charactersMax_) {
         tooLong_ = true;
     } else {
         pending_.push_back(byte);

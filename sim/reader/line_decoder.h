@@ -35,11 +35,16 @@ class LineDecoder {
 public:
     // The longest frame looked at, in characters between STX and ETX.
     static constexpr std::size_t kCharactersMax = 2048;
+    void setCharactersMax(std::size_t most) { charactersMax_ = most; }
+
+    // Does STX inside a frame begin another one? Else it is a wrong character.
+    void setBeginsAnew(bool on) { beginsAnew_ = on; }
 
     // The ESC sequences that `decode` is to know, without their first ESC. None is the beginning of another.
     explicit LineDecoder(std::vector<std::string> sequences);
 
     void decode(std::uint8_t byte, std::vector<LineItem>& items);
+    bool inFrame() const { return state_ == State::Frame; }
 
 private:
     enum class State { Idle, Frame, Escape };
@@ -50,6 +55,8 @@ private:
     std::vector<std::string> sequences_;
     State state_ = State::Idle;
     Bytes pending_;
+    std::size_t charactersMax_ = kCharactersMax;
+    bool beginsAnew_ = true;
     bool tooLong_ = false;
 };
 

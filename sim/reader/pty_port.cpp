@@ -125,6 +125,7 @@ struct PtyPort::State {
     // The thread's own.
     std::deque<Arrival> arrivals;
     std::deque<Piece> pieces;
+    std::optional<Piece> ifSilent;                   // goes out if nothing comes before it is due
     std::size_t arrivingBytes = 0, leavingBytes = 0; // in them
     Time receiverFree{}, senderFree{};
     int readerSpeed = 0;
@@ -254,6 +255,9 @@ void PtyPort::State::setTimer() const
     if (!pieces.empty() && (!next || pieces.front().due < *next)) {
         next = pieces.front().due;
     }
+    if (ifSilent && (!next || ifSilent->due < *next)) {
+        next = ifSilent->due;
+    }
     itimerspec when{};
     if (next) {
         const auto ns = std::chrono::duration_cast<std::chrono::nanoseconds>(next->time_since_epoch()).count();
@@ -304,6 +308,7 @@ void PtyPort::State::addArrival(const std::uint8_t* bytes, std::size_t count)
     const int speed = hostSpeed(master.get());
     const bool unsure = speedUnsure || speed != knownSpeed;
     knownSpeed = speed;
+    ifSilent.reset();
     arrivals.push_back({Bytes(bytes, bytes + count), unsure ? 0 : speed, Steady::now(), std::nullopt});
 }
 
@@ -336,6 +341,10 @@ void PtyPort::State::deliverArrivals()
 
 void PtyPort::State::queue(const Reader::Output& output, Time from)
 {
+    if (output.ifSilent) {
+        ifSilent = Piece{output.bytes, from + output.delay};
+        return;
+    }
     const Time start = std::max(from + output.delay, senderFree);
     const std::size_t size = output.bytes.size();
     leavingBytes += size;
@@ -354,6 +363,9 @@ void PtyPort::State::queue(const Reader::Output& output, Time from)
 // What the host does not take while its buffer is full is lost, as on a line.
 void PtyPort::State::writePieces()
 {
+    if (ifSilent && ifSilent->due <= Steady::now()) {
+        queue({std::exchange(ifSilent, std::nullopt)->bytes}, Steady::now());
+    }
     while (!pieces.empty() && pieces.front().due <= Steady::now()) {
         const Bytes& bytes = pieces.front().bytes;
         fromReader += bytes.size(); // before a host can have read them and look

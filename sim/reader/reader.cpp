@@ -2,6 +2,7 @@
 #include "sim/reader/reader.h"
 
 #include "sim/data/printable.h"
+#include "sim/reader/behaviour.h"
 #include "sim/reader/fault.h"
 #include "sim/reader/line_decoder.h"
 
@@ -74,7 +75,22 @@ std::optional<MemoryCard::Key> keyOfMode(std::uint8_t mode)
 struct Reply {
     ReaderStatus status = ReaderStatus::Ok;
     Bytes payload{};
+    const UnitAnswer* answer = nullptr; // this unit's own, in place of status and payload
+    milliseconds time{0};
 };
+
+Bytes frameOf(std::uint8_t status, const Bytes& payload = {})
+{
+    Bytes content{kCommandClass, status};
+    content.insert(content.end(), payload.begin(), payload.end());
+    return encodeFrame(content);
+}
+
+// Empty: silence.
+Bytes bytesOf(const UnitAnswer& answer)
+{
+    return answer.kind == UnitAnswer::Kind::Status ? frameOf(answer.status) : answer.raw;
+}
 
 // A card of either kind in its place: when it can be seen, and whether it has power.
 template <class C>
@@ -138,6 +154,7 @@ struct Reader::State {
     int speed = kSlowSpeed;
     bool checksSpeed = false;
     std::string version = "DK7710 V1.06";
+    Behaviour unit;
     std::vector<Fault> faults;
     int commands = 0;
     std::vector<Exchange> exchanges;
@@ -150,8 +167,15 @@ struct Reader::State {
 
     std::vector<Output> handle(const LineItem& item);
     std::vector<Output> escape(const std::string& sequence);
+    std::vector<Output> badFrame(const std::string& problem);
     std::vector<Output> command(const Bytes& command);
+    std::vector<Output> send(Bytes frame, milliseconds delay) const;
+    void answerOneOfTwo(int number, std::vector<Output>& earlier, std::vector<Output>& latest) const;
     Reply carryOut(const Bytes& command);
+    Reply asThisUnit(const Bytes& command);
+    const UnitAnswer* unitsAnswer(const Bytes& command, ReaderStatus status) const;
+    const UnitAnswer* emptyPlace(const Bytes& command) const;
+    milliseconds timeOf(const Bytes& command, ReaderStatus status) const;
 
     Reply powerOnSlot(const Bytes& arguments);
     Reply powerOffSlot(const Bytes& arguments);
@@ -213,8 +237,7 @@ std::vector<Reader::Output> Reader::State::handle(const LineItem& item)
     case LineItem::Kind::Escape:
         return escape({item.bytes.begin(), item.bytes.end()});
     case LineItem::Kind::BadFrame:
-        event("bad frame: " + item.problem);
-        return {{encodeFrame({kCommandClass, static_cast<std::uint8_t>(ReaderStatus::BadFrame)}), milliseconds(0)}};
+        return badFrame(item.problem);
     case LineItem::Kind::Unfinished:
         event("bad frame: unfinished");
         break;
@@ -230,27 +253,67 @@ std::vector<Reader::Output> Reader::State::handle(const LineItem& item)
 std::vector<Reader::Output> Reader::State::escape(const std::string& sequence)
 {
     if (sequence == kFast) {
-        speed = kFastSpeed;
+        speed = unit.followsSwitch ? kFastSpeed : speed;
         event("switch 38400");
     } else if (sequence == kSlow) {
-        speed = kSlowSpeed;
+        speed = unit.returns ? kSlowSpeed : speed;
         event("switch 9600");
     } else if (sequence == kRestore) {
-        speed = kSlowSpeed;
+        speed = unit.returns ? kSlowSpeed : speed;
         event("restore");
-    } else if (speed != kSlowSpeed) {
+    } else if (speed != kSlowSpeed && !unit.versionWhenFast) {
         event("version ignored at 38400");
     } else {
         event("version");
-        if (!version.empty()) {
-            return {{Bytes(version.begin(), version.end()), milliseconds(0)}};
-        }
+        return send({version.begin(), version.end()}, unit.versionTime);
     }
     return {};
 }
 
+std::vector<Reader::Output> Reader::State::badFrame(const std::string& problem)
+{
+    event("bad frame: " + problem);
+    const UnitAnswer& answer = problem == "check"        ? unit.wrongCheck
+                               : problem == "characters" ? unit.wrongCharacter
+                               : problem == "length"     ? unit.wrongLength
+                                                         : unit.tooLong;
+    return send(bytesOf(answer), unit.replyTime);
+}
+
+// Answers go out whole, or with a pause in their middle.
+std::vector<Reader::Output> Reader::State::send(Bytes bytes, milliseconds delay) const
+{
+    if (bytes.empty()) {
+        return {};
+    }
+    if (unit.gap == milliseconds(0) || bytes.size() < 2) {
+        return {{std::move(bytes), delay}};
+    }
+    const auto middle = bytes.begin() + static_cast<std::ptrdiff_t>(bytes.size() / 2);
+    return {{Bytes(bytes.begin(), middle), delay}, {Bytes(middle, bytes.end()), delay + unit.gap}};
+}
+
+// Commands that come in one piece are all carried out; a unit may leave answers to some of them out.
+void Reader::State::answerOneOfTwo(int number, std::vector<Output>& earlier, std::vector<Output>& latest) const
+{
+    using TwoFrames = Behaviour::TwoFrames;
+    if (number < 2 || unit.twoFrames == TwoFrames::Both) {
+        return;
+    }
+    if (unit.twoFrames != TwoFrames::First) {
+        earlier.clear();
+    }
+    if (unit.twoFrames != TwoFrames::Second) {
+        latest.clear();
+    }
+}
+
 std::vector<Reader::Output> Reader::State::command(const Bytes& command)
 {
+    if (speed == kSlowSpeed && !unit.commandsWhenSlow) {
+        event("command ignored at 9600");
+        return {};
+    }
     ++commands;
     std::vector<Fault> now;
     std::copy_if(faults.begin(), faults.end(), std::back_inserter(now),
@@ -268,16 +331,17 @@ std::vector<Reader::Output> Reader::State::command(const Bytes& command)
         pullUserCard();
     }
     const Fault* const forced = find(Fault::Kind::Status);
-    const Reply reply = forced != nullptr ? Reply{static_cast<ReaderStatus>(forced->value)} : carryOut(command);
+    const Reply reply = forced != nullptr ? Reply{static_cast<ReaderStatus>(forced->value)} : asThisUnit(command);
     const bool answered = find(Fault::Kind::Silence) == nullptr;
     remember(exchanges, {command, static_cast<std::uint8_t>(reply.status), reply.payload, answered});
     if (!answered) {
         return {};
     }
 
-    Bytes content{kCommandClass, static_cast<std::uint8_t>(reply.status)};
-    content.insert(content.end(), reply.payload.begin(), reply.payload.end());
-    Bytes frame = encodeFrame(content);
+    if (reply.answer != nullptr && reply.answer->kind != UnitAnswer::Kind::Status) {
+        return send(bytesOf(*reply.answer), reply.time);
+    }
+    Bytes frame = frameOf(static_cast<std::uint8_t>(reply.status), reply.payload);
     frame.pop_back(); // ETX comes back at the end
     if (find(Fault::Kind::WrongCheck) != nullptr) {
         frame.back() ^= 0x01;
@@ -289,7 +353,97 @@ std::vector<Reader::Output> Reader::State::command(const Bytes& command)
     }
     const Bytes before = noise(count(Fault::Kind::Noise));
     frame.insert(frame.begin(), before.begin(), before.end());
-    return {{std::move(frame), milliseconds(count(Fault::Kind::Delay))}};
+    return send(std::move(frame), reply.time + milliseconds(count(Fault::Kind::Delay)));
+}
+
+// ---------------------------------------------------------------- what differs from unit to unit
+
+Reply Reader::State::asThisUnit(const Bytes& command)
+{
+    Reply reply = carryOut(command);
+    reply.time = timeOf(command, reply.status);
+    reply.answer = unitsAnswer(command, reply.status);
+    if (reply.answer != nullptr && reply.answer->kind == UnitAnswer::Kind::Status) {
+        reply.status = static_cast<ReaderStatus>(reply.answer->status);
+    }
+    return reply;
+}
+
+const UnitAnswer* Reader::State::unitsAnswer(const Bytes& command, ReaderStatus status) const
+{
+    switch (status) {
+    case ReaderStatus::NoCard:
+    case ReaderStatus::NoCardInField:
+        return emptyPlace(command);
+    case ReaderStatus::NotPowered:
+        return &unit.notPowered;
+    case ReaderStatus::NoSuchSlot:
+        return &unit.noSuchSlot;
+    case ReaderStatus::UnknownCommand:
+        return command.empty() ? &unit.emptyFrame : command.size() == 1 ? &unit.shortFrame : &unit.unknownCommand;
+    case ReaderStatus::BadParameter:
+        return &unit.badParameter;
+    case ReaderStatus::Ok:
+        return command[1] == 0x25 ? &unit.fieldOff : nullptr;
+    default:
+        return nullptr;
+    }
+}
+
+const UnitAnswer* Reader::State::emptyPlace(const Bytes& command) const
+{
+    constexpr std::size_t slotOfPowerOn = 4;
+    const std::uint8_t operation = command[1];
+    if (operation >= 0x41) {
+        return &unit.noMemoryCard;
+    }
+    if (operation == 0x24) {
+        return &unit.emptyField;
+    }
+    switch (static_cast<Slot>(command[operation == 0x22 ? slotOfPowerOn : 2])) {
+    case Slot::Contact:
+        return &unit.emptyContact;
+    case Slot::Psam1:
+        return &unit.emptyPsam1;
+    case Slot::Psam2:
+        return &unit.emptyPsam2;
+    case Slot::Psam3:
+        return &unit.emptyPsam3;
+    case Slot::Psam4:
+        return &unit.emptyPsam4;
+    case Slot::Field:
+        return &unit.emptyField;
+    }
+    return nullptr;
+}
+
+milliseconds Reader::State::timeOf(const Bytes& command, ReaderStatus status) const
+{
+    const std::uint8_t operation = status == ReaderStatus::Ok ? command[1] : 0;
+    if (operation == 0x24) {
+        return unit.fieldTime;
+    }
+    if (operation == 0x26) {
+        return unit.apduTime;
+    }
+    if (operation == 0x41) {
+        return unit.memoryTime;
+    }
+    switch (operation == 0x22 ? static_cast<Slot>(command[4]) : Slot::Field) {
+    case Slot::Contact:
+        return unit.contactTime;
+    case Slot::Psam1:
+        return unit.psam1Time;
+    case Slot::Psam2:
+        return unit.psam2Time;
+    case Slot::Psam3:
+        return unit.psam3Time;
+    case Slot::Psam4:
+        return unit.psam4Time;
+    case Slot::Field:
+        break;
+    }
+    return unit.replyTime;
 }
 
 Reply Reader::State::carryOut(const Bytes& command)
@@ -494,6 +648,19 @@ bool Reader::powered(Slot slot) const
 void Reader::checkLineSpeed(bool on) { state_->checksSpeed = on; }
 int Reader::listeningSpeed() const { return state_->speed; }
 void Reader::setVersion(std::string text) { state_->version = std::move(text); }
+const Behaviour& Reader::behaviour() const { return state_->unit; }
+
+void Reader::behave(const Behaviour& behaviour)
+{
+    constexpr std::size_t ends = 2; // STX and ETX
+    State& state = *state_;
+    state.unit = behaviour;
+    state.version = behaviour.version.value_or(state.version);
+    state.speed = behaviour.leftFast ? kFastSpeed : kSlowSpeed;
+    state.decoder.setCharactersMax(static_cast<std::size_t>(behaviour.longestFrame) - ends);
+    state.decoder.setBeginsAnew(behaviour.beginsAnew);
+}
+
 void Reader::addFault(const Fault& fault) { state_->faults.push_back(fault); }
 void Reader::clearFaults() { state_->faults.clear(); }
 const std::vector<Reader::Exchange>& Reader::exchanges() const { return state_->exchanges; }
@@ -509,6 +676,7 @@ std::vector<Reader::Output> Reader::receive(const Bytes& bytes, int lineSpeed)
 {
     std::vector<Output> outputs;
     std::size_t garbage = 0;
+    int frames = 0;
     Bytes ignored;
     for (const std::uint8_t byte : bytes) {
         const bool wrongSpeed = state_->checksSpeed && lineSpeed != 0 && lineSpeed != state_->speed;
@@ -518,9 +686,10 @@ std::vector<Reader::Output> Reader::receive(const Bytes& bytes, int lineSpeed)
             if (item.kind == LineItem::Kind::Noise && !wrongSpeed) {
                 ignored.insert(ignored.end(), item.bytes.begin(), item.bytes.end());
             }
-            for (Output& output : state_->handle(item)) {
-                outputs.push_back(std::move(output));
-            }
+            std::vector<Output> latest = state_->handle(item);
+            frames += item.kind == LineItem::Kind::Command || item.kind == LineItem::Kind::BadFrame ? 1 : 0;
+            state_->answerOneOfTwo(frames, outputs, latest);
+            std::move(latest.begin(), latest.end(), std::back_inserter(outputs));
         }
         garbage += wrongSpeed ? 1 : 0;
     }
@@ -529,6 +698,10 @@ std::vector<Reader::Output> Reader::receive(const Bytes& bytes, int lineSpeed)
     }
     if (!ignored.empty()) {
         state_->event("ignored " + hex(ignored));
+    }
+    const Bytes toCutFrame = bytesOf(state_->unit.cutFrame);
+    if (state_->decoder.inFrame() && !toCutFrame.empty()) {
+        outputs.push_back({toCutFrame, state_->unit.cutTime, true});
     }
     return outputs;
 }

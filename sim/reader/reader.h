@@ -16,6 +16,7 @@
 
 namespace vorn::sim {
 
+struct Behaviour;
 struct Fault;
 
 enum class Slot : std::uint8_t { Contact = 0x00, Psam1 = 0x10, Psam2 = 0x11, Psam3 = 0x12, Psam4 = 0x13, Field = 0xFF };
@@ -48,6 +49,7 @@ public:
     struct Output {
         Bytes bytes;
         std::chrono::milliseconds delay{0};
+        bool ifSilent = false; // only if nothing more has come in by then
     };
 
     // One exchange as the reader saw it.
@@ -75,6 +77,10 @@ public:
     int listeningSpeed() const; // 9600, or 38400 between ESC $ I 2 and ESC $ I 4
 
     void setVersion(std::string text); // what ESC K T L V N is answered with; empty: it is not answered
+    // How this unit differs from the plain one. Before its line is used.
+    void behave(const Behaviour& behaviour);
+    const Behaviour& behaviour() const;
+
     void addFault(const Fault& fault);
     void clearFaults();
 

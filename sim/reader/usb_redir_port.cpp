@@ -2,6 +2,7 @@
 #include "sim/reader/usb_redir_port.h"
 
 #include "sim/data/printable.h"
+#include "sim/reader/behaviour.h"
 
 #include <usbredirparser.h>
 
@@ -41,13 +42,6 @@ constexpr std::size_t kAnswersMax = 65536; // bytes of answers that wait for a t
 constexpr std::size_t kReadMax = 262144;   // bytes taken in one turn, so that an end is noticed
 constexpr int kAcceptPause = 100;          // milliseconds, when a connection could not be taken
 
-// USB 2.0, 9.6: device; configuration with interface 0 and its two bulk endpoints.
-const Bytes kDeviceDescriptor = {0x12, 0x01, 0x00, 0x02, 0x00, 0x00, 0x00, 0x40, 0x5C,
-                                 0x3A, 0x21, 0x7E, 0x00, 0x01, 0x01, 0x02, 0x03, 0x01};
-const Bytes kConfigurationDescriptor = {0x09, 0x02, 0x20, 0x00, 0x01, 0x01, 0x00, 0x80, 0x32, 0x09, 0x04,
-                                        0x00, 0x00, 0x02, 0xFF, 0x00, 0x00, 0x00, 0x07, 0x05, 0x01, 0x02,
-                                        0x40, 0x00, 0x00, 0x07, 0x05, 0x81, 0x02, 0x40, 0x00, 0x00};
-
 constexpr std::uint8_t kLanguages = 0;
 const char* const kStrings[] = {nullptr, "VORN", "DK7710", "SIM00001"};
 
@@ -74,13 +68,13 @@ Bytes stringDescriptor(std::uint8_t index)
     return bytes;
 }
 
-Bytes descriptor(std::uint16_t value)
+Bytes descriptor(const Behaviour& unit, std::uint16_t value)
 {
     switch (value >> 8) {
     case kDevice:
-        return kDeviceDescriptor;
+        return unit.deviceDescriptor;
     case kConfigurationType:
-        return kConfigurationDescriptor;
+        return unit.configurationDescriptor;
     case kString:
         return stringDescriptor(static_cast<std::uint8_t>(value & 0xFF));
     default:
@@ -150,9 +144,10 @@ public:
     }
 
 private:
-    struct Answer {
+    struct Reply {
         Bytes bytes;
         Time due;
+        bool ifSilent;
     };
     struct Transfer {
         std::uint64_t id;
@@ -304,7 +299,7 @@ private:
         Bytes answer;
         header.status = usb_redir_success;
         if (header.request == kGetDescriptor) {
-            answer = descriptor(header.value);
+            answer = descriptor(reader_.behaviour(), header.value);
             header.status = answer.empty() ? usb_redir_stall : usb_redir_success;
         } else if (header.request == kGetStatus && (header.requesttype & kDirectionIn) != 0) {
             answer = {0, 0};
@@ -329,13 +324,35 @@ private:
         header.status = header.endpoint == kOutEndpoint ? usb_redir_success : usb_redir_stall;
         usbredirparser_send_bulk_packet(parser_, id, &header, nullptr, 0);
         if (header.endpoint == kOutEndpoint) {
+            dropIfSilent();
             const Time now = std::chrono::steady_clock::now();
             for (const Reader::Output& output : reader_.receive(data)) {
-                if (waiting_ + output.bytes.size() <= kAnswersMax) {
-                    waiting_ += output.bytes.size();
-                    answers_.push_back({output.bytes, now + output.delay});
-                }
+                answer(output, now);
             }
+        }
+    }
+
+    // Something has come in, so what was for silence is not said.
+    void dropIfSilent()
+    {
+        while (!answers_.empty() && answers_.back().ifSilent) {
+            waiting_ -= answers_.back().bytes.size();
+            answers_.pop_back();
+        }
+    }
+
+    void answer(const Reader::Output& output, Time now)
+    {
+        using ZeroPacket = Behaviour::ZeroPacket;
+        if (waiting_ + output.bytes.size() > kAnswersMax) {
+            return;
+        }
+        waiting_ += output.bytes.size();
+        answers_.push_back({output.bytes, now + output.delay, output.ifSilent});
+        const ZeroPacket zero = reader_.behaviour().zeroPacket;
+        const bool whole = output.bytes.size() % static_cast<std::size_t>(reader_.behaviour().packetSize) == 0;
+        if (zero == ZeroPacket::Always || (zero == ZeroPacket::AfterWholePackets && whole)) {
+            answers_.push_back({{}, now + output.delay, output.ifSilent});
         }
     }
 
@@ -353,7 +370,8 @@ private:
     {
         while (!transfers_.empty() && !answers_.empty() && answers_.front().due <= std::chrono::steady_clock::now()) {
             Bytes& answer = answers_.front().bytes;
-            const std::size_t size = std::min(answer.size(), transfers_.front().size);
+            const auto packet = static_cast<std::size_t>(reader_.behaviour().packetSize);
+            const std::size_t size = std::min({answer.size(), transfers_.front().size, packet});
             const auto end = answer.begin() + static_cast<Bytes::difference_type>(size);
             finish(transfers_.front().id, usb_redir_success, Bytes(answer.begin(), end));
             transfers_.pop_front();
@@ -379,7 +397,7 @@ private:
     usbredirparser* parser_;
     bool connected_ = true;
     std::deque<Transfer> transfers_;
-    std::deque<Answer> answers_;
+    std::deque<Reply> answers_;
     std::size_t waiting_ = 0; // bytes in them
     std::size_t readNow_ = 0; // bytes in this turn
 };

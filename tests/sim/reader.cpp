@@ -828,7 +828,8 @@ TEST_F(SimProfile, ComplaintsNameFilePlaceAndWhatIsExpected)
          "dir/test.json: cards[0].pairs[1][0]: expected a command in hex, ?? for any byte, * at the end for any rest, "
          R"(found "0?")"},
         {withCard(R"({"slot":"contact","pairs":[["00","90"]],)" + transcript + "}"),
-         "dir/test.json: cards[0].pairs[0][1]: expected a response of 2 to 494 bytes, its status word at the end, or none, "
+         "dir/test.json: cards[0].pairs[0][1]: expected a response of 2 to 494 bytes, its status word at the end, or "
+         "none, "
          R"(found "90")"},
         {withCard(R"({"slot":"contact","order":"odd","pairs":[],)" + transcript + "}"),
          R"(dir/test.json: cards[0].order: expected any or strict, found "odd")"},

@@ -9,6 +9,7 @@ TEST(SimUsbSocket, IsThere) { GTEST_SKIP() << "libusbredirparser was not found";
 
 #else
 
+#include "sim/reader/behaviour.h"
 #include "sim/reader/fault.h"
 #include "sim/reader/usb_redir_port.h"
 #include "support/scripted_reader.h"
@@ -224,6 +225,49 @@ TEST_F(SimUsbSocket, AnExchangeThroughBulkTransfers)
     const BulkReply received = machine.bulkReply();
     EXPECT_EQ(received.id, 1U);
     EXPECT_EQ(toHex(received.data), toHex(answer));
+}
+
+// A reply of 12 bytes.
+TEST_F(SimUsbSocket, AUnitsOwnPackets)
+{
+    Behaviour unit;
+    unit.packetSize = 5;
+    reader.behave(unit);
+    UsbRedirPort port(reader, path);
+    Machine machine(path);
+    ASSERT_TRUE(machine.connected());
+    machine.hello();
+    ASSERT_TRUE(machine.out(1, off));
+    EXPECT_EQ(machine.bulkReply().id, 1U);
+    std::vector<std::size_t> sizes;
+    Bytes all;
+    for (std::uint32_t id = 2; all.size() < answer.size(); ++id) {
+        ASSERT_TRUE(machine.bulk(kIn, id, 64));
+        const BulkReply packet = machine.bulkReply();
+        sizes.push_back(packet.data.size());
+        all.insert(all.end(), packet.data.begin(), packet.data.end());
+        ASSERT_LT(id, 10U);
+    }
+    EXPECT_EQ(sizes, (std::vector<std::size_t>{5, 5, 2}));
+    EXPECT_EQ(toHex(all), toHex(answer));
+}
+
+TEST_F(SimUsbSocket, AUnitThatEndsWholePacketsWithAnEmptyOne)
+{
+    Behaviour unit;
+    unit.packetSize = static_cast<int>(answer.size());
+    unit.zeroPacket = Behaviour::ZeroPacket::AfterWholePackets;
+    reader.behave(unit);
+    UsbRedirPort port(reader, path);
+    Machine machine(path);
+    ASSERT_TRUE(machine.connected());
+    machine.hello();
+    ASSERT_TRUE(machine.out(1, off));
+    EXPECT_EQ(machine.bulkReply().id, 1U);
+    for (const Bytes& expected : {answer, Bytes()}) {
+        ASSERT_TRUE(machine.bulk(kIn, 2, 64));
+        EXPECT_EQ(toHex(machine.bulkReply().data), toHex(expected));
+    }
 }
 
 TEST_F(SimUsbSocket, TheGreetingHasWhatVirtualMachinesAskFor)
