@@ -1,16 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim/reader/pty_port.h"
 
-#include "sim/data/printable.h"
+#include "sim/reader/pseudo_terminal.h"
 
-#include <climits>
-
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/ioctl.h>
 #include <sys/timerfd.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -21,7 +17,6 @@
 #include <deque>
 #include <mutex>
 #include <optional>
-#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -38,58 +33,6 @@ constexpr std::size_t kReadSize = 4096;
 // While so many bytes of either direction wait for their time, nothing more is read: a host that writes without end,
 // or asks for answers that are delayed by an hour, waits as on a line that is busy.
 constexpr std::size_t kWaitingMax = 65536;
-
-[[noreturn]] void fail(const std::string& what)
-{
-    throw std::system_error(errno, std::generic_category(), printable(what));
-}
-
-class Descriptor {
-public:
-    Descriptor() = default;
-    Descriptor(int fd, const std::string& what) : fd_(fd)
-    {
-        if (fd < 0) {
-            fail(what);
-        }
-    }
-    Descriptor(Descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-    Descriptor& operator=(Descriptor&& other) noexcept
-    {
-        std::swap(fd_, other.fd_);
-        return *this;
-    }
-    ~Descriptor()
-    {
-        if (fd_ >= 0) {
-            ::close(fd_);
-        }
-    }
-    int get() const { return fd_; }
-
-private:
-    int fd_ = -1;
-};
-
-struct SpeedRow {
-    speed_t code;
-    int speed;
-};
-constexpr SpeedRow kSpeeds[] = {{B1200, 1200},   {B2400, 2400},   {B4800, 4800},   {B9600, 9600},
-                                {B19200, 19200}, {B38400, 38400}, {B57600, 57600}, {B115200, 115200}};
-
-// The speed that the host has set: the master sees its own tty's settings. -1: one that no reader listens at.
-int hostSpeed(int master)
-{
-    termios settings{};
-    if (::tcgetattr(master, &settings) != 0) {
-        return -1;
-    }
-    const speed_t code = ::cfgetospeed(&settings);
-    const auto* const row =
-        std::find_if(std::begin(kSpeeds), std::end(kSpeeds), [code](const SpeedRow& r) { return r.code == code; });
-    return row == std::end(kSpeeds) ? -1 : row->speed;
-}
 
 Steady::duration timeOnLine(std::size_t bytes, int speed)
 {
@@ -113,11 +56,10 @@ struct Piece {
 } // namespace
 
 struct PtyPort::State {
-    Reader& reader;
-    Options options;
-    Descriptor master, keeper, stop, timer;
-    std::string path; // "/dev/pts/3"
-    std::string name; // "pts/3"
+    LinePeer& reader;
+    bool paced;
+    PseudoTerminal terminal;
+    Descriptor stop, timer;
     std::mutex mutex;
     std::atomic<unsigned long> toReader{0}, fromReader{0};
     std::thread thread;
@@ -132,11 +74,15 @@ struct PtyPort::State {
     int knownSpeed = 0;
     bool speedUnsure = false;
 
-    State(Reader& r, Options o) : reader(r), options(std::move(o)) {}
-    void open();
-    void makeLink() const;
-    void removeLink() const;
+    State(LinePeer& r, const Options& options)
+        : reader(r),
+          paced(options.paced),
+          terminal(options.link),
+          stop(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "cannot make an event descriptor"),
+          timer(::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK), "cannot make a timer")
+    {}
 
+    int hostSpeed() const { return speedOf(terminal.hostSpeed()); }
     void serve();
     bool waitForWork();
     bool busy() const { return arrivingBytes >= kWaitingMax || leavingBytes >= kWaitingMax; }
@@ -145,74 +91,9 @@ struct PtyPort::State {
     void noteSpeedChange();
     void addArrival(const std::uint8_t* bytes, std::size_t count);
     void deliverArrivals();
-    void queue(const Reader::Output& output, Time from);
+    void queue(const LinePeer::Output& output, Time from);
     void writePieces();
 };
-
-// ---------------------------------------------------------------- opening
-
-void PtyPort::State::open()
-{
-    master = Descriptor(::posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC), "cannot open a pseudo-terminal");
-    if (::grantpt(master.get()) != 0 || ::unlockpt(master.get()) != 0) {
-        fail("cannot unlock the pseudo-terminal");
-    }
-    std::array<char, 64> text{};
-    if (const int error = ::ptsname_r(master.get(), text.data(), text.size()); error != 0) {
-        throw std::system_error(error, std::generic_category(), "cannot find the pseudo-terminal's name");
-    }
-    path = text.data();
-    name = path.substr(std::string("/dev/").size());
-
-    // While no one has the tty open the master only fails with EIO, and its settings are forgotten: hold it open.
-    keeper = Descriptor(::open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC), "cannot open " + path);
-    termios settings{};
-    if (::tcgetattr(keeper.get(), &settings) != 0) {
-        fail("cannot read the settings of " + path);
-    }
-    ::cfmakeraw(&settings);
-    ::cfsetspeed(&settings, B9600);
-    if (::tcsetattr(keeper.get(), TCSANOW, &settings) != 0) {
-        fail("cannot set " + path + " to raw bytes");
-    }
-
-    // Packet mode: the master is told when the host changes settings with a flush, so it knows at which speed the
-    // bytes before and after were sent.
-    int on = 1;
-    if (::ioctl(master.get(), TIOCPKT, &on) != 0) {
-        fail("cannot watch the settings of " + path);
-    }
-    stop = Descriptor(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "cannot make an event descriptor");
-    timer = Descriptor(::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK), "cannot make a timer");
-    makeLink();
-}
-
-// A link that an earlier run left behind is replaced; anything else of that name is not touched.
-void PtyPort::State::makeLink() const
-{
-    const char* const link = options.link.c_str();
-    if (options.link.empty() || ::symlink(path.c_str(), link) == 0) {
-        return;
-    }
-    std::array<char, 1> first{};
-    const int error = errno;
-    if (error == EEXIST && ::readlink(link, first.data(), first.size()) > 0) {
-        if (::unlink(link) != 0 || ::symlink(path.c_str(), link) != 0) {
-            fail("cannot replace the link " + options.link);
-        }
-        return;
-    }
-    throw std::system_error(error, std::generic_category(), printable("cannot make the link " + options.link));
-}
-
-void PtyPort::State::removeLink() const
-{
-    std::array<char, PATH_MAX> target{};
-    if (!options.link.empty() && ::readlink(options.link.c_str(), target.data(), target.size() - 1) > 0 &&
-        path == target.data()) {
-        ::unlink(options.link.c_str());
-    }
-}
 
 // ---------------------------------------------------------------- the thread
 
@@ -229,7 +110,7 @@ void PtyPort::State::serve()
 bool PtyPort::State::waitForWork()
 {
     const short wanted = busy() ? 0 : POLLIN;
-    std::array<pollfd, 3> waiting{{{master.get(), wanted, 0}, {stop.get(), POLLIN, 0}, {timer.get(), POLLIN, 0}}};
+    std::array<pollfd, 3> waiting{{{terminal.master(), wanted, 0}, {stop.get(), POLLIN, 0}, {timer.get(), POLLIN, 0}}};
     if (::poll(waiting.data(), waiting.size(), -1) < 0) {
         return errno == EINTR;
     }
@@ -271,7 +152,7 @@ bool PtyPort::State::readMaster()
 {
     std::array<std::uint8_t, kReadSize> buffer{};
     while (!busy()) {
-        const ssize_t count = ::read(master.get(), buffer.data(), buffer.size());
+        const ssize_t count = ::read(terminal.master(), buffer.data(), buffer.size());
         if (count < 0) {
             speedUnsure = false; // whatever comes now was sent after the change
             return errno == EAGAIN || errno == EINTR;
@@ -292,12 +173,12 @@ bool PtyPort::State::readMaster()
 // the change they were sent, and the reader gives the host the benefit of the doubt.
 void PtyPort::State::noteSpeedChange()
 {
-    const int speed = hostSpeed(master.get());
+    const int speed = hostSpeed();
     if (speed == knownSpeed) {
         return;
     }
     knownSpeed = speed;
-    pollfd data{master.get(), POLLIN, 0};
+    pollfd data{terminal.master(), POLLIN, 0};
     speedUnsure = ::poll(&data, 1, 0) == 1 && (data.revents & POLLIN) != 0;
 }
 
@@ -305,7 +186,7 @@ void PtyPort::State::addArrival(const std::uint8_t* bytes, std::size_t count)
 {
     toReader += count;
     arrivingBytes += count;
-    const int speed = hostSpeed(master.get());
+    const int speed = hostSpeed();
     const bool unsure = speedUnsure || speed != knownSpeed;
     knownSpeed = speed;
     ifSilent.reset();
@@ -318,20 +199,20 @@ void PtyPort::State::deliverArrivals()
     while (!arrivals.empty()) {
         Arrival& head = arrivals.front();
         if (!head.complete) {
-            const auto onLine = options.paced ? timeOnLine(head.bytes.size(), readerSpeed) : Steady::duration::zero();
+            const auto onLine = paced ? timeOnLine(head.bytes.size(), readerSpeed) : Steady::duration::zero();
             head.complete = std::max(head.at, receiverFree) + onLine;
         }
         if (*head.complete > Steady::now()) {
             return;
         }
-        std::vector<Reader::Output> outputs;
+        std::vector<LinePeer::Output> outputs;
         {
             const std::lock_guard<std::mutex> guard(mutex);
             outputs = reader.receive(head.bytes, head.speed);
             readerSpeed = reader.listeningSpeed();
         }
         receiverFree = *head.complete;
-        for (const Reader::Output& output : outputs) {
+        for (const LinePeer::Output& output : outputs) {
             queue(output, receiverFree);
         }
         arrivingBytes -= head.bytes.size();
@@ -339,7 +220,7 @@ void PtyPort::State::deliverArrivals()
     }
 }
 
-void PtyPort::State::queue(const Reader::Output& output, Time from)
+void PtyPort::State::queue(const LinePeer::Output& output, Time from)
 {
     if (output.ifSilent) {
         ifSilent = Piece{output.bytes, from + output.delay};
@@ -349,10 +230,10 @@ void PtyPort::State::queue(const Reader::Output& output, Time from)
     const std::size_t size = output.bytes.size();
     leavingBytes += size;
     const auto perPiece = static_cast<std::size_t>(std::max(readerSpeed / kBitsPerByte / kPiecesPerSecond, 1));
-    const std::size_t step = options.paced ? perPiece : std::max<std::size_t>(size, 1);
+    const std::size_t step = paced ? perPiece : std::max<std::size_t>(size, 1);
     for (std::size_t at = 0; at < size; at += step) {
         const std::size_t end = std::min(at + step, size);
-        const auto onLine = options.paced ? timeOnLine(end, readerSpeed) : Steady::duration::zero();
+        const auto onLine = paced ? timeOnLine(end, readerSpeed) : Steady::duration::zero();
         pieces.push_back({Bytes(output.bytes.begin() + static_cast<std::ptrdiff_t>(at),
                                 output.bytes.begin() + static_cast<std::ptrdiff_t>(end)),
                           start + onLine});
@@ -369,7 +250,7 @@ void PtyPort::State::writePieces()
     while (!pieces.empty() && pieces.front().due <= Steady::now()) {
         const Bytes& bytes = pieces.front().bytes;
         fromReader += bytes.size(); // before a host can have read them and look
-        const ssize_t written = ::write(master.get(), bytes.data(), bytes.size());
+        const ssize_t written = ::write(terminal.master(), bytes.data(), bytes.size());
         fromReader -= bytes.size() - (written > 0 ? static_cast<std::size_t>(written) : 0);
         leavingBytes -= bytes.size();
         pieces.pop_front();
@@ -378,11 +259,10 @@ void PtyPort::State::writePieces()
 
 // ---------------------------------------------------------------- interface
 
-PtyPort::PtyPort(Reader& reader, Options options) : state_(std::make_unique<State>(reader, std::move(options)))
+PtyPort::PtyPort(LinePeer& reader, const Options& options) : state_(std::make_unique<State>(reader, options))
 {
-    state_->open();
     state_->readerSpeed = reader.listeningSpeed();
-    state_->knownSpeed = hostSpeed(state_->master.get());
+    state_->knownSpeed = state_->hostSpeed();
     State* const state = state_.get();
     state_->thread = std::thread([state] {
         try {
@@ -399,10 +279,9 @@ PtyPort::~PtyPort()
         std::abort(); // the thread would be waited for without end
     }
     state_->thread.join();
-    state_->removeLink();
 }
 
-const std::string& PtyPort::name() const { return state_->name; }
+const std::string& PtyPort::name() const { return state_->terminal.name(); }
 
 PtyPort::Traffic PtyPort::traffic() const { return {state_->toReader, state_->fromReader}; }
 

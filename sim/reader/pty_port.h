@@ -2,7 +2,7 @@
 // A reader at the other end of a pseudo-terminal.
 #pragma once
 
-#include "sim/reader/reader.h"
+#include "sim/reader/line_peer.h"
 
 #include <memory>
 #include <string>
@@ -17,8 +17,8 @@ public:
     };
 
     // Opens the pty and serves the reader from a thread of its own until destroyed. Throws std::system_error.
-    PtyPort(Reader& reader, Options options);
-    explicit PtyPort(Reader& reader) : PtyPort(reader, Options{}) {}
+    PtyPort(LinePeer& reader, const Options& options);
+    explicit PtyPort(LinePeer& reader) : PtyPort(reader, Options{}) {}
     ~PtyPort();
     PtyPort(const PtyPort&) = delete;
     PtyPort& operator=(const PtyPort&) = delete;

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "sim/cards/card.h"
+#include "sim/reader/line_peer.h"
 
 #include <chrono>
 #include <cstdint>
@@ -38,19 +39,12 @@ enum class ReaderStatus : std::uint8_t {
     BadFrame = 0xF0
 };
 
-class Reader {
+class Reader : public LinePeer {
 public:
     // The most bytes of payload in one reply: with them the reply frame has 1000 characters, what hosts have room for.
     static constexpr std::size_t kPayloadMax = 494;
 
     using Clock = std::function<std::chrono::milliseconds()>;
-
-    // What goes out on the line: these bytes, not before this long after the command came in.
-    struct Output {
-        Bytes bytes;
-        std::chrono::milliseconds delay{0};
-        bool ifSilent = false; // only if nothing more has come in by then
-    };
 
     // One exchange as the reader saw it.
     struct Exchange {
@@ -61,9 +55,7 @@ public:
     };
 
     explicit Reader(Clock clock = {}); // none: the steady clock
-    ~Reader();
-    Reader(const Reader&) = delete;
-    Reader& operator=(const Reader&) = delete;
+    ~Reader() override;
 
     // Cards. A card with a time appears that long after now.
     void insert(Slot slot, std::shared_ptr<Card> card, std::chrono::milliseconds after = {});
@@ -74,7 +66,7 @@ public:
     // The line's speed as the peer has set it is passed with what it sent; with this switch on, bytes that come at
     // another speed than the reader listens at are garbage. A USB reader has no speed: pass 0.
     void checkLineSpeed(bool on);
-    int listeningSpeed() const; // 9600, or 38400 between ESC $ I 2 and ESC $ I 4
+    int listeningSpeed() const override; // 9600, or 38400 between ESC $ I 2 and ESC $ I 4
 
     void setVersion(std::string text); // what ESC K T L V N is answered with; empty: it is not answered
     // How this unit differs from the plain one. Before its line is used.
@@ -84,9 +76,10 @@ public:
     void addFault(const Fault& fault);
     void clearFaults();
 
-    // Every piece that arrives, in any cut. Strict: a frame with a wrong length, check or character is not carried
-    // out and answered with status 0xF0 (see docs/reader-protocol.md).
-    std::vector<Output> receive(const Bytes& bytes, int lineSpeed = 0);
+    // Strict: a frame with a wrong length, check or character is not carried out and answered with status 0xF0 (see
+    // docs/reader-protocol.md).
+    std::vector<Output> receive(const Bytes& bytes, int lineSpeed) override;
+    std::vector<Output> receive(const Bytes& bytes) { return receive(bytes, 0); }
 
     // The latest of each, at least so many of them: a reader may run for weeks.
     static constexpr std::size_t kHistory = 10000;

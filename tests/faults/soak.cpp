@@ -36,7 +36,7 @@ public:
             if (below(100) < percent_) {
                 spoil(output.bytes, bytes);
             } else {
-                line_.sendLater(output.bytes, static_cast<int>(output.delay.count()));
+                line_.sendLater(output.bytes, static_cast<int>(output.delay / std::chrono::milliseconds(1)));
             }
         }
     }

@@ -21,7 +21,7 @@ protected:
     {
         line.onBytes = [this](const Bytes& bytes, int speed) {
             for (const sim::Reader::Output& output : desk_->reader().receive(bytes, speed)) {
-                line.sendLater(output.bytes, static_cast<int>(output.delay.count()));
+                line.sendLater(output.bytes, static_cast<int>(output.delay / std::chrono::milliseconds(1)));
             }
         };
     }

@@ -43,7 +43,7 @@ std::string sent(const std::string& observation, const Bytes& bytes, bool withCa
     }
     std::string text;
     for (const Reader::Output& output : reader.receive(bytes)) {
-        text += std::to_string(output.delay.count()) + (output.ifSilent ? "?" : "") + ":" + toHex(output.bytes) + " ";
+        text += std::to_string(output.delay / std::chrono::milliseconds(1)) + (output.ifSilent ? "?" : "") + ":" + toHex(output.bytes) + " ";
     }
     return text;
 }

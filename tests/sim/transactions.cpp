@@ -29,7 +29,7 @@ protected:
     {
         line.onBytes = [this](const Bytes& bytes, int speed) {
             for (const sim::Reader::Output& output : simulated.receive(bytes, speed)) {
-                line.sendLater(output.bytes, static_cast<int>(output.delay.count()));
+                line.sendLater(output.bytes, static_cast<int>(output.delay / std::chrono::milliseconds(1)));
             }
         };
         simulated.checkLineSpeed(true);
