@@ -42,10 +42,14 @@ int report(const Failure& failure, bool json)
     return static_cast<int>(failure.exitCode());
 }
 
-// Also when the rest of the command line cannot be read.
+// Also when the rest of the command line cannot be read. What stands behind "--" is another program's.
 bool asksForJson(int argc, char** argv)
 {
-    return std::any_of(argv + 1, argv + argc, [](const char* argument) { return std::string(argument) == "--json"; });
+    const auto isWord = [](const char* word) {
+        return [word](const char* argument) { return std::string(argument) == word; };
+    };
+    char** const end = std::find_if(argv + 1, argv + argc, isWord("--"));
+    return std::any_of(argv + 1, end, isWord("--json"));
 }
 
 // The first word that should be the name of a subcommand and is none.
@@ -98,7 +102,7 @@ int run(int argc, char** argv)
     app.footer("Exit codes are listed in the manual (docs/vorn.md).");
     Action action;
     for (const auto add : {addInfo, addAtr, addApdu, addSale, addLog, addM1, addWallet, addDevice, addDecode, addReplay,
-                           addSim, addIssuer, addPorts, addDoctor, addWatch, addHelp, addComplete}) {
+                           addRecord, addSim, addIssuer, addPorts, addDoctor, addWatch, addHelp, addComplete}) {
         add(app, action);
     }
     try {

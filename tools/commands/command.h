@@ -22,6 +22,7 @@ void addWallet(CLI::App& root, Action& action);
 void addDevice(CLI::App& root, Action& action);
 void addDecode(CLI::App& root, Action& action);
 void addReplay(CLI::App& root, Action& action);
+void addRecord(CLI::App& root, Action& action);
 void addIssuer(CLI::App& root, Action& action);
 void addSim(CLI::App& root, Action& action);
 void addPorts(CLI::App& root, Action& action);

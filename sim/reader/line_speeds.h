@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: Apache-2.0
+// At which speed a host sent what it wrote to a pseudo-terminal. The tty tells its speed of now; bytes that came in one
+// piece with a change of it were sent before or after. The reader's switching sequences say which.
+#pragma once
+
+#include "sim/reader/line_decoder.h"
+
+#include <cstddef>
+#include <utility>
+#include <vector>
+
+namespace vorn::sim {
+
+class LineSpeeds {
+public:
+    LineSpeeds();
+
+    struct Piece {
+        Bytes bytes;
+        int speed;
+    };
+    // Everything that the host sends, in its order. before, now: the tty's speed when it was last looked at, and now.
+    std::vector<Piece> split(const Bytes& bytes, int before, int now);
+
+private:
+    std::vector<int> speedsOf(const Bytes& bytes, int before, int now);
+
+    LineDecoder decoder_;
+    int implied_ = 0;       // by the last sequence; 0: there was none
+    std::size_t begun_ = 0; // bytes of the sequence that is under way
+};
+
+} // namespace vorn::sim
