@@ -29,10 +29,15 @@ struct KindRow {
 };
 
 constexpr KindRow kKinds[] = {
-    {">", Kind::FromHost, Content::Bytes},  {"<", Kind::FromReader, Content::Bytes},
-    {"x", Kind::Dropped, Content::Bytes},   {"speed", Kind::Speed, Content::Speed},
-    {"gone", Kind::Gone, Content::Nothing}, {"lost", Kind::Lost, Content::Number},
-    {"end", Kind::End, Content::Number},    {"told", Kind::Told, Content::Text},
+    {">", Kind::FromHost, Content::Bytes},
+    {"<", Kind::FromReader, Content::Bytes},
+    {"x", Kind::Dropped, Content::Bytes},
+    {"speed", Kind::Speed, Content::Speed},
+    {"gone", Kind::Gone, Content::Nothing},
+    {"lost", Kind::Lost, Content::Number},
+    {"end", Kind::End, Content::Number},
+    {"told", Kind::Told, Content::Text},
+    {"redacted", Kind::Redacted, Content::Nothing},
 };
 
 std::string firstLine() { return std::string(kMagic) + kVersion; }

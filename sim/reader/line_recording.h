@@ -21,6 +21,7 @@ struct RecordedLine {
         Gone,       // the reader's port went away
         Lost,       // number: lines that could not be written
         End,        // number: the host's exit code
+        Redacted,   // what was secret in this recording was replaced by zeros
         Told        // text: what was found out before a copy was redacted
     };
     static constexpr std::size_t kBytesMax = 4096; // a longer piece is several lines
