@@ -33,6 +33,7 @@ TEST_F(ToolTest, DecodeNamesWhatIsPasted)
     EXPECT_TRUE(run(scratch, {"decode"}, "9F7906000000035680\n").says("356.80"));
     EXPECT_TRUE(run(scratch, {"decode", "--list", "9F02069A03"}).says("9F02  Amount, authorised"));
     EXPECT_TRUE(run(scratch, {"decode", "--show", "5A081234567890123456"}).says("1234567890123456"));
+    EXPECT_TRUE(run(scratch, {"decode", "023030303533323232303138303030393103"}).says("power on: contact slot"));
     const Result cut = run(scratch, {"decode", "9A0326010182027C"});
     EXPECT_EQ(cut.code, kMissing);
     EXPECT_TRUE(cut.says("2026-01-01"));

@@ -45,7 +45,7 @@ void judge(const Bytes& line, const Bytes& frameSent, LineExchange& exchange)
         exchange.reply = Reply::Foreign;
     } else {
         Bytes::const_iterator end;
-        const Frame frame = decodeFrame(framed(line, end));
+        const LineFrame frame = decodeFrame(framed(line, end));
         exchange.reply = frame.whole && frame.content.size() > kStatusAt ? Reply::Whole : Reply::Damaged;
         if (exchange.reply == Reply::Whole) {
             exchange.status = frame.content[kStatusAt];
@@ -61,10 +61,10 @@ Bytes LineExchange::apdu() const
     return of(Operation::Apdu) && command.size() > kApduAt ? Bytes(command.begin() + kApduAt, command.end()) : Bytes();
 }
 
-Frame decodeFrame(const Bytes& characters)
+LineFrame decodeFrame(const Bytes& characters)
 {
     constexpr std::size_t overhead = 3; // two bytes of length, one of check
-    Frame frame;
+    LineFrame frame;
     if (characters.size() % 2 != 0 || !std::all_of(characters.begin(), characters.end(), nibble)) {
         return frame;
     }

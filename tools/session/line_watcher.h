@@ -47,11 +47,11 @@ struct LineExchange {
 };
 
 // A frame is what stands between STX and ETX, two characters a byte, with its length and check.
-struct Frame {
+struct LineFrame {
     bool whole = false;
     Bytes content;
 };
-Frame decodeFrame(const Bytes& characters);
+LineFrame decodeFrame(const Bytes& characters);
 
 class LineWatcher {
 public:
