@@ -8,6 +8,7 @@
 #include "tools/explain/mask.h"
 #include "tools/explain/page.h"
 #include "tools/explain/recognise.h"
+#include "tools/explain/recording_story.h"
 #include "tools/explain/redact.h"
 #include "tools/explain/render.h"
 
@@ -179,6 +180,22 @@ Exit tellLog(Input& input, const std::string& head, const Options& options)
     return Exit::Ok;
 }
 
+Exit tellRecording(Input& input, const std::string& head, const Options& options)
+{
+    Output output(options);
+    output.begin("recording");
+    RecordingStory story(options.show, [&output](const Item& item) { output.item(item); });
+    for (std::string piece = head; !piece.empty(); piece = input.next()) {
+        story.add(piece.data(), piece.size());
+    }
+    story.end();
+    output.end(story.problem());
+    if (!story.problem().empty()) {
+        throw Failure(Exit::DataMissing, "not decoded to its end: " + story.problem());
+    }
+    return Exit::Ok;
+}
+
 Exit tell(const std::string& text, InputKind kind, const Options& options)
 {
     const InputKind found = kind == InputKind::Unknown ? recognise(text) : kind;
@@ -263,8 +280,12 @@ Exit run(const Options& options)
     constexpr std::size_t most = 1048576;
     const InputKind kind = wanted(options);
     std::string text = input.upTo(head - 1);
-    if (kind == InputKind::Log || (kind == InputKind::Unknown && recognise(text.substr(0, head)) == InputKind::Log)) {
+    const InputKind whole = kind == InputKind::Unknown ? recognise(text.substr(0, head)) : kind;
+    if (whole == InputKind::Log) {
         return tellLog(input, text, options);
+    }
+    if (whole == InputKind::Recording) {
+        return tellRecording(input, text, options);
     }
     text += text.size() < head ? "" : input.upTo(most);
     if (text.size() > most) {

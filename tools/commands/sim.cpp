@@ -5,6 +5,7 @@
 #include "tools/cli/output.h"
 #include "tools/cli/quote.h"
 #include "tools/commands/command.h"
+#include "tools/commands/sim_replay.h"
 #include "tools/explain/hex.h"
 #include "tools/session/session.h"
 
@@ -34,6 +35,7 @@ struct Options {
     std::string check;
     bool json = false;
     bool verbose = false;
+    ReplayOptions replay;
 };
 
 std::string exchangeText(const sim::Reader::Exchange& exchange)
@@ -125,6 +127,13 @@ Exit run(const Options& options)
     if (options.list) {
         return listProfiles(options.json);
     }
+    if (!options.replay.recording.empty()) {
+        ReplayOptions replay = options.replay;
+        replay.link = options.link;
+        replay.json = options.json;
+        replay.verbose = options.verbose;
+        return serveReplay(replay);
+    }
     if (options.profile.empty()) {
         throw Failure(Exit::Usage, "no profile named", "'vorn sim --list' names those that come with the tool");
     }
@@ -153,6 +162,22 @@ Exit run(const Options& options)
     return Exit::Ok;
 }
 
+void addReplayOptions(CLI::App& command, ReplayOptions& replay)
+{
+    CLI::Option* const recording =
+        command.add_option("--replay", replay.recording, "Answer a host as the reader of this recording did")
+            ->type_name("FILE");
+    command
+        .add_option("--time-factor", replay.timeFactor,
+                    "With --replay: the recorded pauses so many times as long, 0 for none (1)")
+        ->check(CLI::Range(0.0, 100.0))
+        ->needs(recording);
+    for (const char* const other :
+         {"profile", "--list", "--paced", "--check-speed", "--fault", "--check", "--usb-socket"}) {
+        recording->excludes(command.get_option(other));
+    }
+}
+
 } // namespace
 
 void addSim(CLI::App& root, Action& action)
@@ -176,6 +201,7 @@ void addSim(CLI::App& root, Action& action)
     command->add_flag("--json", options->json, "Name the port in JSON");
     command->add_flag("-v,--verbose", options->verbose,
                       "Show what the reader is asked and answers (card data in clear)");
+    addReplayOptions(*command, options->replay);
     command->callback([options, &action] { action = [options] { return run(*options); }; });
 }
 

@@ -3,6 +3,7 @@
 
 #include "sim/data/tlv.h"
 #include "sim/issuer/cryptogram_text.h"
+#include "sim/reader/line_recording.h"
 #include "tools/explain/apdu_view.h"
 #include "tools/explain/apdu_words.h"
 #include "tools/explain/atr_view.h"
@@ -32,6 +33,7 @@ struct Named {
 
 const Named kNames[] = {{"log", InputKind::Log},
                         {"trace", InputKind::Trace},
+                        {"recording", InputKind::Recording},
                         {"frame", InputKind::Frame},
                         {"reader", InputKind::ReaderCommand},
                         {"apdu", InputKind::Command},
@@ -254,6 +256,9 @@ InputKind recognise(const std::string& text)
     if (whole.empty()) {
         return InputKind::Unknown;
     }
+    if (sim::looksLikeRecording(whole)) {
+        return InputKind::Recording;
+    }
     if (looksLikeTraceFile(whole)) {
         return InputKind::Trace;
     }
@@ -279,6 +284,7 @@ Explanation explain(InputKind kind, const std::string& text, bool show)
     switch (kind) {
     case InputKind::Unknown:
     case InputKind::Log:
+    case InputKind::Recording:
         return {"", {}, "not understood"};
     case InputKind::Trace:
         return {"trace file", explainTraceFile(whole, show), ""};

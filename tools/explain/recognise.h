@@ -13,6 +13,7 @@ enum class InputKind {
     Unknown,
     Log,
     Trace,
+    Recording, // of the line
     Frame,
     ReaderCommand,
     Command,
@@ -34,7 +35,7 @@ std::optional<InputKind> kindOf(const std::string& name);
 std::string kindNames(const char* between = ", "); // all of them
 
 InputKind recognise(const std::string& text);
-// Not of logs, which are told piece by piece (log_story.h).
+// Not of logs and recordings, which are told piece by piece (log_story.h, recording_story.h).
 Explanation explain(InputKind kind, const std::string& text, bool show);
 
 } // namespace vorn::tool
