@@ -96,7 +96,7 @@ std::vector<CallRecord> memoryCard(SimulatedDesk& desk)
     Output block(ICC_M1_BLOCK_SIZE);
     int result = IC_M1ActiveCard(desk.port(), "", 9600, kWait, &flag, uid.text());
     records.push_back({"IC_M1ActiveCard", result, {written(uid), std::to_string(flag)}});
-    result = IC_M1CheckCardPin(desk.port(), "", 9600, kWait, kBlock, "a", key);
+    result = IC_M1CheckCardPin(desk.port(), "", 9600, kWait, kBlock, "A", key);
     records.push_back({"IC_M1CheckCardPin", result, {}});
     result = IC_M1ReadCard(desk.port(), "", 9600, kWait, kBlock, block.bytes());
     records.push_back({"IC_M1ReadCard", result, {block.hex(ICC_M1_BLOCK_SIZE)}});
