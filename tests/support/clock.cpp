@@ -30,6 +30,7 @@ struct State {
     unsigned cutShort = 0;
     std::vector<unsigned> sleeps;
     std::function<void()> onSleep, onTime;
+    std::function<std::int64_t(std::int64_t)> sleepAs;
 };
 
 State& state()
@@ -99,6 +100,9 @@ int frozenSleep(std::int64_t length)
 {
     if (state().onSleep) {
         state().onSleep();
+    }
+    if (state().sleepAs) {
+        length = state().sleepAs(length);
     }
     const std::int64_t until = state().interruptEvery;
     const bool interrupted = until > 0 && until < length;
@@ -181,6 +185,8 @@ void Clock::interruptEvery(std::int64_t microseconds) { state().interruptEvery =
 unsigned Clock::interruptions() { return state().interruptions; }
 
 unsigned Clock::cutShort() { return state().cutShort + (state().pausesUntil != kNever ? 1U : 0U); }
+
+void Clock::sleepAs(std::function<std::int64_t(std::int64_t)> action) { state().sleepAs = std::move(action); }
 
 void Clock::onSleep(std::function<void()> action) { state().onSleep = std::move(action); }
 

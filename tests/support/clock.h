@@ -41,6 +41,10 @@ public:
     static unsigned interruptions();
     static unsigned cutShort();
 
+    // In frozen time: a terminal whose sleeps are not as long as asked. `action` gets what was asked for, in microseconds,
+    // and returns what passes. A sleep that is too short counts as whole.
+    static void sleepAs(std::function<std::int64_t(std::int64_t)> action);
+
     // Called inside every sleep of the library, before its time has passed. In frozen time only.
     static void onSleep(std::function<void()> action);
     // Called inside every time() of the library: lets a test move the clock between two readings.

@@ -232,11 +232,14 @@ const std::vector<Errand>& errands()
     return all;
 }
 
-SimulatedDesk::SimulatedDesk(std::string port, const std::string& profile) : port_(std::move(port))
+SimulatedDesk::SimulatedDesk(std::string port, const std::string& profile)
+    : SimulatedDesk(std::move(port), sim::findProfile(profile))
+{}
+
+SimulatedDesk::SimulatedDesk(std::string port, const sim::Profile& profile) : port_(std::move(port))
 {
-    const sim::Profile loaded = sim::findProfile(profile);
-    sim::load(loaded, reader_);
-    issuer_ = sim::issuerOf(loaded);
+    sim::load(profile, reader_);
+    issuer_ = sim::issuerOf(profile);
 }
 
 } // namespace vorn::test

@@ -51,6 +51,7 @@ inline void PrintTo(const Errand& errand, std::ostream* out) { *out << errand.na
 class SimulatedDesk {
 public:
     SimulatedDesk(std::string port, const std::string& profile);
+    SimulatedDesk(std::string port, const sim::Profile& profile);
 
     const char* port() const { return port_.c_str(); }
     sim::Reader& reader() { return reader_; }
