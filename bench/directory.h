@@ -10,6 +10,15 @@
 
 namespace vorn::bench {
 
+// For measurements of so many calls that the files would grow large.
+inline void removeLogs()
+{
+    for (const char* file : {"ICC_COMM_VORN.log", "vr_log.txt"}) {
+        std::error_code ignored;
+        std::filesystem::remove(file, ignored);
+    }
+}
+
 class OwnDirectory {
 public:
     OwnDirectory()
