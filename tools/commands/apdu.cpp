@@ -5,6 +5,7 @@
 #include "tools/cli/output.h"
 #include "tools/cli/quote.h"
 #include "tools/commands/command.h"
+#include "tools/commands/link_options.h"
 #include "tools/explain/apdu_words.h"
 #include "tools/explain/hex.h"
 #include "tools/explain/status_words.h"

@@ -2,6 +2,7 @@
 // vorn atr: powers a card, shows its answer to reset, powers it off.
 #include "tools/cli/output.h"
 #include "tools/commands/command.h"
+#include "tools/commands/link_options.h"
 #include "tools/explain/atr_view.h"
 #include "tools/explain/hex.h"
 #include "tools/explain/present.h"

@@ -2,6 +2,7 @@
 // vorn device: the reader's version.
 #include "tools/cli/output.h"
 #include "tools/commands/command.h"
+#include "tools/commands/link_options.h"
 #include "tools/session/reader_version.h"
 #include "tools/session/session.h"
 

@@ -4,6 +4,7 @@
 #include "tools/cli/output.h"
 #include "tools/cli/version.h"
 #include "tools/commands/command.h"
+#include "tools/commands/link_options.h"
 #include "tools/explain/hex.h"
 #include "tools/explain/present.h"
 #include "tools/session/library_version.h"

@@ -3,6 +3,7 @@
 #include "tools/cli/arguments.h"
 #include "tools/cli/output.h"
 #include "tools/commands/command.h"
+#include "tools/commands/link_options.h"
 #include "tools/explain/hex.h"
 #include "tools/explain/lettered.h"
 #include "tools/explain/present.h"

@@ -4,6 +4,7 @@
 #include "tools/cli/interrupt.h"
 #include "tools/cli/output.h"
 #include "tools/commands/command.h"
+#include "tools/commands/link_options.h"
 #include "tools/commands/m1_image.h"
 #include "tools/explain/hex.h"
 #include "tools/explain/present.h"

@@ -6,6 +6,7 @@
 #include "tools/cli/output.h"
 #include "tools/commands/command.h"
 #include "tools/commands/issuer.h"
+#include "tools/commands/link_options.h"
 #include "tools/commands/sale_options.h"
 #include "tools/explain/apdu_words.h"
 #include "tools/explain/hex.h"

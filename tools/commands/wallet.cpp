@@ -2,6 +2,7 @@
 // vorn wallet: a hard wallet's identification.
 #include "tools/cli/output.h"
 #include "tools/commands/command.h"
+#include "tools/commands/link_options.h"
 #include "tools/explain/present.h"
 #include "tools/session/session.h"
 

@@ -3,6 +3,7 @@
 #include "tools/cli/interrupt.h"
 #include "tools/cli/output.h"
 #include "tools/commands/command.h"
+#include "tools/commands/link_options.h"
 #include "tools/explain/hex.h"
 #include "tools/session/session.h"
 #include "tools/session/slots.h"

@@ -10,8 +10,6 @@
 #include "tools/session/port_lock.h"
 #include "tools/session/verdict.h"
 
-#include <CLI/CLI.hpp>
-
 #include <functional>
 #include <memory>
 #include <set>
@@ -37,8 +35,6 @@ struct LinkOptions {
     bool show = false; // nothing masked; the commands' own option
 };
 
-void addLinkOptions(CLI::App& command, LinkOptions& options);
-
 // Through which of the reader's interfaces a card is looked for.
 struct InterfaceOptions {
     bool contact = false;
@@ -46,7 +42,6 @@ struct InterfaceOptions {
     int mode() const; // a vorn_open_mode
 };
 
-void addInterfaceOptions(CLI::App& command, InterfaceOptions& options);
 std::string interfaceName(int cardInterface);
 
 // Throws Failure for what is no fault.
