@@ -375,6 +375,23 @@ TEST_F(LinkRelease, AClosedStandardStreamWithoutAStandInStaysClosed)
     EXPECT_GE(open(line), 0);
 }
 
+// The line then gets the stream's number; it is the host's link like any other.
+TEST_F(LinkRelease, ALineThatGotTheNumberOfAClosedStreamIsNotClosedBehindItsOpening)
+{
+    const int saved = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 10);
+    close(STDIN_FILENO);
+    ttyCalls().noEpoll = true;
+    const int link = open(line);
+    const bool stillOpen = isOpen(link);
+    closeDev(link);
+    const bool closedThen = !isOpen(link);
+    dup2(saved, STDIN_FILENO);
+    close(saved);
+    EXPECT_EQ(link, STDIN_FILENO);
+    EXPECT_TRUE(stillOpen);
+    EXPECT_TRUE(closedThen);
+}
+
 // ---------------------------------------------------------------- sessions with the reader
 
 TEST_F(LinkRelease, ASessionLeftOpenLeavesTheLineSequencesAsTheyAre)

@@ -6,6 +6,7 @@
 #include "support/line.h"
 
 #include <fcntl.h>
+#include <sys/epoll.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -154,6 +155,11 @@ ssize_t readlink(const char* path, char* target, std::size_t size) noexcept
         return refuse(ENOENT);
     }
     return syscall(SYS_readlinkat, AT_FDCWD, path, target, size);
+}
+
+int epoll_create1(int flags) noexcept
+{
+    return ttyCalls().noEpoll ? refuse(ENOMEM) : static_cast<int>(syscall(SYS_epoll_create1, flags));
 }
 
 int open(const char* path, int flags, ...)

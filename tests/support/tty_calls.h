@@ -35,6 +35,7 @@ struct TtyCalls {
     std::vector<std::string> openings;          // the library's, by path
     int refuseOpen = 0;                         // so many of them are refused
     bool noLinks = false;                       // nothing tells where a link points to
+    bool noEpoll = false;                       // no epoll instance can be made
     unsigned reads = 0;                         // the library's
 };
 
