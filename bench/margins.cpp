@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// How much of each pause, gap and time-out is room to spare: one of them at a time is made longer or shorter until calls
-// begin to fail, in frozen time, on a line of the program's own, so that the table is the same on any machine.
+// How much of each pause, gap and time-out is room to spare: one of them at a time is made longer or shorter until
+// calls begin to fail, in frozen time, on a line of the program's own, so that the table is the same on any machine.
 //
 //   bench_margins      the tables of docs/margins.md
+#include "sim/reader/fault.h"
 #include "support/clock.h"
 #include "support/simulated_desk.h"
 #include "support/timed_line.h"
@@ -588,6 +589,52 @@ void lateReplies(Bench& bench, OwnOutput& out)
     }
 }
 
+// ---------------------------------------------------------------- the seconds of nTimeout
+
+// How long after the call a card may come to the contact slot and still be powered.
+Us latestCard(Bench& bench, int nTimeout, Us fraction)
+{
+    const auto powered = [&](Us after) {
+        bench.prepare({"raw access", "debit", {}}, {});
+        Clock::advance(fraction);
+        const Us comes = Clock::microseconds() + after;
+        sim::Reader& reader = bench.desk().reader();
+        reader.addFault(*sim::parseFault("status=02/22"));
+        Clock::onSleep([&] {
+            if (Clock::microseconds() >= comes) {
+                reader.clearFaults();
+            }
+        });
+        std::vector<char> atr(ICC_ATR_CAPACITY);
+        const int result = IC_PowerOn(bench.desk().port(), "", 9600, nTimeout, 1, 0, atr.data());
+        Clock::onSleep({});
+        Clock::sleepAs({});
+        return result == VORN_OK;
+    };
+    Us good = 0, late = (nTimeout + 2) * kSecond;
+    if (!powered(good)) {
+        return 0;
+    }
+    while (late - good > kStep) {
+        const Us middle = good + (late - good) / 2;
+        (powered(middle) ? good : late) = middle;
+    }
+    return good;
+}
+
+void waits(Bench& bench, OwnOutput& out)
+{
+    out.print("\ntable: waits\n| `nTimeout` | called at the beginning of a second | in its middle | 0.9 s into it |\n"
+              "|---|---|---|---|\n");
+    for (const int nTimeout : {1, 2, 10}) {
+        out.print("| %d |", nTimeout);
+        for (const Us fraction : {Us{0}, 500 * kMs, 900 * kMs}) {
+            out.print(" %s |", milliseconds(latestCard(bench, nTimeout, fraction)).c_str());
+        }
+        out.print("\n");
+    }
+}
+
 // ---------------------------------------------------------------- how long calls take
 
 void durations(Bench& bench, OwnOutput& out)
@@ -633,6 +680,7 @@ int main()
     print(bench, out, "reader", readerRows());
     print(bench, out, "usb", usbRows());
     lateReplies(bench, out);
+    waits(bench, out);
     durations(bench, out);
     return 0;
 }

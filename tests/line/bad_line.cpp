@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Bytes that are lost, doubled and damaged: every call ends as its header says, a success that is not the truth comes of
-// what nobody looks at and of nothing else, and the next customer is served. docs/bad-lines.md counts the same at length.
+// Bytes that are lost, doubled and damaged: every call ends as its header says, a success that is not the truth comes
+// of what nobody looks at and of nothing else, and the next customer is served. docs/bad-lines.md counts at length.
 #include "support/bad_line.h"
 
 #include "vorn/result.h"

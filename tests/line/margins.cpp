@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the line, the terminal and the reader may take in time before calls fail, on either side of the limit. The limits
-// themselves are tables of docs/margins.md; here it is what a host depends on.
+// What the line, the terminal and the reader may take in time before calls fail, on either side of the limit. The
+// limits themselves are tables of docs/margins.md; here it is what a host depends on.
 #include "support/clock.h"
 #include "support/scripted_reader.h"
 #include "support/simulated_desk.h"

@@ -84,8 +84,8 @@ public:
     // Makes all of an errand's calls on a bad line, and then the whole errand again.
     SequenceOutcome runAll(std::size_t errand, const BadStretch& bad);
 
-    // Makes the errand's calls up to this one, which is on a bad line, and returns what the reader's version is told with
-    // behind it.
+    // Makes the errand's calls up to this one, which is on a bad line, and returns the result of asking for the
+    // reader's version behind it.
     int versionBehind(const CallPlace& place, const BadStretch& bad);
 
 private:

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// A tty that only this program has, in frozen time: a UART at either end, in which every byte takes its time at the speed
-// that its sender has set, and a simulated reader behind it. Nothing of it is the kernel's, so that a day of time-outs
-// passes in a second, and the same way on any machine. A program that uses it defines open, close, read, write and ioctl,
-// which the dynamic linker then finds before libc's.
+// A tty that only this program has, in frozen time: a UART at either end, in which every byte takes its time at the
+// speed that its sender has set, and a simulated reader behind it. Nothing of it is the kernel's, so that a day of
+// time-outs passes in minutes, and the same way on any machine. A program that uses it defines open, close, read, write
+// and ioctl, which the dynamic linker then finds before libc's.
 #pragma once
 
 #include "sim/reader/reader.h"
