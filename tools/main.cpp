@@ -101,8 +101,9 @@ int run(int argc, char** argv)
         "--version", [] { return versionText(); }, "Versions of tool and library");
     app.footer("Exit codes are listed in the manual (docs/vorn.md).");
     Action action;
-    for (const auto add : {addInfo, addAtr, addApdu, addSale, addLog, addM1, addWallet, addDevice, addDecode, addReplay,
-                           addRecord, addSim, addIssuer, addPorts, addDoctor, addWatch, addHelp, addComplete}) {
+    for (const auto add :
+         {addInfo, addAtr, addApdu, addSale, addLog, addM1, addWallet, addDevice, addDecode, addReplay, addRecord,
+          addSim, addIssuer, addPorts, addDoctor, addAccept, addWatch, addHelp, addComplete}) {
         add(app, action);
     }
     try {

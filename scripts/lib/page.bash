@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-# A page of a failed sale, and the browser that looks at it.
+# Pages that the tool writes, of a failed sale and of acceptance runs, and the browser that looks at them.
 
 # The log, and the page made of it, in this directory.
 failed_sale() { # directory
@@ -16,4 +16,16 @@ browse() { # chromium's arguments...
     --user-data-dir="$profile" "$@" 2>/dev/null || status=$?
   rm -rf "$profile"
   return $status
+}
+
+# The pages of two acceptance runs, plain.html and differs.html, in this directory.
+acceptance() { # directory
+  cat >"$1/five.json" <<'END'
+{"format": "vorn-acceptance", "version": 1, "observations": {"slots.psam2": "0B", "power.contact.time": 900,
+  "frames.longest": 1024, "malformed.check": "silent", "malformed.two": "first"}}
+END
+  local status=0
+  build/vorn accept --sim debit --html "$1/plain.html" >"$1/plain.txt"
+  build/vorn accept --sim debit --like "$1/five.json" --html "$1/differs.html" >"$1/differs.txt" || status=$?
+  [ "$status" = 27 ]
 }

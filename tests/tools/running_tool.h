@@ -56,6 +56,7 @@ enum Code {
     kTooLong = 24,
     kLineDisturbed = 25,
     kFindings = 26,
+    kDiffers = 27,
     kInterrupted = 130
 };
 

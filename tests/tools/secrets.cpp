@@ -79,6 +79,21 @@ TEST_P(SecretsTest, NoCommandShowsThem)
     EXPECT_TRUE(fs::is_empty(scratch.temporary()));
 }
 
+// What is mailed to the maintainers: the report, the page, and what was said on the way.
+TEST_P(SecretsTest, NoAcceptanceShowsThem)
+{
+    const std::vector<std::string> secrets = secretsOf(scratch, GetParam());
+    const std::string report = (scratch.path() / "report.json").string();
+    const std::string page = (scratch.path() / "page.html").string();
+    const Result result = run(scratch, {"accept", "--sim", GetParam(), "-v", "--report", report, "--html", page});
+    EXPECT_EQ(result.code, kOk) << result.output << result.errors;
+    const std::string all = result.output + result.errors + contents(report) + contents(page);
+    EXPECT_NE(contents(page).find("</html>"), std::string::npos);
+    for (const std::string& secret : secrets) {
+        EXPECT_EQ(all.find(secret), std::string::npos) << secret;
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(Profiles, SecretsTest, testing::Values("debit", "credit", "multi", "memory", "psam", "wallet"),
                          [](const auto& which) { return std::string(which.param); });
 

@@ -115,6 +115,7 @@ const std::vector<ExitMeaning>& exitMeanings()
         {Exit::TooLong, "a call did not come to its end in time"},
         {Exit::LineDisturbed, "replies of the reader came damaged"},
         {Exit::Findings, "a check found something to mend"},
+        {Exit::Differs, "the reader differs from the simulated one"},
         {Exit::Interrupted, "ended by Ctrl-C or another signal"},
     };
     return meanings;

@@ -39,6 +39,7 @@ enum class Exit : int {
     TooLong = 24,       // a call did not come to its end in time
     LineDisturbed = 25, // replies came damaged
     Findings = 26,      // a check found something to mend
+    Differs = 27,       // a reader behaves differently from the simulated one
     Interrupted = 130   // ended by a signal
 };
 

@@ -27,6 +27,7 @@ void addIssuer(CLI::App& root, Action& action);
 void addSim(CLI::App& root, Action& action);
 void addPorts(CLI::App& root, Action& action);
 void addDoctor(CLI::App& root, Action& action);
+void addAccept(CLI::App& root, Action& action);
 void addWatch(CLI::App& root, Action& action);
 void addHelp(CLI::App& root, Action& action);
 void addComplete(CLI::App& root, Action& action);

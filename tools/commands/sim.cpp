@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // vorn sim: a reader with a profile's cards, on a pseudo-terminal, for any host.
 #include "sim/profiles/check.h"
+#include "sim/reader/behaviour.h"
 #include "tools/cli/interrupt.h"
 #include "tools/cli/output.h"
 #include "tools/cli/quote.h"
@@ -26,6 +27,7 @@ constexpr int kLookAgain = 50; // milliseconds
 
 struct Options {
     std::string profile;
+    std::string like;
     bool list = false;
     bool paced = false;
     bool checkSpeed = false;
@@ -74,6 +76,15 @@ Exit listProfiles(bool json)
     return Exit::Ok;
 }
 
+// A unit's own answers at a wrong speed are told from a host's by the speed.
+void beLike(const Options& options, SimulatedReader& simulated)
+{
+    if (!options.like.empty()) {
+        simulated.reader.behave(unitOf(options.like));
+    }
+    simulated.reader.checkLineSpeed(options.checkSpeed || !options.like.empty());
+}
+
 // The same cards once more, in a reader that is plugged into a virtual machine. It has cards of its own: the two
 // readers may work at the same time.
 class UsbReader {
@@ -85,6 +96,7 @@ public:
         }
 #ifdef VORN_USB_REDIRECTION
         reader_ = std::make_unique<SimulatedReader>(options.profile);
+        beLike(options, *reader_);
         reader_->addFaults(options.faults);
         port_ = std::make_unique<sim::UsbRedirPort>(reader_->reader, options.usbSocket);
         note("A second reader is a USB device for a virtual machine, on the socket " + options.usbSocket + ".");
@@ -138,8 +150,8 @@ Exit run(const Options& options)
         throw Failure(Exit::Usage, "no profile named", "'vorn sim --list' names those that come with the tool");
     }
     SimulatedReader simulated(options.profile);
+    beLike(options, simulated);
     simulated.addFaults(options.faults);
-    simulated.reader.checkLineSpeed(options.checkSpeed);
     sim::PtyPort::Options portOptions;
     portOptions.paced = options.paced;
     portOptions.link = options.link;
@@ -185,6 +197,8 @@ void addSim(CLI::App& root, Action& action)
     const auto options = std::make_shared<Options>();
     CLI::App* const command = root.add_subcommand("sim", "Serve a simulated reader until Ctrl-C");
     command->add_option("profile", options->profile, "Name of a profile, or the path of a file")->type_name("PROFILE");
+    command->add_option("--like", options->like, "Behave as the unit did that this report of 'vorn accept' was made of")
+        ->type_name("FILE");
     command->add_flag("--list", options->list, "Name the profiles that there are");
     command->add_flag("--paced", options->paced, "Take the time that a real line takes");
     command->add_flag("--check-speed", options->checkSpeed, "What comes at another speed than the reader's is garbage");
@@ -202,6 +216,7 @@ void addSim(CLI::App& root, Action& action)
     command->add_flag("-v,--verbose", options->verbose,
                       "Show what the reader is asked and answers (card data in clear)");
     addReplayOptions(*command, options->replay);
+    command->get_option("--like")->excludes(command->get_option("--replay"));
     command->callback([options, &action] { action = [options] { return run(*options); }; });
 }
 

@@ -2,7 +2,10 @@
 #include "tools/session/session.h"
 
 #include "sim/cards/emv_card.h"
+#include "sim/data/json_text.h"
+#include "sim/data/printable.h"
 #include "sim/reader/fault.h"
+#include "sim/reader/observations.h"
 #include "tools/cli/interrupt.h"
 #include "tools/cli/output.h"
 #include "tools/cli/quote.h"
@@ -17,6 +20,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <optional>
 #include <system_error>
 
@@ -65,6 +69,24 @@ sim::Profile profileOf(const std::string& nameOrPath)
         const std::filesystem::path path(nameOrPath);
         const bool isPath = path.has_parent_path() || path.extension() == ".json";
         return sim::findProfile(isPath ? std::filesystem::absolute(path).string() : nameOrPath);
+    } catch (const sim::ProfileError& error) {
+        throw Failure(Exit::Profile, error.what());
+    }
+}
+
+sim::Behaviour unitOf(const std::string& path)
+{
+    std::error_code ignored;
+    std::ifstream file(path, std::ios::binary);
+    if (!std::filesystem::is_regular_file(path, ignored) || !file) {
+        throw Failure(Exit::Profile, inQuotes(path) + " cannot be read",
+                      "a file that 'vorn accept --report' wrote is expected");
+    }
+    std::string text(sim::kJsonSizeMax + 1, '\0'); // what is longer is refused as it is read
+    file.read(text.data(), static_cast<std::streamsize>(text.size()));
+    text.resize(static_cast<std::size_t>(file.gcount()));
+    try {
+        return sim::behaviourOf(text, sim::printable(path));
     } catch (const sim::ProfileError& error) {
         throw Failure(Exit::Profile, error.what());
     }

@@ -18,6 +18,7 @@
 
 namespace vorn::sim {
 class EmvCard;
+struct Behaviour;
 struct Fault;
 } // namespace vorn::sim
 
@@ -49,6 +50,9 @@ std::vector<sim::Fault> faultsOf(const std::vector<std::string>& texts);
 
 // The name of a shipped profile, or the path of a file. Throws Failure.
 sim::Profile profileOf(const std::string& nameOrPath);
+
+// The unit that a report of 'vorn accept' was made of. Throws Failure.
+sim::Behaviour unitOf(const std::string& path);
 
 // A reader with a profile's cards. Throws Failure when the profile cannot be used.
 struct SimulatedReader {

@@ -1,0 +1,205 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/accept/usb_channel.h"
+
+#include "tools/cli/interrupt.h"
+#include "tools/session/port_name.h"
+
+#include <libusb-1.0/libusb.h>
+
+#include <algorithm>
+#include <array>
+#include <optional>
+#include <string>
+#include <thread>
+
+namespace vorn::tool::accept {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::uint16_t kVendor = 0x3A5C;
+constexpr std::uint16_t kProduct = 0x7E21;
+constexpr unsigned kWriteMs = 2000;
+constexpr unsigned kStrayMs = 20;
+constexpr int kStrayMax = 64;       // packets of a device that never stops
+constexpr std::size_t kPacket = 64; // what the library asks for
+constexpr std::size_t kMost = 65536;
+constexpr unsigned kInBit = 0x80;
+
+class UsbChannel : public Channel {
+public:
+    UsbChannel()
+    {
+        if (::libusb_init(&context_) != 0) {
+            context_ = nullptr;
+            throw portFailure("USB");
+        }
+        device_ = ::libusb_open_device_with_vid_pid(context_, kVendor, kProduct);
+        if (device_ == nullptr || !claim()) {
+            close();
+            throw portFailure("USB");
+        }
+    }
+    ~UsbChannel() override { close(); }
+
+    bool isTty() const override { return false; }
+    void setSpeed(int) override {}
+    Bytes deviceDescriptor() const override { return deviceDescriptor_; }
+    Bytes configurationDescriptor() const override { return configurationDescriptor_; }
+
+    void send(const Bytes& bytes) override
+    {
+        lookAtSignals();
+        dropStray();
+        Bytes copy = bytes;
+        int moved = 0;
+        const int result =
+            ::libusb_bulk_transfer(device_, out_, copy.data(), static_cast<int>(copy.size()), &moved, kWriteMs);
+        if (result == LIBUSB_ERROR_NO_DEVICE) {
+            throw gone();
+        }
+        if (result != 0) {
+            throw Failure(Exit::ReaderSilent, std::string("the reader takes no bytes: ") + ::libusb_error_name(result),
+                          "unplug it and plug it in again");
+        }
+        sent_ = Clock::now();
+    }
+
+    Heard listen(const Until& until) override
+    {
+        Heard heard;
+        auto last = sent_;
+        while (!complete(heard.bytes, until.frames) && heard.bytes.size() < kMost) {
+            const auto packet = receive(until.patience);
+            if (!packet) {
+                stray_ = true;
+                break;
+            }
+            heard.packets.push_back(packet->size());
+            const auto now = Clock::now();
+            const Time passed = std::chrono::duration_cast<Time>(now - last);
+            const bool begun = !heard.bytes.empty();
+            (begun ? heard.gap : heard.first) = begun ? std::max(heard.gap, passed) : passed;
+            last = now;
+            heard.bytes.insert(heard.bytes.end(), packet->begin(), packet->end());
+        }
+        return heard;
+    }
+
+    void wait(Time time) override
+    {
+        lookAtSignals();
+        std::this_thread::sleep_for(time);
+    }
+
+    void lastWords() override { heedsSignals_ = false; }
+
+private:
+    static Failure gone() { return {Exit::Port, "the reader on USB is gone", "was it pulled out?"}; }
+
+    void lookAtSignals() const
+    {
+        if (heedsSignals_) {
+            throwIfInterrupted();
+        }
+    }
+
+    void close()
+    {
+        if (claimed_) {
+            ::libusb_release_interface(device_, 0);
+        }
+        if (device_ != nullptr) {
+            ::libusb_close(device_);
+        }
+        if (context_ != nullptr) {
+            ::libusb_exit(context_);
+        }
+    }
+
+    bool claim()
+    {
+        describe();
+        ::libusb_set_auto_detach_kernel_driver(device_, 1);
+        claimed_ = ::libusb_claim_interface(device_, 0) == 0;
+        return claimed_ && in_ != 0 && out_ != 0;
+    }
+
+    void describe()
+    {
+        deviceDescriptor_ = descriptor(LIBUSB_DT_DEVICE, LIBUSB_DT_DEVICE_SIZE);
+        configurationDescriptor_ = descriptor(LIBUSB_DT_CONFIG, 1024);
+        libusb_config_descriptor* configuration = nullptr;
+        if (::libusb_get_active_config_descriptor(::libusb_get_device(device_), &configuration) != 0) {
+            return;
+        }
+        if (configuration->bNumInterfaces > 0 && configuration->interface[0].num_altsetting > 0) {
+            const libusb_interface_descriptor& first = configuration->interface[0].altsetting[0];
+            for (int i = 0; i < first.bNumEndpoints; ++i) {
+                const std::uint8_t address = first.endpoint[i].bEndpointAddress;
+                ((address & kInBit) != 0 ? in_ : out_) = address;
+            }
+        }
+        ::libusb_free_config_descriptor(configuration);
+    }
+
+    Bytes descriptor(std::uint8_t type, int size)
+    {
+        Bytes bytes(static_cast<std::size_t>(size));
+        const int count = ::libusb_get_descriptor(device_, type, 0, bytes.data(), size);
+        bytes.resize(static_cast<std::size_t>(std::max(0, count)));
+        return bytes;
+    }
+
+    // One packet; nothing: none came.
+    std::optional<Bytes> receive(Time patience) const
+    {
+        constexpr Time slice{200}; // between two looks at signals
+        const auto end = Clock::now() + patience;
+        std::array<std::uint8_t, kPacket> packet{};
+        for (;;) {
+            lookAtSignals();
+            const Time left = std::clamp(std::chrono::ceil<Time>(end - Clock::now()), Time(1), slice);
+            int moved = 0;
+            const int result = ::libusb_bulk_transfer(device_, in_, packet.data(), static_cast<int>(packet.size()),
+                                                      &moved, static_cast<unsigned>(left.count()));
+            if (result == LIBUSB_ERROR_NO_DEVICE) {
+                throw gone();
+            }
+            if (result == 0 || moved > 0) {
+                return Bytes(packet.begin(), packet.begin() + moved);
+            }
+            if (result != LIBUSB_ERROR_TIMEOUT || Clock::now() >= end) {
+                return std::nullopt;
+            }
+        }
+    }
+
+    // Packets of an answer that nobody waited for to its end.
+    void dropStray()
+    {
+        std::array<std::uint8_t, kPacket> packet{};
+        int moved = 0;
+        for (int i = 0; stray_ && i < kStrayMax; ++i) {
+            stray_ = ::libusb_bulk_transfer(device_, in_, packet.data(), static_cast<int>(packet.size()), &moved,
+                                            kStrayMs) == 0;
+        }
+        stray_ = false;
+    }
+
+    libusb_context* context_ = nullptr;
+    libusb_device_handle* device_ = nullptr;
+    bool claimed_ = false;
+    std::uint8_t in_ = 0, out_ = 0;
+    Bytes deviceDescriptor_, configurationDescriptor_;
+    Clock::time_point sent_{};
+    bool stray_ = true; // the device keeps what nobody fetched from one program to the next
+    bool heedsSignals_ = true;
+};
+
+} // namespace
+
+std::unique_ptr<Channel> openUsb() { return std::make_unique<UsbChannel>(); }
+
+} // namespace vorn::tool::accept
