@@ -8,6 +8,8 @@
 
 #include <algorithm>
 #include <array>
+#include <filesystem>
+#include <fstream>
 #include <optional>
 #include <string>
 #include <thread>
@@ -16,6 +18,7 @@ namespace vorn::tool::accept {
 
 namespace {
 
+namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
 constexpr std::uint16_t kVendor = 0x3A5C;
@@ -26,6 +29,33 @@ constexpr int kStrayMax = 64;       // packets of a device that never stops
 constexpr std::size_t kPacket = 64; // what the library asks for
 constexpr std::size_t kMost = 65536;
 constexpr unsigned kInBit = 0x80;
+constexpr std::size_t kDeviceDescriptor = 18; // bytes; USB 2.0, 9.6.1
+constexpr std::size_t kDescriptorsMax = 1024;
+
+int numberIn(const fs::path& file)
+{
+    int number = -1;
+    std::ifstream(file) >> number;
+    return number;
+}
+
+// What the device told the kernel when it was plugged in, byte by byte: the device descriptor, the configurations.
+Bytes descriptorsOf(libusb_device* device)
+{
+    std::error_code error;
+    for (const auto& entry : fs::directory_iterator("/sys/bus/usb/devices", error)) {
+        if (numberIn(entry.path() / "busnum") != ::libusb_get_bus_number(device) ||
+            numberIn(entry.path() / "devnum") != ::libusb_get_device_address(device)) {
+            continue;
+        }
+        std::ifstream file(entry.path() / "descriptors", std::ios::binary);
+        std::string text(kDescriptorsMax, '\0');
+        file.read(text.data(), static_cast<std::streamsize>(text.size()));
+        text.resize(static_cast<std::size_t>(file.gcount()));
+        return {text.begin(), text.end()};
+    }
+    return {};
+}
 
 class UsbChannel : public Channel {
 public:
@@ -128,8 +158,11 @@ private:
 
     void describe()
     {
-        deviceDescriptor_ = descriptor(LIBUSB_DT_DEVICE, LIBUSB_DT_DEVICE_SIZE);
-        configurationDescriptor_ = descriptor(LIBUSB_DT_CONFIG, 1024);
+        const Bytes all = descriptorsOf(::libusb_get_device(device_));
+        const auto end =
+            all.begin() + static_cast<std::ptrdiff_t>(std::min<std::size_t>(all.size(), kDeviceDescriptor));
+        deviceDescriptor_.assign(all.begin(), end);
+        configurationDescriptor_.assign(end, all.end());
         libusb_config_descriptor* configuration = nullptr;
         if (::libusb_get_active_config_descriptor(::libusb_get_device(device_), &configuration) != 0) {
             return;
@@ -142,14 +175,6 @@ private:
             }
         }
         ::libusb_free_config_descriptor(configuration);
-    }
-
-    Bytes descriptor(std::uint8_t type, int size)
-    {
-        Bytes bytes(static_cast<std::size_t>(size));
-        const int count = ::libusb_get_descriptor(device_, type, 0, bytes.data(), size);
-        bytes.resize(static_cast<std::size_t>(std::max(0, count)));
-        return bytes;
     }
 
     // One packet; nothing: none came.
