@@ -17,6 +17,15 @@ using namespace vorn::test;
 
 namespace {
 
+// The library's globals as a host finds them before its first call.
+const struct {
+    int handle = vrdk03com_handle;
+    int mode = vr_comportmode;
+    int open = m_portmode;
+    unsigned char card = m_VrICType;
+    std::string param = vr_comportparam;
+} atStart;
+
 bool isOpen(int descriptor) { return fcntl(descriptor, F_GETFD) != -1; }
 
 std::string fileOf(int descriptor)
@@ -329,6 +338,16 @@ TEST_F(LinkRelease, TheTtyIsKnownWithoutItsName)
     ASSERT_GE(again, 0);
     openNothing();
     EXPECT_FALSE(isOpen(again));
+}
+
+// A slot command before the first opening would otherwise go to the host's standard input.
+TEST_F(LinkRelease, AProcessBeginsWithoutALink)
+{
+    EXPECT_EQ(atStart.handle, -1);
+    EXPECT_EQ(atStart.mode, 0);
+    EXPECT_EQ(atStart.open, 0);
+    EXPECT_EQ(atStart.card, VORN_INTERFACE_NONE);
+    EXPECT_EQ(atStart.param, "");
 }
 
 TEST_F(LinkRelease, ClosedStandardStreamsDoNotBecomeTheLink)
