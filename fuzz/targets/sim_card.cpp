@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Commands to the simulated debit card, in any order, and texts to the simulated issuer.
+// Commands to simulated payment cards, in any order, and texts to the simulated issuer.
 #include "sim/cards/emv_card.h"
 #include "sim/data/json_node.h"
 #include "sim/issuer/issuer.h"
@@ -16,7 +16,11 @@ namespace {
 constexpr char kKeys[] = R"({"keys": {"mk_ac": "F0C34A8124CEE0A91A0B034AA97D6EAC",
     "mk_mac": "12B1AC4AF070CC35612BFE2D30AB600D", "mk_enc": "D30F45EABC12AC3EF56B0C0D7F8654DE"}})";
 
-nlohmann::json description()
+// What a card can do besides is chosen by two bits of an input.
+constexpr unsigned kSigns = 1; // its static data, dynamically, and combined with its cryptograms
+constexpr unsigned kQuick = 2; // pays in the answer to GET PROCESSING OPTIONS
+
+nlohmann::json description(unsigned abilities)
 {
     nlohmann::json card = nlohmann::json::parse(R"({"slot": "contact", "type": "emv", "atr": "3B 00", "applications": [{
         "aid": "A000000333010101", "label": "TEST", "priority": 1, "fci": {"9F38": "9F7A01 9F0206"}, "aip": "7D00",
@@ -26,14 +30,25 @@ nlohmann::json description()
         "log": {"sfi": 11, "capacity": 3, "records": []}, "atc": 575, "last_online_atc": 500, "pin": {"value": "1234", "tries": 3},
         "electronic_cash": {"balance": 1000, "limit": 100000, "single_limit": 50000},
         "risk": {"offline_below": 2000, "decline_above": 9000000}}]})");
-    card["applications"][0]["keys"] = nlohmann::json::parse(kKeys)["keys"];
+    nlohmann::json& application = card["applications"][0];
+    application["keys"] = nlohmann::json::parse(kKeys)["keys"];
+    if ((abilities & kSigns) != 0) {
+        application.erase("aip");
+        application["offline_authentication"] =
+            nlohmann::json::parse(R"({"methods": ["sda", "dda", "cda"], "signed": {"2": 1}})");
+    }
+    if ((abilities & kQuick) != 0) {
+        application["fci"]["9F38"] = "9F6604 9F0206 5F2A02 9C01 9F3704";
+        application["qpboc"] = nlohmann::json::parse(R"({"afl": "08010100 10010100"})");
+    }
     return card;
 }
 
-void useCard(Input& input)
+void useCard(Input& input, unsigned abilities)
 {
-    static const nlohmann::json kCard = description();
-    const auto card = sim::makeEmvCard(kCard, "card");
+    static const nlohmann::json kCards[] = {description(0), description(kSigns), description(kQuick),
+                                            description(kSigns | kQuick)};
+    const auto card = sim::makeEmvCard(kCards[abilities], "card");
     card->powerOn();
     static const sim::Bytes kSelect = {0x00, 0xA4, 0x04, 0x00, 0x08, 0xA0, 0x00, 0x00, 0x03, 0x33, 0x01, 0x01, 0x01};
     card->transmit(kSelect);
@@ -58,10 +73,11 @@ void askIssuer(const std::string& text)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     Input input(data, size);
-    if ((input.byte() & 1) != 0) {
+    const unsigned head = input.byte();
+    if ((head & 1) != 0) {
         askIssuer(stringOf(input.rest()));
     } else {
-        useCard(input);
+        useCard(input, head >> 1 & (kSigns | kQuick));
     }
     return 0;
 }
