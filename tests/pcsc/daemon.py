@@ -283,6 +283,29 @@ class Tty(DaemonTest):
         said = self.run_program("opensc-tool", "-c", "default", "-r", "2", "-s", "00A40000023F00")
         self.assertIn("SW1=0x90, SW2=0x00", said)
 
+    def test_a_program_in_java_reads_the_cards(self):
+        cards = ["contact", "contactless", "psam1"]
+        _, _, client = self.whole_reader(cards)
+        for slot in cards:
+            client.wait_for_card(reader(slot))
+        pse = "6F15840E315041592E5359532E4444463031A503880101"
+        said = self.run_program(
+            "java", "-Dsun.security.smartcardio.library=libpcsclite.so.1", TREE / "tests/pcsc/SendCommands.java",
+            f"{reader('contact')}={SELECT_PSE},00B2010C00,00A4040008A000000333010102",
+            f"{reader('contactless')}={SELECT_PSE}",
+            f"{reader('psam1')}=00A40000023F00,00B0950000").splitlines()
+        listed, answers = said[:len(SLOTS)], said[len(SLOTS):]
+        self.assertEqual(listed, [f"{reader(slot)}: {'a card' if slot in cards else 'empty'}" for slot in SLOTS], said)
+        contact, field, module = (line.split(": ")[1].split() for line in answers)
+        self.assertEqual(contact[:3], ["T=1", DEBIT_ATR, pse + "9000"])
+        self.assertIn("A000000333010101", contact[3])
+        self.assertEqual(contact[4], "6A82")
+        self.assertEqual(field[1:], [FIELD_ATR, pse + "9000"])
+        # What 61xx and 6Cxx announce is fetched by Java itself.
+        self.assertEqual(module[:2], ["T=0", PSAM_ATR])
+        self.assertTrue(module[2].endswith("9000") and len(module[2]) == 2 * 0x17 + 4, module)
+        self.assertEqual(module[3], "801234567890000000019000")
+
     def test_attributes_features_and_protocols(self):
         _, daemon, client = self.whole_reader(["contact", "contactless", "psam1"])
         card = client.connect(reader("contact"))
