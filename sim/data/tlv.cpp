@@ -15,20 +15,62 @@ std::uint8_t leadingByte(Tag tag)
     return static_cast<std::uint8_t>(tag);
 }
 
+// The tag as its bytes stand in data.
+class TagText {
+public:
+    explicit TagText(Tag tag)
+        : bytes_{static_cast<std::uint8_t>(tag >> 24), static_cast<std::uint8_t>(tag >> 16),
+                 static_cast<std::uint8_t>(tag >> 8), static_cast<std::uint8_t>(tag)},
+          size_(tag > 0xFFFFFF ? 4
+                : tag > 0xFFFF ? 3
+                : tag > 0xFF   ? 2
+                               : 1)
+    {}
+    ByteSpan bytes() const { return ByteSpan(bytes_, sizeof bytes_).last(size_); }
+
+private:
+    std::uint8_t bytes_[4];
+    std::size_t size_;
+};
+
+// Most of what is looked for is not there at all.
+bool occurs(Tag tag, ByteSpan bytes)
+{
+    const TagText wanted(tag);
+    const auto text = [](ByteSpan span) {
+        return std::string_view(reinterpret_cast<const char*>(span.begin()), span.size());
+    };
+    return text(bytes).find(text(wanted.bytes())) != std::string_view::npos;
+}
+
 } // namespace
 
-std::string toHex(Tag tag) { return sim::toHex(tagBytes(tag)); }
+std::string toHex(Tag tag) { return sim::toHex(TagText(tag).bytes()); }
 
 std::optional<std::uint8_t> Cursor::byte() { return atEnd() ? std::nullopt : std::optional(bytes_[position_++]); }
 
-std::optional<Bytes> Cursor::take(std::size_t count)
+std::optional<ByteSpan> Cursor::look(std::size_t count)
 {
     if (position_ > bytes_.size() || count > bytes_.size() - position_) {
         return std::nullopt;
     }
-    const auto from = bytes_.begin() + static_cast<std::ptrdiff_t>(position_);
+    const ByteSpan found = bytes_.from(position_).first(count);
     position_ += count;
-    return Bytes(from, from + static_cast<std::ptrdiff_t>(count));
+    return found;
+}
+
+std::optional<Bytes> Cursor::take(std::size_t count)
+{
+    const auto found = look(count);
+    return found ? std::optional(found->copy()) : std::nullopt;
+}
+
+std::optional<ObjectView> Cursor::object()
+{
+    const auto tag = this->tag();
+    const auto length = tag ? this->length() : std::nullopt;
+    const auto value = length ? look(*length) : std::nullopt;
+    return value ? std::optional(ObjectView{*tag, *value}) : std::nullopt;
 }
 
 std::optional<Tag> Cursor::tag()
@@ -88,17 +130,7 @@ std::optional<Tag> tagFromHex(const std::string& text)
 
 bool constructed(Tag tag) { return (leadingByte(tag) & 0x20) != 0; }
 
-Bytes tagBytes(Tag tag)
-{
-    Bytes bytes;
-    for (int shift = 24; shift >= 0; shift -= 8) {
-        const auto byte = static_cast<std::uint8_t>(tag >> shift);
-        if (byte != 0 || !bytes.empty() || shift == 0) {
-            bytes.push_back(byte);
-        }
-    }
-    return bytes;
-}
+Bytes tagBytes(Tag tag) { return TagText(tag).bytes().copy(); }
 
 void append(Bytes& to, const Bytes& more) { to.insert(to.end(), more.begin(), more.end()); }
 
@@ -120,29 +152,38 @@ std::optional<std::vector<Object>> parse(const Bytes& bytes)
     std::vector<Object> objects;
     Cursor cursor(bytes);
     while (!cursor.atEnd()) {
-        const auto tag = cursor.tag();
-        const auto length = tag ? cursor.length() : std::nullopt;
-        const auto value = length ? cursor.take(*length) : std::nullopt;
-        if (!value) {
+        const auto object = cursor.object();
+        if (!object) {
             return std::nullopt;
         }
-        objects.push_back({*tag, *value});
+        objects.push_back({object->tag, object->value.copy()});
     }
     return objects;
 }
 
-std::optional<Bytes> find(const Bytes& bytes, Tag tag, unsigned depth)
+bool wellFormed(ByteSpan bytes)
 {
-    const auto objects = parse(bytes);
-    if (!objects) {
+    Cursor cursor(bytes);
+    while (!cursor.atEnd()) {
+        if (!cursor.object()) {
+            return false;
+        }
+    }
+    return true;
+}
+
+std::optional<ByteSpan> look(ByteSpan bytes, Tag tag, unsigned depth)
+{
+    if (!occurs(tag, bytes) || !wellFormed(bytes)) {
         return std::nullopt;
     }
-    for (const Object& object : *objects) {
-        if (object.tag == tag) {
-            return object.value;
+    Cursor cursor(bytes);
+    while (const auto object = cursor.object()) {
+        if (object->tag == tag) {
+            return object->value;
         }
-        if (constructed(object.tag) && depth > 1) {
-            if (auto inside = find(object.value, tag, depth - 1)) {
+        if (constructed(object->tag) && depth > 1) {
+            if (const auto inside = look(object->value, tag, depth - 1)) {
                 return inside;
             }
         }
@@ -150,7 +191,13 @@ std::optional<Bytes> find(const Bytes& bytes, Tag tag, unsigned depth)
     return std::nullopt;
 }
 
-std::optional<Dol> parseDol(const Bytes& bytes)
+std::optional<Bytes> find(const Bytes& bytes, Tag tag, unsigned depth)
+{
+    const auto found = look(bytes, tag, depth);
+    return found ? std::optional(found->copy()) : std::nullopt;
+}
+
+std::optional<Dol> parseDol(ByteSpan bytes)
 {
     Dol dol;
     Cursor cursor(bytes);

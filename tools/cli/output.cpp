@@ -37,7 +37,7 @@ void keepStandardOutput()
     }
 }
 
-void print(const std::string& text)
+void print(std::string_view text)
 {
     printed = true;
     std::size_t done = 0;

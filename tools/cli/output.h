@@ -7,6 +7,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace vorn::tool {
 
@@ -17,7 +18,7 @@ using Json = nlohmann::ordered_json;
 void keepStandardOutput();
 
 // Results. Throw Failure when they cannot be written.
-void print(const std::string& text);
+void print(std::string_view text);
 void printLine(const std::string& text = {});
 void printJson(const Json& document);
 bool documentPrinted(); // a result that is not one line of several: no second document may follow it

@@ -122,7 +122,7 @@ void show(const Sent& sent, const Options& options)
 {
     const unsigned status = statusOf(sent.response);
     printLine("> " + commandHex(sent.command, options.link.show) + "   " + commandInWords(sent.command));
-    if (const Bytes data = dataOf(sent.response); !data.empty()) {
+    if (const ByteSpan data = dataOf(sent.response); !data.empty()) {
         printLine("< " + dataHex(sent.command, data, options.link.show));
     }
     printLine("< " + statusText(status));

@@ -14,7 +14,6 @@
 
 #include <nlohmann/json.hpp>
 
-#include <array>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
@@ -75,9 +74,9 @@ public:
         if (!file_) {
             return std::exchange(text_, "");
         }
-        std::array<char, 65536> piece{};
-        const std::size_t count = std::fread(piece.data(), 1, piece.size(), file_.get());
-        return {piece.data(), count};
+        std::string piece(65536, '\0');
+        piece.resize(std::fread(piece.data(), 1, piece.size(), file_.get()));
+        return piece;
     }
 
     // At most so much, and a little more when there is more.
@@ -109,7 +108,7 @@ private:
 
 class Output {
 public:
-    explicit Output(const Options& options) : json_(options.json)
+    explicit Output(const Options& options) : json_(options.json), text_([](std::string_view text) { print(text); })
     {
         if (!options.html.empty()) {
             file_ = std::make_unique<NewFile>(options.html, options.force);
@@ -120,7 +119,7 @@ public:
     void begin(const std::string& kind)
     {
         if (json_ && !page_) {
-            print("{\"kind\": " + Json(kind).dump() + ", \"objects\": [\n");
+            text_.add("{\"kind\": " + Json(kind).dump() + ", \"objects\": [\n");
         }
     }
 
@@ -129,12 +128,15 @@ public:
         if (page_) {
             page_->add(item);
         } else if (json_) {
-            print(std::string(first_ ? "" : ",\n") + jsonOf(item).dump(2, ' ', false, Json::error_handler_t::replace));
+            text_.add(first_ ? "" : ",\n");
+            text_.add(jsonOf(item).dump(2, ' ', false, Json::error_handler_t::replace));
         } else {
-            print(textOf(item));
+            addText(text_, item);
         }
         first_ = false;
     }
+
+    void flush() { text_.flush(); }
 
     void end(const std::string& problem)
     {
@@ -142,13 +144,15 @@ public:
             page_->end(problem);
             file_->close();
         } else if (json_) {
-            print("\n], \"problem\": " + Json(problem).dump() + "}\n");
+            text_.add("\n], \"problem\": " + Json(problem).dump() + "}\n");
         }
+        text_.flush();
     }
 
 private:
     bool json_;
     bool first_ = true;
+    TextBuffer text_;
     std::unique_ptr<NewFile> file_;
     std::optional<Page> page_;
 };
@@ -174,6 +178,7 @@ Exit tellLog(Input& input, const std::string& head, const Options& options)
     LogStory story(options.show, [&output](const Item& item) { output.item(item); });
     for (std::string piece = head; !piece.empty(); piece = input.next()) {
         story.add(piece.data(), piece.size());
+        output.flush(); // what is told may be looked at while the next piece is waited for
     }
     story.end();
     output.end("");

@@ -30,27 +30,21 @@ enum Instruction : std::uint8_t {
 constexpr std::size_t kHeader = 4;
 constexpr std::size_t kDataAt = 5;
 constexpr Tag kFormat1 = 0x80;
+constexpr std::size_t kShortestCryptogram = 11; // in format 1: information data, counter, cryptogram
 constexpr std::uint8_t kRecordTemplate = 0x70;
 // The layout of a transaction log that was not asked for it; records of another length are not taken for one.
 const Bytes kUsualLog = {0x9A, 0x03, 0x9F, 0x21, 0x03, 0x9F, 0x02, 0x06, 0x9F, 0x03, 0x06, 0x9F, 0x1A,
                          0x02, 0x5F, 0x2A, 0x02, 0x9F, 0x4E, 0x14, 0x9C, 0x01, 0x9F, 0x36, 0x02};
 
-Bytes slice(const Bytes& bytes, std::size_t from, std::size_t to)
+ByteSpan dataOfCommand(ByteSpan apdu)
 {
-    to = std::min(to, bytes.size());
-    from = std::min(from, to);
-    return {bytes.begin() + static_cast<std::ptrdiff_t>(from), bytes.begin() + static_cast<std::ptrdiff_t>(to)};
+    return apdu.size() <= kDataAt ? ByteSpan() : apdu.from(kDataAt).first(apdu[kHeader]);
 }
 
-Bytes dataOfCommand(const Bytes& apdu)
+void keep(ByteSpan data, Tag tag, Bytes& into)
 {
-    return apdu.size() <= kDataAt ? Bytes() : slice(apdu, kDataAt, kDataAt + apdu[kHeader]);
-}
-
-void keep(const Bytes& data, Tag tag, Bytes& into)
-{
-    if (auto value = tlv::find(data, tag)) {
-        into = std::move(*value);
+    if (const auto value = tlv::look(data, tag)) {
+        into.assign(value->begin(), value->end());
     }
 }
 
@@ -60,14 +54,15 @@ struct Part {
 };
 
 // Format 1 has no tags inside; where each object stands is agreed.
-std::vector<Item> format1(const Bytes& value, std::initializer_list<Part> parts, bool show)
+std::vector<Item> format1(ByteSpan value, std::initializer_list<Part> parts, bool show)
 {
     std::vector<Item> items;
+    items.reserve(parts.size());
     std::size_t at = 0;
     for (const Part& part : parts) {
         const std::size_t end = part.size == 0 ? value.size() : at + part.size;
         if (at < value.size()) {
-            items.push_back(explainObject(part.tag, slice(value, at, end), show));
+            items.push_back(explainObject(part.tag, value.first(end).from(at), show));
         }
         at = end;
     }
@@ -97,7 +92,7 @@ const Consequence kConsequences[] = {
 };
 
 // Profiles, locators and cryptograms are no account numbers, whatever their digits.
-std::string answerWords(const Bytes& apdu, const Bytes& response, bool show)
+std::string answerWords(ByteSpan apdu, ByteSpan response, bool show)
 {
     const std::string words = answerInWords(apdu, response);
     const bool harmless = apdu.size() >= kHeader && (apdu[1] == kProcessingOptions || apdu[1] == kGenerateCryptogram);
@@ -106,7 +101,7 @@ std::string answerWords(const Bytes& apdu, const Bytes& response, bool show)
 
 } // namespace
 
-std::string consequence(const Bytes& apdu, unsigned status)
+std::string consequence(ByteSpan apdu, unsigned status)
 {
     if (apdu.size() < kHeader) {
         return {};
@@ -119,13 +114,13 @@ std::string consequence(const Bytes& apdu, unsigned status)
     return (apdu[0] & 0x04U) != 0 && status != 0x9000 ? "a command of the issuer's script was refused" : "";
 }
 
-bool looksLikeStatus(const Bytes& bytes)
+bool looksLikeStatus(ByteSpan bytes)
 {
     const unsigned first = bytes.size() == 2 ? bytes[0] : 0;
     return (first == 0x90 && bytes[1] == 0) || (first >= 0x61 && first <= 0x6F) || first == 0x93 || first == 0x94;
 }
 
-bool looksLikeCommand(const Bytes& bytes)
+bool looksLikeCommand(ByteSpan bytes)
 {
     if (bytes.size() < kHeader || !knownInstruction(bytes[1]) ||
         (bytes[0] != 0x00 && (bytes[0] & 0xF0U) != 0x80 && bytes[0] != 0x04 && bytes[0] != 0x0C)) {
@@ -144,7 +139,7 @@ void ExchangeView::powerOn()
     cryptograms_ = 0;
 }
 
-void ExchangeView::learn(const Bytes& apdu, const Bytes& data)
+void ExchangeView::learn(ByteSpan apdu, ByteSpan data)
 {
     if (apdu[1] == kSelect || apdu[1] == kGetResponse) {
         keep(data, 0x9F38, pdol_);
@@ -155,15 +150,15 @@ void ExchangeView::learn(const Bytes& apdu, const Bytes& data)
     log_ = tlv::parseDol(log_) ? log_ : Bytes();
 }
 
-Item ExchangeView::commandData(const Bytes& apdu) const
+Item ExchangeView::commandData(ByteSpan apdu, std::string hex) const
 {
-    const Bytes data = dataOfCommand(apdu);
-    Item item = object("", "Data", commandHex(apdu, show_).substr(2 * kDataAt, 2 * data.size()));
+    const ByteSpan data = dataOfCommand(apdu);
+    Item item = object("", "Data", std::move(hex));
     Explanation listed;
     if (apdu[1] == kGenerateCryptogram) {
         listed = explainListed(cryptograms_ == 0 ? cdol1_ : cdol2_, data, show_);
     } else if (apdu[1] == kProcessingOptions && data.size() >= 2 && data[0] == 0x83) {
-        listed = explainListed(pdol_, slice(data, 2, data.size()), show_);
+        listed = explainListed(pdol_, data.from(2), show_);
     } else if (apdu[1] == kExternalAuthenticate) {
         listed.items.push_back(explainObject(0x91, data, show_));
     }
@@ -173,38 +168,40 @@ Item ExchangeView::commandData(const Bytes& apdu) const
     return item;
 }
 
-Item ExchangeView::command(const Bytes& apdu) const
+Item ExchangeView::command(ByteSpan apdu, std::string words) const
 {
-    Item item = object("", "Command", commandHex(apdu, show_), maskedUnless(show_, commandInWords(apdu)));
-    if (!dataOfCommand(apdu).empty()) {
-        item.below.push_back(commandData(apdu));
+    Item item = object("", "Command", commandHex(apdu, show_), std::move(words));
+    if (const ByteSpan data = dataOfCommand(apdu); !data.empty()) {
+        item.below.push_back(commandData(apdu, item.hex.substr(2 * kDataAt, 2 * data.size())));
     }
     return item;
 }
 
-std::vector<Item> ExchangeView::responseItems(const Bytes& apdu, const Bytes& data) const
+Item ExchangeView::command(ByteSpan apdu) const { return command(apdu, maskedUnless(show_, commandInWords(apdu))); }
+
+std::vector<Item> ExchangeView::responseItems(ByteSpan apdu, ByteSpan data) const
 {
     const std::uint8_t instruction = apdu.size() < kHeader ? 0 : apdu[1];
-    const auto objects = tlv::parse(data);
-    const bool plain = objects && objects->size() == 1 && objects->front().tag == kFormat1;
+    const auto first = tlv::wellFormed(data) ? tlv::Cursor(data).object() : std::nullopt;
+    const bool plain = first && first->tag == kFormat1 && first->value.end() == data.end();
     // GET RESPONSE hands over what the command before it asked for; two formats tell themselves by their first object.
     if (plain && (instruction == kProcessingOptions)) {
-        return format1(objects->front().value, {{0x82, 2}, {0x94, 0}}, show_);
+        return format1(first->value, {{0x82, 2}, {0x94, 0}}, show_);
     }
-    const bool cryptogram = plain && !objects->front().value.empty() && objects->front().value.size() >= 11;
+    const bool cryptogram = plain && first->value.size() >= kShortestCryptogram;
     if (cryptogram && (instruction == kGenerateCryptogram || (instruction == kGetResponse && cryptograms_ > 0))) {
-        return format1(objects->front().value, {{0x9F27, 1}, {0x9F36, 2}, {0x9F26, 8}, {0x9F10, 0}}, show_);
+        return format1(first->value, {{0x9F27, 1}, {0x9F36, 2}, {0x9F26, 8}, {0x9F10, 0}}, show_);
     }
     if (instruction == kReadRecord && (data.empty() || data[0] != kRecordTemplate)) {
         return explainListed(log_.empty() ? kUsualLog : log_, data, show_).items;
     }
-    if (!objects || objects->empty() || tagName(objects->front().tag).empty()) {
+    if (!first || tagName(first->tag).empty()) {
         return {};
     }
     return explainObjects(data, show_).items;
 }
 
-Item ExchangeView::response(const Bytes& response) const
+Item ExchangeView::response(ByteSpan response) const
 {
     Item item = object("", "Response", hexText(dataOf(response), show_), statusText(statusOf(response)));
     if (!dataOf(response).empty()) {
@@ -213,12 +210,13 @@ Item ExchangeView::response(const Bytes& response) const
     return item;
 }
 
-Item ExchangeView::exchange(const Bytes& apdu, const Bytes& response)
+Item ExchangeView::exchange(ByteSpan apdu, ByteSpan response)
 {
     Item item;
     item.kind = ItemKind::Exchange;
     item.name = maskedUnless(show_, commandInWords(apdu));
-    item.below.push_back(command(apdu));
+    item.below.reserve(2); // command and answer
+    item.below.push_back(command(apdu, item.name));
     const bool again = statusOf(response) >> 8 == 0x6C; // with another Le
     if (apdu.size() >= kHeader && apdu[1] == kGenerateCryptogram && !again) {
         ++cryptograms_;
@@ -228,10 +226,10 @@ Item ExchangeView::exchange(const Bytes& apdu, const Bytes& response)
         item.below.push_back(remark("no answer from the card or the reader"));
         return item;
     }
-    const Bytes data = dataOf(response);
+    const ByteSpan data = dataOf(response);
     const std::string answer = answerWords(apdu, response, show_);
-    item.words = statusText(statusOf(response)) + (answer.empty() ? "" : ": " + answer);
     Item answered = object("", "Response", responseHex(apdu, response, show_), statusText(statusOf(response)));
+    item.words = answered.words + (answer.empty() ? "" : ": " + answer);
     if (!data.empty() && apdu.size() >= kHeader) {
         learn(apdu, data);
         answered.below = responseItems(apdu, data);

@@ -11,8 +11,8 @@
 namespace vorn::tool {
 
 // Whether bytes have the form of a command that is known.
-bool looksLikeCommand(const Bytes& bytes);
-bool looksLikeStatus(const Bytes& bytes);
+bool looksLikeCommand(ByteSpan bytes);
+bool looksLikeStatus(ByteSpan bytes);
 
 class ExchangeView {
 public:
@@ -20,16 +20,17 @@ public:
 
     void powerOn(); // what was learnt belongs to the card before
 
-    Item command(const Bytes& apdu) const;
+    Item command(ByteSpan apdu) const;
     // An answer of less than two bytes: the card, or the reader, gave none.
-    Item exchange(const Bytes& apdu, const Bytes& response);
+    Item exchange(ByteSpan apdu, ByteSpan response);
     // An answer whose command is not known.
-    Item response(const Bytes& response) const;
+    Item response(ByteSpan response) const;
 
 private:
-    void learn(const Bytes& apdu, const Bytes& data);
-    Item commandData(const Bytes& apdu) const;
-    std::vector<Item> responseItems(const Bytes& apdu, const Bytes& data) const;
+    void learn(ByteSpan apdu, ByteSpan data);
+    Item command(ByteSpan apdu, std::string words) const;
+    Item commandData(ByteSpan apdu, std::string hex) const;
+    std::vector<Item> responseItems(ByteSpan apdu, ByteSpan data) const;
 
     bool show_;
     Bytes pdol_, cdol1_, cdol2_, log_;
@@ -37,6 +38,6 @@ private:
 };
 
 // What a failure of this command means to who stands at the counter; empty when the status says it all.
-std::string consequence(const Bytes& apdu, unsigned status);
+std::string consequence(ByteSpan apdu, unsigned status);
 
 } // namespace vorn::tool

@@ -60,63 +60,60 @@ const Row kRows[] = {
 constexpr std::size_t kHeaderSize = 4;
 constexpr std::size_t kDataAt = 5;
 
-Bytes commandData(const Bytes& apdu)
+ByteSpan commandData(ByteSpan apdu)
 {
-    if (apdu.size() <= kDataAt) {
-        return {};
-    }
-    const std::size_t size = std::min<std::size_t>(apdu[kHeaderSize], apdu.size() - kDataAt);
-    return {apdu.begin() + kDataAt, apdu.begin() + static_cast<std::ptrdiff_t>(kDataAt + size)};
+    return apdu.size() <= kDataAt ? ByteSpan() : apdu.from(kDataAt).first(apdu[kHeaderSize]);
 }
 
 // A name that is text is shown as such, an AID in hex.
-std::string nameText(const Bytes& name)
+std::string nameText(ByteSpan name)
 {
     const bool text =
         !name.empty() && std::all_of(name.begin(), name.end(), [](int c) { return c >= 0x20 && c < 0x7F; });
     return text ? std::string(name.begin(), name.end()) : toHex(name);
 }
 
-std::string objectText(const Bytes& apdu)
+std::string objectText(ByteSpan apdu)
 {
     const Tag tag = apdu[2] * 256U + apdu[3];
-    const std::string name = tagName(tag);
+    const std::string name(tagName(tag));
     return tlv::toHex(tag) + (name.empty() ? "" : " (" + name + ")");
 }
 
-std::string selected(const Bytes& data)
+std::string selected(ByteSpan data)
 {
-    const auto label = tlv::find(data, 0x50);
+    const auto label = tlv::look(data, 0x50);
     return label ? "\"" + printable(std::string(label->begin(), label->end())) + "\"" : "";
 }
 
 // Of both formats: template 80 without tags inside, or 77 with them.
-std::string processingOptions(const Bytes& data)
+std::string processingOptions(ByteSpan data)
 {
-    const auto plain = tlv::find(data, 0x80);
-    auto profile = tlv::find(data, 0x82);
-    auto locator = tlv::find(data, 0x94);
-    if (!profile && plain && plain->size() >= 2) {
-        profile = Bytes(plain->begin(), plain->begin() + 2);
-        locator = Bytes(plain->begin() + 2, plain->end());
+    constexpr std::size_t profileSize = 2;
+    const auto plain = tlv::look(data, 0x80);
+    auto profile = tlv::look(data, 0x82);
+    auto locator = tlv::look(data, 0x94);
+    if (!profile && plain && plain->size() >= profileSize) {
+        profile = plain->first(profileSize);
+        locator = plain->from(profileSize);
     }
-    return profile ? "AIP " + toHex(*profile) + ", AFL " + toHex(locator.value_or(Bytes())) : "";
+    return profile ? "AIP " + toHex(*profile) + ", AFL " + toHex(locator.value_or(ByteSpan())) : "";
 }
 
-std::string cryptogram(const Bytes& data)
+std::string cryptogram(ByteSpan data)
 {
     constexpr std::size_t fixedSize = 11; // information data, counter, cryptogram
-    const auto plain = tlv::find(data, 0x80);
+    const auto plain = tlv::look(data, 0x80);
     if (plain && plain->size() >= fixedSize) {
-        const Bytes counter(plain->begin() + 1, plain->begin() + 3);
-        const Bytes value(plain->begin() + 3, plain->begin() + 11);
+        const ByteSpan counter = plain->from(1).first(2);
+        const ByteSpan value = plain->from(3).first(8);
         return cryptogramName(plain->front()) + " " + toHex(value) + ", ATC " + std::to_string(bigEndian(counter));
     }
-    const auto information = tlv::find(data, 0x9F27);
+    const auto information = tlv::look(data, 0x9F27);
     return information && !information->empty() ? cryptogramName(information->front()) + ", format 2" : "";
 }
 
-std::string tagsIn(const Bytes& data)
+std::string tagsIn(ByteSpan data)
 {
     std::string text;
     for (const TlvNode& node : walkTlv(data).nodes) {
@@ -129,15 +126,12 @@ std::string tagsIn(const Bytes& data)
 
 } // namespace
 
-unsigned statusOf(const Bytes& response)
+unsigned statusOf(ByteSpan response)
 {
     return response.size() < 2 ? 0 : response[response.size() - 2] * 256U + response.back();
 }
 
-Bytes dataOf(const Bytes& response)
-{
-    return response.size() < 2 ? Bytes() : Bytes(response.begin(), response.end() - 2);
-}
+ByteSpan dataOf(ByteSpan response) { return response.first(response.size() < 2 ? 0 : response.size() - 2); }
 
 bool knownInstruction(std::uint8_t instruction)
 {
@@ -145,7 +139,7 @@ bool knownInstruction(std::uint8_t instruction)
                        [instruction](const Row& row) { return row.ins == instruction; });
 }
 
-std::string commandInWords(const Bytes& apdu)
+std::string commandInWords(ByteSpan apdu)
 {
     if (apdu.size() < kHeaderSize) {
         return "no command";
@@ -173,9 +167,9 @@ std::string commandInWords(const Bytes& apdu)
     }
 }
 
-std::string answerInWords(const Bytes& apdu, const Bytes& response)
+std::string answerInWords(ByteSpan apdu, ByteSpan response)
 {
-    const Bytes data = dataOf(response);
+    const ByteSpan data = dataOf(response);
     if (apdu.size() < kHeaderSize || data.empty()) {
         return {};
     }

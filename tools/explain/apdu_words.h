@@ -9,15 +9,15 @@
 
 namespace vorn::tool {
 
-using sim::Bytes;
+using sim::ByteSpan;
 
 // The status word at the end of a response; 0 when it has none.
-unsigned statusOf(const Bytes& response);
-Bytes dataOf(const Bytes& response);
+unsigned statusOf(ByteSpan response);
+ByteSpan dataOf(ByteSpan response);
 
 bool knownInstruction(std::uint8_t instruction);
-std::string commandInWords(const Bytes& apdu);
+std::string commandInWords(ByteSpan apdu);
 // What the response says to that command, without its status; may be empty. Account numbers are not shown.
-std::string answerInWords(const Bytes& apdu, const Bytes& response);
+std::string answerInWords(ByteSpan apdu, ByteSpan response);
 
 } // namespace vorn::tool

@@ -75,7 +75,7 @@ std::string interfaceMeaning(char letter, int round, int protocol, bool firstOfP
                            : std::string("T=1, check by ") + ((byte & 1U) != 0 ? "CRC" : "LRC");
 }
 
-std::string asText(const Bytes& bytes)
+std::string asText(ByteSpan bytes)
 {
     std::string text;
     for (const std::uint8_t byte : bytes) {
@@ -99,7 +99,7 @@ const char* compactName(unsigned tag)
 }
 
 // ISO/IEC 7816-4, 8.1.1: a category, then objects whose tag and length share one byte, then perhaps a status.
-std::vector<AtrPart> historicalParts(const Bytes& bytes)
+std::vector<AtrPart> historicalParts(ByteSpan bytes)
 {
     constexpr std::size_t statusSize = 3;
     const bool withStatus = bytes[0] == 0x00;
@@ -126,7 +126,7 @@ std::vector<AtrPart> historicalParts(const Bytes& bytes)
 
 class Decoder {
 public:
-    explicit Decoder(const Bytes& atr) : atr_(atr) {}
+    explicit Decoder(ByteSpan atr) : atr_(atr) {}
 
     std::vector<AtrPart> decode()
     {
@@ -215,7 +215,7 @@ private:
         return parts_;
     }
 
-    const Bytes& atr_;
+    ByteSpan atr_;
     std::size_t at_ = 0;
     bool checked_ = false;
     std::vector<AtrPart> parts_;
@@ -223,7 +223,7 @@ private:
 
 } // namespace
 
-std::vector<AtrPart> decodeAtr(const sim::Bytes& atr)
+std::vector<AtrPart> decodeAtr(sim::ByteSpan atr)
 {
     if (atr.empty() || (atr[0] != kDirect && atr[0] != kInverse)) {
         return {{"answer", toHex(atr), "not of the form of an answer to reset"}};

@@ -16,6 +16,6 @@ struct AtrPart {
 };
 
 // A contactless card's answer need not have this form: then there is one part.
-std::vector<AtrPart> decodeAtr(const sim::Bytes& atr);
+std::vector<AtrPart> decodeAtr(sim::ByteSpan atr);
 
 } // namespace vorn::tool

@@ -4,6 +4,7 @@
 #include "tools/explain/hex.h"
 #include "tools/explain/present.h"
 #include "tools/explain/status_words.h"
+#include "tools/explain/tag_index.h"
 
 #include <algorithm>
 
@@ -23,7 +24,8 @@ struct Bit {
     const char* words;
 };
 
-const Bit kBits[] = {
+constexpr Bit kBits[] = {
+    // those of one object together
     // EMV Book 3, C1
     {0x82, 1, 0x40, "static data authentication (SDA)"},
     {0x82, 1, 0x20, "dynamic data authentication (DDA)"},
@@ -147,6 +149,8 @@ const Bit kBits[] = {
     {0x9F6C, 2, 0x40, "issuer update processing"},
 };
 
+constexpr TagIndex kBitIndex(kBits);
+
 // ---------------------------------------------------------------- numbers with meanings
 
 struct Meaning {
@@ -209,20 +213,16 @@ const Meaning kTerminalTypes[] = {{0x11, "bank, attended, online only"},
                                   {0x35, "cardholder, offline with online capability"},
                                   {0x36, "cardholder, offline only"}};
 
-Lines singleBits(Tag tag, const Bytes& value)
+Lines singleBits(const Bit* row, ByteSpan value)
 {
     Lines lines;
-    for (const Bit& bit : kBits) {
-        if (bit.tag == tag && bit.byte <= value.size() && (value[bit.byte - 1] & bit.mask) != 0) {
-            lines.emplace_back(bit.words);
+    lines.reserve(8 * value.size());
+    for (const Tag tag = row->tag; row != kBitIndex.end() && row->tag == tag; ++row) {
+        if (row->byte <= value.size() && (value[row->byte - 1] & row->mask) != 0) {
+            lines.emplace_back(row->words);
         }
     }
     return lines;
-}
-
-bool hasBits(Tag tag)
-{
-    return std::any_of(std::begin(kBits), std::end(kBits), [tag](const Bit& bit) { return bit.tag == tag; });
 }
 
 std::string methodOf(std::uint8_t code)
@@ -233,21 +233,21 @@ std::string methodOf(std::uint8_t code)
 
 // ---------------------------------------------------------------- values with parts
 
-Lines verificationMethods(const Bytes& value)
+Lines verificationMethods(ByteSpan value)
 {
     constexpr std::size_t amounts = 8;
     if (value.size() < amounts) {
         return {"shorter than its two amounts"};
     }
-    Lines lines = {"X = " + std::to_string(bigEndian({value.begin(), value.begin() + 4})) +
-                   ", Y = " + std::to_string(bigEndian({value.begin() + 4, value.begin() + 8}))};
+    Lines lines = {"X = " + std::to_string(bigEndian(value.first(4))) +
+                   ", Y = " + std::to_string(bigEndian(value.from(4).first(4)))};
     for (std::size_t at = amounts; at + 1 < value.size(); at += 2) {
         lines.push_back(methodOf(value[at]) + ", " + meaningOf(kConditions, value[at + 1]));
     }
     return lines;
 }
 
-Lines verificationResults(const Bytes& value)
+Lines verificationResults(ByteSpan value)
 {
     if (value.size() < 3) {
         return {};
@@ -255,7 +255,7 @@ Lines verificationResults(const Bytes& value)
     return {methodOf(value[0]), meaningOf(kConditions, value[1]), meaningOf(kVerificationResults, value[2])};
 }
 
-Lines cryptogramInformation(const Bytes& value)
+Lines cryptogramInformation(ByteSpan value)
 {
     if (value.empty()) {
         return {};
@@ -295,14 +295,14 @@ std::string cryptogramOfResults(unsigned bits)
 std::string firstCryptogram(unsigned bits) { return bits == 2 ? "ARQC" : cryptogramOfResults(bits); }
 
 // docs/simulated-card.md says what each part is.
-Lines issuerData(const Bytes& value)
+Lines issuerData(ByteSpan value)
 {
     constexpr std::size_t resultsAt = 3;
     constexpr std::size_t fixedSize = 8;
     if (value.size() < fixedSize || value[0] != 0x07 || value[resultsAt] != 0x03) {
         return {};
     }
-    const std::uint8_t* const results = value.data() + resultsAt - 1; // counted from 1, the length first
+    const std::uint8_t* const results = value.begin() + resultsAt - 1; // counted from 1, the length first
     Lines lines = {"key index " + std::to_string(value[1]), "cryptogram version " + std::to_string(value[2]),
                    "second cryptogram: " + cryptogramOfResults(results[2] >> 6),
                    "first cryptogram: " + firstCryptogram(results[2] >> 4 & 3U)};
@@ -317,13 +317,12 @@ Lines issuerData(const Bytes& value)
     lines.push_back("algorithm " + std::to_string(value[7]));
     constexpr std::size_t cashAt = fixedSize;
     if (value.size() >= cashAt + 11 && value[cashAt] == 0x0A && value[cashAt + 1] == 0x01) {
-        const auto balance = value.begin() + static_cast<std::ptrdiff_t>(cashAt) + 2;
-        lines.push_back("electronic cash balance " + amountText(toHex({balance, balance + 5})));
+        lines.push_back("electronic cash balance " + amountText(toHex(value.from(cashAt + 2).first(5))));
     }
     return lines;
 }
 
-Lines fileLocator(const Bytes& value)
+Lines fileLocator(ByteSpan value)
 {
     Lines lines;
     for (std::size_t at = 0; at + 3 < value.size(); at += 4) {
@@ -334,17 +333,17 @@ Lines fileLocator(const Bytes& value)
     return lines;
 }
 
-Lines issuerAuthentication(const Bytes& value)
+Lines issuerAuthentication(ByteSpan value)
 {
     constexpr std::size_t cryptogramSize = 8;
     if (value.size() < cryptogramSize + 2) {
         return {};
     }
-    const auto code = value.begin() + cryptogramSize;
-    return {"ARPC " + toHex({value.begin(), code}), "response code " + printable({code, code + 2})};
+    const ByteSpan code = value.from(cryptogramSize).first(2);
+    return {"ARPC " + toHex(value.first(cryptogramSize)), "response code " + printable({code.begin(), code.end()})};
 }
 
-Lines scriptResult(const Bytes& value)
+Lines scriptResult(ByteSpan value)
 {
     if (value.empty()) {
         return {};
@@ -355,58 +354,61 @@ Lines scriptResult(const Bytes& value)
     return {outcome > 2 ? "outcome not known" : outcomes[outcome] + (outcome == 1 ? command : "")};
 }
 
-Lines logEntry(const Bytes& value)
+Lines logEntry(ByteSpan value)
 {
     return value.size() < 2
                ? Lines()
                : Lines{"file " + std::to_string(value[0]) + ", at most " + std::to_string(value[1]) + " records"};
 }
 
-Lines number(const Bytes& value)
+Lines number(ByteSpan value)
 {
     return value.empty() || value.size() > 4 ? Lines() : Lines{std::to_string(bigEndian(value))};
 }
 
-Lines transactionType(const Bytes& value) { return {transactionTypeText(toHex(value))}; }
+Lines transactionType(ByteSpan value) { return {transactionTypeText(toHex(value))}; }
 
-Lines terminalType(const Bytes& value) { return value.empty() ? Lines() : Lines{meaningOf(kTerminalTypes, value[0])}; }
+Lines terminalType(ByteSpan value) { return value.empty() ? Lines() : Lines{meaningOf(kTerminalTypes, value[0])}; }
 
 struct Parts {
     Tag tag;
-    Lines (*words)(const Bytes&);
+    Lines (*words)(ByteSpan);
 };
 
-const Parts kParts[] = {{0x8E, verificationMethods},
-                        {0x9F34, verificationResults},
-                        {0x9F27, cryptogramInformation},
-                        {0x9F10, issuerData},
-                        {0x94, fileLocator},
-                        {0x91, issuerAuthentication},
-                        {0xDF31, scriptResult},
-                        {0x9F4D, logEntry},
-                        {0x9F36, number},
-                        {0x9F13, number},
-                        {0x9F17, number},
-                        {0x5F34, number},
-                        {0x9C, transactionType},
-                        {0x9F35, terminalType}};
+constexpr Parts kParts[] = {{0x8E, verificationMethods},
+                            {0x9F34, verificationResults},
+                            {0x9F27, cryptogramInformation},
+                            {0x9F10, issuerData},
+                            {0x94, fileLocator},
+                            {0x91, issuerAuthentication},
+                            {0xDF31, scriptResult},
+                            {0x9F4D, logEntry},
+                            {0x9F36, number},
+                            {0x9F13, number},
+                            {0x9F17, number},
+                            {0x5F34, number},
+                            {0x9C, transactionType},
+                            {0x9F35, terminalType}};
+
+constexpr TagIndex kPartsIndex(kParts);
 
 } // namespace
 
-std::vector<std::string> bitsInWords(Tag tag, const Bytes& value)
+std::vector<std::string> bitsInWords(Tag tag, ByteSpan value)
 {
-    for (const Parts& row : kParts) {
-        if (row.tag == tag) {
-            return row.words(value);
-        }
+    if (const Parts* const row = kPartsIndex.find(tag)) {
+        return row->words(value);
     }
     const bool actionCode = tag == 0x9F0D || tag == 0x9F0E || tag == 0x9F0F;
-    const Tag table = actionCode ? 0x95 : tag;
-    if (!hasBits(table)) {
+    const Bit* const bits = kBitIndex.find(actionCode ? 0x95 : tag);
+    if (bits == nullptr) {
         return {};
     }
-    Lines lines = singleBits(table, value);
-    return lines.empty() ? Lines{"no bit set"} : lines;
+    Lines lines = singleBits(bits, value);
+    if (lines.empty()) {
+        lines.emplace_back("no bit set");
+    }
+    return lines;
 }
 
 } // namespace vorn::tool

@@ -11,6 +11,6 @@
 namespace vorn::tool {
 
 // One line for each bit that is set, or for each part of the value; empty for an object that has none.
-std::vector<std::string> bitsInWords(sim::tlv::Tag tag, const sim::Bytes& value);
+std::vector<std::string> bitsInWords(sim::tlv::Tag tag, sim::ByteSpan value);
 
 } // namespace vorn::tool

@@ -52,7 +52,7 @@ const Status kStatuses[] = {{0x00, "done"},
                             {0xE1, "wrong bytes in the command"},
                             {0xF0, "wrong frame"}};
 
-const Command* commandOf(const Bytes& content)
+const Command* commandOf(ByteSpan content)
 {
     if (content.size() < 2 || content[0] != kClass) {
         return nullptr;
@@ -62,35 +62,28 @@ const Command* commandOf(const Bytes& content)
     return row != std::end(kCommands) && content.size() >= row->shortest ? row : nullptr;
 }
 
-Bytes from(const Bytes& bytes, std::size_t at)
-{
-    return {bytes.begin() + static_cast<std::ptrdiff_t>(std::min(at, bytes.size())), bytes.end()};
-}
-
 std::uint8_t byteOf(std::uint8_t high, std::uint8_t low)
 {
     return static_cast<std::uint8_t>((high & 0x0FU) << 4 | (low & 0x0FU));
 }
 
 // Blocks and keys of memory cards are their holder's, whatever they are.
-std::string memoryHex(const Bytes& content, std::size_t secretAt, bool show)
+std::string memoryHex(ByteSpan content, std::size_t secretAt, bool show)
 {
     const std::string hex = toHex(content);
     return show ? hex : hex.substr(0, 2 * secretAt) + std::string(hex.size() - std::min(hex.size(), 2 * secretAt), '*');
 }
 
-Item explainAnswer(const Bytes& content, bool show)
+Item explainAnswer(ByteSpan content, bool show)
 {
     const std::uint8_t status = content.size() < 2 ? 0xFF : content[1];
     const auto* const row = std::find_if(std::begin(kStatuses), std::end(kStatuses),
                                          [status](const Status& s) { return s.code == status; });
-    const Bytes payload = from(content, 2);
-    Item item = object("", "Answer of the reader",
-                       toHex(Bytes(content.begin(), content.end() - static_cast<std::ptrdiff_t>(payload.size()))) +
-                           hexText(payload, show),
+    const ByteSpan payload = content.from(2);
+    Item item = object("", "Answer of the reader", toHex(content.first(2)) + hexText(payload, show),
                        row == std::end(kStatuses) ? "status not known" : row->words);
     item.failed = status != 0;
-    if (payload.size() >= 2 && looksLikeStatus({payload.end() - 2, payload.end()})) {
+    if (payload.size() >= 2 && looksLikeStatus(payload.last(2))) {
         item.below.push_back(ExchangeView(show).response(payload));
     }
     return item;
@@ -106,9 +99,9 @@ std::string slotName(std::uint8_t slot)
                                           : "slot " + toHex({slot});
 }
 
-bool looksLikeReaderCommand(const Bytes& content) { return commandOf(content) != nullptr; }
+bool looksLikeReaderCommand(ByteSpan content) { return commandOf(content) != nullptr; }
 
-std::optional<Frame> parseFrame(const Bytes& bytes)
+std::optional<Frame> parseFrame(ByteSpan bytes)
 {
     constexpr std::size_t shortest = 8; // start, four of length, two of check, end
     const auto half = [](std::uint8_t byte) { return byte >= 0x30 && byte <= 0x3F; };
@@ -131,7 +124,7 @@ std::optional<Frame> parseFrame(const Bytes& bytes)
     return frame;
 }
 
-Item explainReaderCommand(const Bytes& content, bool show)
+Item explainReaderCommand(ByteSpan content, bool show)
 {
     const Command* const row = commandOf(content);
     if (row == nullptr) {
@@ -146,8 +139,8 @@ Item explainReaderCommand(const Bytes& content, bool show)
         item.words += ": " + slotName(content[2]);
         break;
     case kApdu: {
-        const Bytes apdu = from(content, 3);
-        item.hex = toHex(Bytes(content.begin(), content.begin() + 3)) + commandHex(apdu, show);
+        const ByteSpan apdu = content.from(3);
+        item.hex = toHex(content.first(3)) + commandHex(apdu, show);
         item.words += " to the " + slotName(content[2]);
         item.below.push_back(ExchangeView(show).command(apdu));
         break;
@@ -167,7 +160,7 @@ Item explainReaderCommand(const Bytes& content, bool show)
     return item;
 }
 
-Explanation explainFrame(const Bytes& bytes, bool show)
+Explanation explainFrame(ByteSpan bytes, bool show)
 {
     const auto frame = parseFrame(bytes);
     if (!frame) {

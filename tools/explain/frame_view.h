@@ -15,12 +15,12 @@ struct Frame {
 };
 
 // Nothing when the bytes have not the form of a frame.
-std::optional<Frame> parseFrame(const Bytes& bytes);
+std::optional<Frame> parseFrame(ByteSpan bytes);
 
 // The bytes of a command or an answer, without their frame.
-bool looksLikeReaderCommand(const Bytes& content);
-Item explainReaderCommand(const Bytes& content, bool show);
-Explanation explainFrame(const Bytes& bytes, bool show);
+bool looksLikeReaderCommand(ByteSpan content);
+Item explainReaderCommand(ByteSpan content, bool show);
+Explanation explainFrame(ByteSpan bytes, bool show);
 
 std::string slotName(std::uint8_t slot);
 

@@ -7,6 +7,7 @@ namespace vorn::tool {
 
 using sim::bigEndian;
 using sim::Bytes;
+using sim::ByteSpan;
 using sim::fromHex;
 using sim::toHex;
 

@@ -7,30 +7,30 @@ namespace vorn::tool {
 
 namespace {
 
-const std::string kCommandMark = "Indata----------------------";
-const std::string kAnswerMark = "Outdata----------------------";
+constexpr std::string_view kCommandMark = "Indata----------------------";
+constexpr std::string_view kAnswerMark = "Outdata----------------------";
+constexpr std::size_t kLongestMarker = 32;
 
 } // namespace
 
 void LogReader::add(const char* piece, std::size_t size)
 {
-    for (std::size_t at = 0; at < size;) {
-        const char* const end = std::find(piece + at, piece + size, '\n');
-        const auto count = static_cast<std::size_t>(end - piece) - at;
-        const std::size_t room = kLongestLine - rest_.size();
-        if (!skipping_) {
-            rest_.append(piece + at, std::min(count, room));
-        }
-        skipping_ = skipping_ || count > room;
-        at += count;
-        if (at < size) { // the line feed
+    std::string_view left(piece, size);
+    for (std::size_t end = left.find('\n'); end != std::string_view::npos; end = left.find('\n')) {
+        if (rest_.empty()) {
+            line(left.substr(0, std::min(end, kLongestLine)));
+        } else {
+            keep(left.substr(0, end));
             line(rest_);
             rest_.clear();
-            skipping_ = false;
-            ++at;
         }
+        left.remove_prefix(end + 1);
     }
+    keep(left);
 }
+
+// Of a line that is too long its beginning.
+void LogReader::keep(std::string_view part) { rest_.append(part.substr(0, kLongestLine - rest_.size())); }
 
 void LogReader::end()
 {
@@ -43,52 +43,49 @@ void LogReader::end()
 }
 
 // Not all entries end their line, so a mark may stand behind another entry.
-bool LogReader::mark(const std::string& text)
+bool LogReader::mark(std::string_view text)
 {
     const std::size_t answerAt = text.find(kAnswerMark);
-    const bool answer = answerAt != std::string::npos;
+    const bool answer = answerAt != std::string_view::npos;
     const std::size_t at = answer ? answerAt : text.find(kCommandMark);
-    if (at == std::string::npos) {
+    if (at == std::string_view::npos) {
         return false;
     }
-    const std::string before = text.substr(0, at);
     if (!answer || state_ != State::Command) {
         deliver();
+        const std::string_view marker = text.substr(at + (answer ? kAnswerMark : kCommandMark).size(), kLongestMarker);
         exchange_.line = number_;
-        exchange_.marker = text.substr(at + (answer ? kAnswerMark : kCommandMark).size(), 32);
-        exchange_.marker.erase(std::min(exchange_.marker.find_first_of("\r \t"), exchange_.marker.size()));
+        exchange_.marker = marker.substr(0, marker.find_first_of("\r \t"));
     }
-    if (!before.empty()) {
-        receiver_.text(before, number_);
+    if (at > 0) {
+        receiver_.text(std::string(text.substr(0, at)), number_);
     }
     state_ = answer ? State::Answer : State::Command;
     return true;
 }
 
-void LogReader::line(const std::string& whole)
+void LogReader::line(std::string_view whole)
 {
     ++number_;
-    const std::string text = whole.substr(0, whole.find_last_not_of('\r') + 1);
-    if (mark(text)) {
-        return;
-    }
-    const auto bytes = state_ == State::Text ? std::nullopt : sim::fromHex(text);
-    if (bytes) {
-        dump(*bytes);
+    const std::string_view text = whole.substr(0, whole.find_last_not_of('\r') + 1);
+    if ((state_ != State::Text && dump(text)) || mark(text)) {
         return;
     }
     deliver();
-    if (text.find_first_not_of(" \t") != std::string::npos) {
-        receiver_.text(text, number_);
+    if (text.find_first_not_of(" \t") != std::string_view::npos) {
+        receiver_.text(std::string(text), number_);
     }
 }
 
-void LogReader::dump(const Bytes& bytes)
+bool LogReader::dump(std::string_view text)
 {
     Bytes& into = state_ == State::Command ? exchange_.command : exchange_.answer;
-    const std::size_t room = kLongestDump - into.size();
-    exchange_.cut = exchange_.cut || bytes.size() > room;
-    into.insert(into.end(), bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(std::min(bytes.size(), room)));
+    if (!sim::appendFromHex(into, text)) {
+        return false;
+    }
+    exchange_.cut = exchange_.cut || into.size() > kLongestDump;
+    into.resize(std::min(into.size(), kLongestDump));
+    return true;
 }
 
 void LogReader::deliver()
@@ -96,7 +93,11 @@ void LogReader::deliver()
     if (state_ != State::Text) {
         receiver_.exchange(exchange_);
     }
-    exchange_ = {};
+    exchange_.marker.clear();
+    exchange_.command.clear();
+    exchange_.answer.clear();
+    exchange_.cut = false;
+    exchange_.line = 0;
     state_ = State::Text;
 }
 

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <functional>
 #include <string>
+#include <string_view>
 
 namespace vorn::tool {
 
@@ -37,14 +38,14 @@ public:
 
 private:
     enum class State { Text, Command, Answer };
-    void line(const std::string& text);
-    bool mark(const std::string& text);
-    void dump(const Bytes& bytes);
+    void keep(std::string_view part);
+    void line(std::string_view whole);
+    bool mark(std::string_view text);
+    bool dump(std::string_view text);
     void deliver();
 
     Receiver receiver_;
-    std::string rest_;
-    bool skipping_ = false; // the rest of a line that is too long
+    std::string rest_; // of a piece before: the line's beginning
     std::size_t number_ = 0;
     State state_ = State::Text;
     LoggedExchange exchange_;

@@ -209,8 +209,10 @@ Item LogStory::slotExchange(const LoggedExchange& logged, Sent& sent)
     item.words = logged.answer.empty() ? "no card, or no answer from the reader" : "";
     if (!logged.answer.empty()) {
         Item answer = object("", "Answer to reset", toHex(logged.answer));
-        for (const AtrPart& part : decodeAtr(logged.answer)) {
-            answer.below.push_back(object(part.name, part.meaning, part.hex));
+        std::vector<AtrPart> parts = decodeAtr(logged.answer);
+        answer.below.reserve(parts.size());
+        for (AtrPart& part : parts) {
+            answer.below.push_back(object(std::move(part.name), std::move(part.meaning), std::move(part.hex)));
         }
         item.below.push_back(std::move(answer));
     }
@@ -278,6 +280,8 @@ void LogStory::begin(const LogEntry& entry)
     call_ = Item();
     call_.kind = ItemKind::Call;
     call_.name = entry.name;
+    constexpr std::size_t usual = 32;
+    call_.below.reserve(usual);
     const Call* const row = callOf(entry.name);
     call_.title = row == nullptr ? "" : row->words;
     memoryCard_ = memoryCard_ || entry.name.compare(0, 5, "IC_M1") == 0;

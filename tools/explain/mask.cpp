@@ -3,6 +3,7 @@
 
 #include "tools/explain/hex.h"
 #include "tools/explain/mask_scan.h"
+#include "tools/explain/tag_index.h"
 #include "tools/explain/tlv_view.h"
 
 #include <algorithm>
@@ -16,7 +17,7 @@ struct Row {
     Secret secret;
 };
 
-const Row kSecrets[] = {
+constexpr Row kSecrets[] = {
     {0x56, Secret::Whole},         // track 1
     {0x57, Secret::Track2},        //
     {0x5A, Secret::AccountNumber}, //
@@ -36,8 +37,16 @@ const Row kSecrets[] = {
     {0x9F6B, Secret::Track2},      //
 };
 
-constexpr Tag kOpaque[] = {0x4F,   0x84,   0x8C,   0x8D,   0x8E,   0x90,   0x91,   0x92,   0x93,   0x94,   0x97,  0x9D,
-                           0x9F06, 0x9F26, 0x9F32, 0x9F37, 0x9F38, 0x9F47, 0x9F48, 0x9F49, 0x9F4B, 0x9F4C, 0x9F4F};
+struct OpaqueRow {
+    Tag tag;
+};
+
+constexpr OpaqueRow kOpaque[] = {{0x4F},   {0x84},   {0x8C},   {0x8D},   {0x8E},   {0x90},   {0x91},   {0x92},
+                                 {0x93},   {0x94},   {0x97},   {0x9D},   {0x9F06}, {0x9F26}, {0x9F32}, {0x9F37},
+                                 {0x9F38}, {0x9F47}, {0x9F48}, {0x9F49}, {0x9F4B}, {0x9F4C}, {0x9F4F}};
+
+constexpr TagIndex kSecretIndex(kSecrets);
+constexpr TagIndex kOpaqueIndex(kOpaque);
 
 enum Instruction : std::uint8_t {
     kVerify = 0x20,
@@ -71,12 +80,13 @@ std::string accountHex(const std::string& hex)
 }
 
 // A label or a language: its bytes are characters, and are looked at as such.
-bool plainLabel(Tag tag, const Bytes& value)
+bool plainLabel(Tag tag, ByteSpan value)
 {
-    constexpr Tag labels[] = {0x50, 0x5F2D, 0x9F12};
+    if (tag != 0x50 && tag != 0x5F2D && tag != 0x9F12) {
+        return false;
+    }
     const std::string text(value.begin(), value.end());
-    return std::find(std::begin(labels), std::end(labels), tag) != std::end(labels) &&
-           std::all_of(value.begin(), value.end(), [](int c) { return c >= 0x20 && c < 0x7F; }) &&
+    return std::all_of(value.begin(), value.end(), [](int c) { return c >= 0x20 && c < 0x7F; }) &&
            maskText(text) == text;
 }
 
@@ -89,7 +99,7 @@ bool allKnown(const TlvWalk& walk)
                         [](const TlvNode& node) { return tagName(node.tag).empty(); });
 }
 
-std::string maskedHex(const Bytes& bytes)
+std::string maskedHex(ByteSpan bytes)
 {
     std::string text = toHex(bytes);
     hideInHex(text);
@@ -122,14 +132,14 @@ bool decimal(std::uint8_t byte, unsigned from, unsigned to)
 }
 
 // A record of the card's transaction log in its usual layout: date, time, amounts, codes, merchant, type, counter.
-bool logRecord(const Bytes& data)
+bool logRecord(ByteSpan data)
 {
     constexpr std::size_t size = 45;
     return data.size() == size && decimal(data[1], 1, 12) && decimal(data[2], 1, 31) && decimal(data[3], 0, 23) &&
            decimal(data[4], 0, 59) && decimal(data[5], 0, 59);
 }
 
-bool plainAnswer(const Bytes& apdu, const Bytes& data)
+bool plainAnswer(ByteSpan apdu, ByteSpan data)
 {
     if (apdu.size() < 4) {
         return false;
@@ -152,38 +162,36 @@ bool plainAnswer(const Bytes& apdu, const Bytes& data)
 
 Secret secretOf(Tag tag)
 {
-    const auto* const row =
-        std::find_if(std::begin(kSecrets), std::end(kSecrets), [tag](const Row& r) { return r.tag == tag; });
-    return row == std::end(kSecrets) ? Secret::None : row->secret;
+    const Row* const row = kSecretIndex.find(tag);
+    return row == nullptr ? Secret::None : row->secret;
 }
 
 bool secretTag(Tag tag) { return secretOf(tag) != Secret::None; }
 
-bool opaqueTag(Tag tag) { return std::find(std::begin(kOpaque), std::end(kOpaque), tag) != std::end(kOpaque); }
+bool opaqueTag(Tag tag) { return kOpaqueIndex.find(tag) != nullptr; }
 
 // ---------------------------------------------------------------- hex of bytes
 
-std::string valueHex(Tag tag, const Bytes& value, bool show)
+std::string valueHex(Tag tag, ByteSpan value, bool show)
 {
-    const std::string hex = toHex(value);
     if (show || opaqueTag(tag) || plainLabel(tag, value)) {
-        return hex;
+        return toHex(value);
     }
     switch (secretOf(tag)) {
     case Secret::None:
         return maskedHex(value);
     case Secret::AccountNumber:
-        return accountHex(hex);
+        return accountHex(toHex(value));
     case Secret::Track2:
-        return trackHex(hex);
+        return trackHex(toHex(value));
     case Secret::Document:
     case Secret::Whole:
-        return stars(hex.size());
+        break;
     }
-    return stars(hex.size());
+    return stars(2 * value.size());
 }
 
-std::string hexText(const Bytes& bytes, bool show)
+std::string hexText(ByteSpan bytes, bool show)
 {
     if (show) {
         return toHex(bytes);
@@ -197,13 +205,13 @@ std::string hexText(const Bytes& bytes, bool show)
     return text;
 }
 
-std::string commandHex(const Bytes& apdu, bool show)
+std::string commandHex(ByteSpan apdu, bool show)
 {
     if (show || apdu.size() <= kCommandDataAt) {
         return toHex(apdu);
     }
-    const Bytes header(apdu.begin(), apdu.begin() + kCommandDataAt);
-    const Bytes data(apdu.begin() + kCommandDataAt, apdu.end());
+    const ByteSpan header = apdu.first(kCommandDataAt);
+    const ByteSpan data = apdu.from(kCommandDataAt);
     switch (apdu[1]) {
     case kVerify:
     case kPinChange:
@@ -216,24 +224,25 @@ std::string commandHex(const Bytes& apdu, bool show)
     }
 }
 
-std::string dataHex(const Bytes& apdu, const Bytes& data, bool show)
+std::string dataHex(ByteSpan apdu, ByteSpan data, bool show)
 {
     const bool wallet = apdu.size() >= 4 && apdu[0] == kProprietary && apdu[1] == kWalletInformation;
     return !show && wallet ? stars(2 * data.size()) : hexText(data, show || plainAnswer(apdu, data));
 }
 
-std::string responseHex(const Bytes& apdu, const Bytes& response, bool show)
+std::string responseHex(ByteSpan apdu, ByteSpan response, bool show)
 {
     if (response.size() < 2) {
         return dataHex(apdu, response, show);
     }
-    const auto status = response.end() - 2;
-    return dataHex(apdu, Bytes(response.begin(), status), show) + toHex(Bytes(status, response.end()));
+    std::string text = dataHex(apdu, response.first(response.size() - 2), show);
+    sim::appendHex(text, response.last(2));
+    return text;
 }
 
 // ---------------------------------------------------------------- words
 
-std::string valueWords(Tag tag, const std::string& words, bool show)
+std::string valueWords(Tag tag, std::string words, bool show)
 {
     const Secret secret = secretOf(tag);
     if (show || words.empty()) {
@@ -241,7 +250,7 @@ std::string valueWords(Tag tag, const std::string& words, bool show)
     }
     switch (secret) {
     case Secret::None:
-        return opaqueTag(tag) ? words : maskText(words);
+        return opaqueTag(tag) ? words : maskText(std::move(words));
     case Secret::AccountNumber:
         return maskPan(words);
     case Secret::Track2:
@@ -256,7 +265,7 @@ std::string valueWords(Tag tag, const std::string& words, bool show)
 
 // ---------------------------------------------------------------- text of any kind
 
-std::string maskedUnless(bool show, const std::string& text) { return show ? text : maskText(text); }
+std::string maskedUnless(bool show, std::string text) { return show ? std::move(text) : maskText(std::move(text)); }
 
 std::string excerpt(const std::string& input)
 {
@@ -285,7 +294,7 @@ std::string maskMiddle(const std::string& text, std::size_t first, std::size_t l
 
 std::string maskPan(const std::string& digits) { return maskMiddle(digits, 6, 4); }
 
-std::string maskPanHex(const Bytes& value) { return accountHex(toHex(value)); }
+std::string maskPanHex(ByteSpan value) { return accountHex(toHex(value)); }
 
 std::string maskTrack2(const std::string& track)
 {

@@ -13,6 +13,7 @@
 namespace vorn::tool {
 
 using sim::Bytes;
+using sim::ByteSpan;
 using sim::tlv::Tag;
 
 enum class Secret {
@@ -31,26 +32,26 @@ bool opaqueTag(Tag tag);
 // ------------------------------------------------------------ hex of bytes
 
 // One object's value.
-std::string valueHex(Tag tag, const Bytes& value, bool show);
+std::string valueHex(Tag tag, ByteSpan value, bool show);
 // Any bytes: whole objects, objects that are cut, texts of cryptograms, what is no object at all.
-std::string hexText(const Bytes& bytes, bool show);
+std::string hexText(ByteSpan bytes, bool show);
 // A command; the data of one that carries a PIN are a secret as a whole.
-std::string commandHex(const Bytes& apdu, bool show);
+std::string commandHex(ByteSpan apdu, bool show);
 // The answer to that command: its data alone, or with the status word behind them. Random numbers and cryptograms are
 // no account numbers, and a hard wallet's information is a secret as a whole.
-std::string dataHex(const Bytes& apdu, const Bytes& data, bool show);
-std::string responseHex(const Bytes& apdu, const Bytes& response, bool show);
+std::string dataHex(ByteSpan apdu, ByteSpan data, bool show);
+std::string responseHex(ByteSpan apdu, ByteSpan response, bool show);
 
 // ------------------------------------------------------------ words
 
-std::string valueWords(Tag tag, const std::string& words, bool show);
+std::string valueWords(Tag tag, std::string words, bool show);
 
 // ------------------------------------------------------------ text of any kind
 
 // Messages, log lines, texts of cryptograms, lettered records, dumps: account numbers, tracks and the secret objects
 // and fields that can be found in them are masked. Lengths stay.
-std::string maskText(const std::string& text);
-std::string maskedUnless(bool show, const std::string& text);
+std::string maskText(std::string text);
+std::string maskedUnless(bool show, std::string text);
 // What a message may repeat of an input that was not understood: a few characters, none of them a digit or a control.
 std::string excerpt(const std::string& input);
 
@@ -58,7 +59,7 @@ std::string excerpt(const std::string& input);
 
 std::string maskMiddle(const std::string& text, std::size_t first, std::size_t last);
 std::string maskPan(const std::string& digits);   // 622588******1234
-std::string maskPanHex(const Bytes& value);       // the same with padding behind it
+std::string maskPanHex(ByteSpan value);           // the same with padding behind it
 std::string maskTrack2(const std::string& track); // the PAN as above, nothing behind '='
 
 } // namespace vorn::tool

@@ -5,6 +5,7 @@
 #include "tools/explain/mask.h"
 
 #include <algorithm>
+#include <iterator>
 #include <optional>
 #include <vector>
 
@@ -15,6 +16,7 @@ namespace {
 constexpr std::size_t kAccountMin = 12;
 constexpr std::size_t kAccountMax = 19;
 constexpr std::size_t kCertainLength = 12; // so many digits that begin like a card's are one, whatever Luhn says
+constexpr std::size_t kShortestObject = 5; // characters: a tag, a length, and something to hide
 
 bool digit(char c) { return c >= '0' && c <= '9'; }
 bool hexDigit(char c) { return digit(c) || (c >= 'A' && c <= 'F') || (c >= 'a' && c <= 'f'); }
@@ -44,35 +46,49 @@ std::size_t endOfDigits(const std::string& text, std::size_t from)
 // ---------------------------------------------------------------- digits
 
 // The first digits of a payment card's number name its issuer, and are no row of zeros.
-bool beginsLikeCard(const char* digits)
+bool beginsLikeCard(std::string_view digits)
 {
-    return digits[0] >= '3' && digits[0] <= '6' && std::string(digits + 1, 5) != "00000";
+    return digits[0] >= '3' && digits[0] <= '6' && digits.substr(1, 5) != "00000";
+}
+
+// Whether digits that begin here pass the check digit, at any length of an account number. With one digit more the
+// other half of them counts twice, so both sums go along.
+bool someLengthPassesLuhn(std::string_view digits)
+{
+    unsigned last = 0;   // the newest digit once, the one before it twice, and so on
+    unsigned before = 0; // the other way round
+    for (std::size_t i = 0; i < std::min(kAccountMax, digits.size()); ++i) {
+        const unsigned value = valueOf(digits[i]);
+        const unsigned twice = 2 * value - (value > 4 ? 9 : 0);
+        const unsigned next = before + value;
+        before = last + twice;
+        last = next;
+        if (i + 1 >= kAccountMin && last % 10 == 0) {
+            return true;
+        }
+    }
+    return false;
 }
 
 // Whether an account number stands anywhere in a run of digits.
-bool couldHoldAccount(const char* digits, std::size_t size)
+bool couldHoldAccount(std::string_view run)
 {
-    for (std::size_t at = 0; at + kAccountMin <= size; ++at) {
-        if (size - at >= kCertainLength && beginsLikeCard(digits + at)) {
+    for (; run.size() >= kAccountMin; run.remove_prefix(1)) {
+        if (run.size() >= kCertainLength && beginsLikeCard(run)) {
             return true;
         }
-        if (digits[at] == '0') {
-            continue;
-        }
-        for (std::size_t length = kAccountMin; length <= std::min(kAccountMax, size - at); ++length) {
-            if (passesLuhn(std::string(digits + at, length))) {
-                return true;
-            }
+        if (run[0] != '0' && someLengthPassesLuhn(run)) {
+            return true;
         }
     }
     return false;
 }
 
 // "3030303031": hex of digits as characters, which are looked at as such.
-bool characters(const char* digits, std::size_t size)
+bool characters(std::string_view digits)
 {
     const auto threes = [&](std::size_t at) {
-        for (; at < size; at += 2) {
+        for (; at < digits.size(); at += 2) {
             if (digits[at] != '3') {
                 return false;
             }
@@ -104,8 +120,8 @@ void hideDigitRuns(std::string& text)
         const std::size_t end = endOfDigits(text, at);
         const bool track = end - at >= kAccountMin && end < text.size() && trackSeparator(text[end]) &&
                            endOfDigits(text, end + 1) - end > expirySize;
-        const char* const run = text.data() + at;
-        if (track || (end - at >= kAccountMin && !characters(run, end - at) && couldHoldAccount(run, end - at))) {
+        const std::string_view run(text.data() + at, end - at);
+        if (track || (run.size() >= kAccountMin && !characters(run) && couldHoldAccount(run))) {
             hideMiddle(text, at, end - at);
         }
         at = track ? endOfTrack(text, end) : end;
@@ -115,20 +131,30 @@ void hideDigitRuns(std::string& text)
     }
 }
 
+std::size_t endOfCharacterDigits(const std::string& hex, std::size_t from)
+{
+    while (from + 1 < hex.size() && hex[from] == '3' && digit(hex[from + 1])) {
+        from += 2;
+    }
+    return from;
+}
+
 // "363232..." is hex of digits.
 void hideCharacterDigits(std::string& hex)
 {
     for (std::size_t at = 0; at + 2 * kAccountMin <= hex.size(); ++at) {
-        std::string digits;
-        std::size_t end = at;
-        while (end + 1 < hex.size() && hex[end] == '3' && digit(hex[end + 1])) {
-            digits += hex[end + 1];
-            end += 2;
+        const std::size_t end = endOfCharacterDigits(hex, at);
+        if (end - at < 2 * kAccountMin) {
+            continue;
         }
-        if (digits.size() >= kAccountMin && couldHoldAccount(digits.data(), digits.size())) {
+        std::string digits;
+        for (std::size_t i = at + 1; i < end; i += 2) {
+            digits += hex[i];
+        }
+        if (couldHoldAccount(digits)) {
             hideMiddle(hex, at, end - at);
             at = end - 1;
-        } else if (digits.size() >= kAccountMin) {
+        } else {
             at = end - 2; // seen whole; the next may begin half a byte later
         }
     }
@@ -216,7 +242,7 @@ void hideValue(std::string& hex, std::size_t at, std::size_t size, Tag tag)
 
 void hideObject(std::string& hex, std::size_t tagAtPlace, const Shape& shape)
 {
-    std::size_t at = tagAtPlace + std::string(shape.tag).size();
+    std::size_t at = tagAtPlace + std::string_view(shape.tag).size();
     auto length = byteAt(hex, at);
     at += 2;
     if (length && *length == 0x81) {
@@ -229,10 +255,18 @@ void hideObject(std::string& hex, std::size_t tagAtPlace, const Shape& shape)
     }
 }
 
+// What the tags above begin with, for a quick look.
+bool tagMayBegin(char first, char second)
+{
+    const bool f = second == 'F' || second == 'f';
+    return (first == '9' && f) ||
+           (first == '5' && (f || second == '7' || second == '6' || second == 'A' || second == 'a'));
+}
+
 void hideObjects(std::string& hex)
 {
-    for (std::size_t at = 0; at + 4 <= hex.size(); ++at) {
-        if (hex[at] != '5' && hex[at] != '9') {
+    for (std::size_t at = 0; at + kShortestObject <= hex.size(); ++at) {
+        if (!tagMayBegin(hex[at], hex[at + 1])) {
             continue;
         }
         for (const Shape& shape : kShapes) {
@@ -245,28 +279,12 @@ void hideObjects(std::string& hex)
 
 // ---------------------------------------------------------------- free text
 
-// A piece of text that is hex or digits, perhaps with blanks inside: its characters, and where they stand.
-struct Piece {
-    std::string dense;
-    std::vector<std::size_t> places;
-    std::size_t end = 0;
-};
-
 std::size_t endOfHex(const std::string& text, std::size_t from)
 {
     while (from < text.size() && hexDigit(text[from])) {
         ++from;
     }
     return from;
-}
-
-void take(const std::string& text, std::size_t from, std::size_t to, Piece& piece)
-{
-    for (std::size_t i = from; i < to; ++i) {
-        piece.dense += text[i];
-        piece.places.push_back(i);
-    }
-    piece.end = to;
 }
 
 bool allDigits(const std::string& text, std::size_t from, std::size_t to)
@@ -287,13 +305,18 @@ std::size_t nextGroup(const std::string& text, std::size_t from)
     return from + 1 < text.size() && (text[from] == ' ' || text[from] == '-') ? from + 1 : text.size();
 }
 
+// A piece of text that is hex or digits, perhaps with blanks inside: where it ends, and how much of it is no blank.
+struct Piece {
+    std::size_t end;
+    std::size_t dense;
+};
+
 Piece pieceAt(const std::string& text, std::size_t at)
 {
-    Piece piece;
     const std::size_t first = endOfHex(text, at);
     const bool dump = first - at == 2;
     const bool group = !dump && first - at <= 6 && allDigits(text, at, first);
-    take(text, at, first, piece);
+    Piece piece{first, first - at};
     while (dump || group) {
         const std::size_t next = dump ? nextInDump(text, piece.end) : nextGroup(text, piece.end);
         const std::size_t end = endOfHex(text, next);
@@ -301,9 +324,24 @@ Piece pieceAt(const std::string& text, std::size_t at)
             (dump ? end - next != 2 : end - next > 7 || !allDigits(text, next, end))) {
             break;
         }
-        take(text, next, end, piece);
+        piece = {end, piece.dense + end - next};
     }
     return piece;
+}
+
+void hidePiece(std::string& text, std::size_t from, std::size_t to)
+{
+    if (from == 0 && to == text.size() && endOfHex(text, 0) == to) {
+        return hideInHex(text);
+    }
+    std::string dense;
+    std::copy_if(text.begin() + static_cast<std::ptrdiff_t>(from), text.begin() + static_cast<std::ptrdiff_t>(to),
+                 std::back_inserter(dense), hexDigit);
+    hideInHex(dense);
+    auto masked = dense.begin();
+    for (std::size_t i = from; i < to; ++i) {
+        text[i] = hexDigit(text[i]) ? *masked++ : text[i];
+    }
 }
 
 void hidePieces(std::string& text)
@@ -313,10 +351,9 @@ void hidePieces(std::string& text)
             ++at;
             continue;
         }
-        Piece piece = pieceAt(text, at);
-        hideInHex(piece.dense);
-        for (std::size_t i = 0; i < piece.places.size(); ++i) {
-            text[piece.places[i]] = piece.dense[i];
+        const Piece piece = pieceAt(text, at);
+        if (piece.dense >= kShortestObject) {
+            hidePiece(text, at, piece.end);
         }
         at = piece.end;
     }
@@ -325,7 +362,10 @@ void hidePieces(std::string& text)
 // As they come from a stripe: "6225...=3012..." and "B6225...^NAME^3012...".
 void hideTracks(std::string& text)
 {
-    for (std::size_t at = text.find_first_of("=^"); at != std::string::npos; at = text.find_first_of("=^", at + 1)) {
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        if (text[at] != '=' && text[at] != '^') {
+            continue;
+        }
         std::size_t begin = at;
         while (begin > 0 && digit(text[begin - 1])) {
             --begin;
@@ -424,10 +464,10 @@ std::size_t transactionDataAt(const std::string& text, std::size_t at)
 // A card's transaction log as the library hands it out, to the end of the text.
 std::size_t transactionsAt(const std::string& text, std::size_t at)
 {
-    const std::size_t end = text.find_last_not_of("\r\n") + 1;
-    if (text.compare(at, 4, "P012") != 0 || end <= at) {
+    if (text.compare(at, 4, "P012") != 0) {
         return std::string::npos;
     }
+    const std::size_t end = text.find_last_not_of("\r\n") + 1; // behind the letter at least
     const TransactionList list = parseTransactions(text.substr(at, end - at));
     const bool plain = std::all_of(list.transactions.begin(), list.transactions.end(),
                                    [](const LoggedTransaction& one) { return maskText(one.merchant) == one.merchant; });
@@ -437,11 +477,10 @@ std::size_t transactionsAt(const std::string& text, std::size_t at)
 // Hides the secret fields; what is left of the records needs no other look.
 std::vector<Span> hideRecords(std::string& text)
 {
-    constexpr const char* begins = "ABCDEFGHIJKLMNOPQRSTUV";
     std::vector<Field> fields;
     std::vector<Span> spans;
-    for (std::size_t at = text.find_first_of(begins); at != std::string::npos; at = text.find_first_of(begins, at)) {
-        if (at > 0 && letterOrDigit(text[at - 1])) {
+    for (std::size_t at = 0; at < text.size();) {
+        if (text[at] < 'A' || text[at] > 'V' || (at > 0 && letterOrDigit(text[at - 1]))) {
             ++at;
             continue;
         }
@@ -464,6 +503,10 @@ std::vector<Span> hideRecords(std::string& text)
 
 void hideBetween(std::string& text, std::size_t from, std::size_t to)
 {
+    if (to - from == text.size()) {
+        hideTracks(text);
+        return hidePieces(text);
+    }
     std::string part = text.substr(from, to - from);
     hideTracks(part);
     hidePieces(part);
@@ -472,7 +515,7 @@ void hideBetween(std::string& text, std::size_t from, std::size_t to)
 
 } // namespace
 
-bool passesLuhn(const std::string& digits)
+bool passesLuhn(std::string_view digits)
 {
     unsigned sum = 0;
     bool twice = false;
@@ -491,16 +534,15 @@ void hideInHex(std::string& hex)
     hideDigitRuns(hex);
 }
 
-std::string maskText(const std::string& text)
+std::string maskText(std::string text)
 {
-    std::string masked = text;
     std::size_t from = 0;
-    for (const Span& span : hideRecords(masked)) {
-        hideBetween(masked, from, span.from);
+    for (const Span& span : hideRecords(text)) {
+        hideBetween(text, from, span.from);
         from = span.to;
     }
-    hideBetween(masked, from, masked.size());
-    return masked;
+    hideBetween(text, from, text.size());
+    return text;
 }
 
 } // namespace vorn::tool

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 namespace vorn::tool {
 
@@ -10,6 +11,6 @@ namespace vorn::tool {
 // could be an account number, track data, and digits as characters.
 void hideInHex(std::string& hex);
 
-bool passesLuhn(const std::string& digits);
+bool passesLuhn(std::string_view digits);
 
 } // namespace vorn::tool

@@ -7,6 +7,7 @@
 #include "tools/explain/present.h"
 
 #include <algorithm>
+#include <array>
 #include <iterator>
 
 namespace vorn::tool {
@@ -35,42 +36,47 @@ std::string currencyIn(const std::vector<TlvNode>& nodes)
 std::vector<Item> treeOf(const std::vector<TlvNode>& nodes, bool show)
 {
     const std::string currency = currencyIn(nodes);
+    constexpr std::size_t usual = 8; // objects in one
     std::vector<Item> roots;
-    std::vector<std::vector<Item>*> levels = {&roots};
+    roots.reserve(std::min(usual, nodes.size()));
+    std::array<std::vector<Item>*, kDeepestObject + 1> levels = {&roots};
     for (const TlvNode& node : nodes) {
-        levels.resize(std::min(levels.size(), node.depth + 1));
-        levels.back()->push_back(explainObject(node.tag, node.constructed ? Bytes() : node.value, show, currency));
-        levels.push_back(&levels.back()->back().below);
+        levels[node.depth]->push_back(
+            explainObject(node.tag, node.constructed ? ByteSpan() : node.value, show, currency));
+        if (node.constructed) {
+            levels[node.depth + 1] = &levels[node.depth]->back().below;
+            levels[node.depth + 1]->reserve(usual);
+        }
     }
     return roots;
 }
 
 } // namespace
 
-Item explainObject(Tag tag, const Bytes& value, bool show, const std::string& currency)
+Item explainObject(Tag tag, ByteSpan value, bool show, const std::string& currency)
 {
     const bool constructed = tlv::constructed(tag);
-    Item item = object(tlv::toHex(tag), tagName(tag), constructed ? "" : valueHex(tag, value, show));
+    Item item = object(tlv::toHex(tag), std::string(tagName(tag)), constructed ? "" : valueHex(tag, value, show));
     if (constructed) {
         return item;
     }
-    item.words = valueInWords({tag, 0, 0, value, false}, show);
-    if (amount(tag) && !currency.empty()) {
-        item.words = amountText(toHex(value), currency) + " " + currencyText(currency);
-    }
-    const auto lines = bitsInWords(tag, value);
+    auto lines = bitsInWords(tag, value);
     if (lines.size() == 1) {
-        item.words = lines[0];
-    } else {
-        item.words = lines.empty() ? item.words : "";
-        for (const std::string& line : lines) {
-            item.below.push_back(remark(line));
+        item.words = std::move(lines[0]);
+    } else if (!lines.empty()) {
+        item.below.reserve(lines.size());
+        for (std::string& line : lines) {
+            item.below.push_back(remark(std::move(line)));
         }
+    } else if (amount(tag) && !currency.empty()) {
+        item.words = amountText(toHex(value), currency) + " " + currencyText(currency);
+    } else {
+        item.words = valueInWords({tag, 0, 0, value, false}, show);
     }
     return item;
 }
 
-Explanation explainObjects(const Bytes& bytes, bool show)
+Explanation explainObjects(ByteSpan bytes, bool show)
 {
     const TlvWalk walk = walkTlv(bytes);
     Explanation result{"objects", treeOf(walk.nodes, show), walk.problem};
@@ -81,7 +87,7 @@ Explanation explainObjects(const Bytes& bytes, bool show)
     return result;
 }
 
-Explanation explainList(const Bytes& bytes)
+Explanation explainList(ByteSpan bytes)
 {
     const auto list = tlv::parseDol(bytes);
     if (!list) {
@@ -89,13 +95,13 @@ Explanation explainList(const Bytes& bytes)
     }
     Explanation result{"list", {}, {}};
     for (const tlv::DolEntry& entry : *list) {
-        result.items.push_back(
-            object(tlv::toHex(entry.tag), tagName(entry.tag), "", std::to_string(entry.length) + " bytes"));
+        result.items.push_back(object(tlv::toHex(entry.tag), std::string(tagName(entry.tag)), "",
+                                      std::to_string(entry.length) + " bytes"));
     }
     return result;
 }
 
-Explanation explainListed(const Bytes& list, const Bytes& values, bool show)
+Explanation explainListed(ByteSpan list, ByteSpan values, bool show)
 {
     const auto entries = tlv::parseDol(list);
     Explanation result{"values of a list", {}, {}};
@@ -104,23 +110,26 @@ Explanation explainListed(const Bytes& list, const Bytes& values, bool show)
         return result;
     }
     std::vector<TlvNode> nodes;
+    nodes.reserve(entries->size());
     tlv::Cursor cursor(values);
     for (const tlv::DolEntry& entry : *entries) {
-        nodes.push_back({entry.tag, 0, cursor.position(), cursor.take(entry.length).value_or(Bytes()), false});
+        nodes.push_back({entry.tag, 0, cursor.position(), cursor.look(entry.length).value_or(ByteSpan()), false});
     }
     const std::string currency = currencyIn(nodes);
+    result.items.reserve(nodes.size());
     for (const TlvNode& node : nodes) {
         result.items.push_back(explainObject(node.tag, node.value, show, currency));
     }
     return result;
 }
 
-Explanation explainCryptogram(bool tc, const Bytes& bytes, bool show)
+Explanation explainCryptogram(bool tc, ByteSpan bytes, bool show)
 {
     const sim::CryptogramItems items =
         sim::readCryptogramText(tc ? sim::CryptogramText::Tc : sim::CryptogramText::Arqc, toHex(bytes));
     Explanation result{tc ? "text of a TC" : "text of an ARQC", {}, items.mistake};
     const auto currency = items.values.find(kCurrency);
+    result.items.reserve(items.values.size());
     for (const auto& [tag, value] : items.values) {
         result.items.push_back(
             explainObject(tag, value, show, currency == items.values.end() ? "" : toHex(currency->second)));
@@ -128,14 +137,14 @@ Explanation explainCryptogram(bool tc, const Bytes& bytes, bool show)
     return result;
 }
 
-Explanation explainState(const Bytes& bytes, bool show)
+Explanation explainState(ByteSpan bytes, bool show)
 {
     if (bytes.empty()) {
         return {"state between the transaction calls", {}, "empty"};
     }
     static const char* const interfaces[] = {"", "with contacts", "contactless"};
     const std::size_t kind = bytes[0];
-    Explanation result = explainObjects(Bytes(bytes.begin() + 1, bytes.end()), show);
+    Explanation result = explainObjects(bytes.from(1), show);
     result.kind = "state between the transaction calls";
     result.items.insert(result.items.begin(),
                         object("", "Card", toHex({bytes[0]}), kind < std::size(interfaces) ? interfaces[kind] : ""));

@@ -9,14 +9,14 @@
 
 namespace vorn::tool {
 
-Explanation explainObjects(const Bytes& bytes, bool show);
-Explanation explainList(const Bytes& bytes); // tags and lengths
+Explanation explainObjects(ByteSpan bytes, bool show);
+Explanation explainList(ByteSpan bytes); // tags and lengths
 // The values that a list asked for, one behind the other.
-Explanation explainListed(const Bytes& list, const Bytes& values, bool show);
+Explanation explainListed(ByteSpan list, ByteSpan values, bool show);
 // One object; a currency for its amount may be known from elsewhere.
-Item explainObject(Tag tag, const Bytes& value, bool show, const std::string& currency = {});
+Item explainObject(Tag tag, ByteSpan value, bool show, const std::string& currency = {});
 // The texts of an ARQC and a TC, and the state between the two transaction calls, all in hex.
-Explanation explainCryptogram(bool tc, const Bytes& bytes, bool show);
-Explanation explainState(const Bytes& bytes, bool show);
+Explanation explainCryptogram(bool tc, ByteSpan bytes, bool show);
+Explanation explainState(ByteSpan bytes, bool show);
 
 } // namespace vorn::tool

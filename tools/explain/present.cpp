@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <optional>
+#include <string_view>
 
 namespace vorn::tool {
 
@@ -20,12 +21,12 @@ bool digitsOnly(const std::string& text)
 }
 
 struct Currency {
-    const char* code;
+    std::string_view code;
     const char* letters;
     std::size_t decimals;
 };
 
-const Currency kCurrencies[] = {
+constexpr Currency kCurrencies[] = {
     {"0156", "CNY", 2}, {"0840", "USD", 2}, {"0978", "EUR", 2}, {"0344", "HKD", 2}, {"0446", "MOP", 2},
     {"0901", "TWD", 2}, {"0392", "JPY", 0}, {"0410", "KRW", 0}, {"0702", "SGD", 2}, {"0826", "GBP", 2},
     {"0643", "RUB", 2}, {"0764", "THB", 2}, {"0036", "AUD", 2}, {"0124", "CAD", 2}, {"0756", "CHF", 2},
@@ -39,7 +40,7 @@ const Currency* currencyOf(const std::string& code)
 }
 
 struct Named {
-    const char* code;
+    std::string_view code;
     const char* name;
 };
 
@@ -54,14 +55,15 @@ std::string named(const Named (&rows)[N], const std::string& code)
     return code;
 }
 
-const Named kCountries[] = {{"0156", "China"},   {"0344", "Hong Kong"}, {"0446", "Macao"},
-                            {"0158", "Taiwan"},  {"0840", "USA"},       {"0392", "Japan"},
-                            {"0410", "Korea"},   {"0702", "Singapore"}, {"0826", "United Kingdom"},
-                            {"0276", "Germany"}, {"0250", "France"},    {"0643", "Russia"}};
+constexpr Named kCountries[] = {{"0156", "China"},   {"0344", "Hong Kong"}, {"0446", "Macao"},
+                                {"0158", "Taiwan"},  {"0840", "USA"},       {"0392", "Japan"},
+                                {"0410", "Korea"},   {"0702", "Singapore"}, {"0826", "United Kingdom"},
+                                {"0276", "Germany"}, {"0250", "France"},    {"0643", "Russia"}};
 
-const Named kTypes[] = {{"00", "purchase"}, {"01", "cash"},    {"09", "purchase with cashback"}, {"20", "refund"},
-                        {"21", "deposit"},  {"30", "inquiry"}, {"31", "balance inquiry"},        {"40", "transfer"},
-                        {"60", "load"},     {"61", "load"},    {"62", "load, unlinked account"}, {"63", "cash load"}};
+constexpr Named kTypes[] = {
+    {"00", "purchase"}, {"01", "cash"},    {"09", "purchase with cashback"}, {"20", "refund"},
+    {"21", "deposit"},  {"30", "inquiry"}, {"31", "balance inquiry"},        {"40", "transfer"},
+    {"60", "load"},     {"61", "load"},    {"62", "load, unlinked account"}, {"63", "cash load"}};
 
 struct Character {
     std::uint32_t code;
@@ -112,8 +114,11 @@ bool wide(std::uint32_t code)
 
 // ---------------------------------------------------------------- values
 
-std::string printable(const std::string& utf8)
+std::string printable(std::string utf8)
 {
+    if (std::all_of(utf8.begin(), utf8.end(), [](char c) { return c >= 0x20 && c < 0x7F; })) {
+        return utf8;
+    }
     std::string text;
     for (std::size_t at = 0; at < utf8.size();) {
         const auto character = characterAt(utf8, at);
@@ -141,7 +146,7 @@ bool gbkConverts()
     return known;
 }
 
-GbkText gbkText(const Bytes& bytes)
+GbkText gbkText(ByteSpan bytes)
 {
     std::string text(bytes.begin(), bytes.end());
     text.erase(std::min(text.find('\0'), text.size()));
@@ -159,7 +164,7 @@ GbkText gbkText(const Bytes& bytes)
     return {printable(converted.data()), ""};
 }
 
-std::string textOfGbk(const Bytes& bytes)
+std::string textOfGbk(ByteSpan bytes)
 {
     const GbkText text = gbkText(bytes);
     return text.problem.empty() ? text.text : text.text + " (" + text.problem + ")";
@@ -212,7 +217,7 @@ std::string currencyCode(const std::string& text)
 {
     for (const Currency& row : kCurrencies) {
         if (text == row.letters) {
-            return row.code;
+            return std::string(row.code);
         }
     }
     return text;

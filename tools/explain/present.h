@@ -10,21 +10,21 @@
 
 namespace vorn::tool {
 
-using sim::Bytes;
+using sim::ByteSpan;
 
 // ------------------------------------------------------------ values
 
 // Control characters could drive the terminal, marks of writing direction turn a text round, and cards come from
 // strangers.
-std::string printable(const std::string& utf8);
+std::string printable(std::string utf8);
 bool plainAscii(const std::string& text);
 // A card's text: ASCII as it stands, anything else converted from GBK; hex with the reason when that cannot be done.
 struct GbkText {
     std::string text; // UTF-8
     std::string problem;
 };
-GbkText gbkText(const Bytes& bytes);
-std::string textOfGbk(const Bytes& bytes); // both in one
+GbkText gbkText(ByteSpan bytes);
+std::string textOfGbk(ByteSpan bytes); // both in one
 // Whether this system's C library has its module for GBK, as the library finds it.
 bool gbkConverts();
 extern const char* const kNoGbk; // what is said where it has none

@@ -91,7 +91,7 @@ std::vector<Bytes> hexLines(const std::string& text)
     return lines;
 }
 
-bool endsWithStatus(const Bytes& bytes) { return bytes.size() >= 2 && looksLikeStatus({bytes.end() - 2, bytes.end()}); }
+bool endsWithStatus(ByteSpan bytes) { return bytes.size() >= 2 && looksLikeStatus(bytes.last(2)); }
 
 bool exchanges(const std::vector<Bytes>& lines)
 {
@@ -106,7 +106,7 @@ bool exchanges(const std::vector<Bytes>& lines)
     return true;
 }
 
-bool wholeAnswerToReset(const Bytes& bytes)
+bool wholeAnswerToReset(ByteSpan bytes)
 {
     const auto parts = bytes[0] == 0x3B || bytes[0] == 0x3F ? decodeAtr(bytes) : std::vector<AtrPart>();
     return bytes.size() >= 2 && !parts.empty() && std::none_of(parts.begin(), parts.end(), [](const AtrPart& part) {
@@ -115,7 +115,7 @@ bool wholeAnswerToReset(const Bytes& bytes)
 }
 
 // A list's tags are all known ones; what looks like one by chance has others.
-bool knownList(const Bytes& bytes)
+bool knownList(ByteSpan bytes)
 {
     const auto list = tlv::parseDol(bytes);
     constexpr std::size_t longest = 64;
@@ -125,24 +125,23 @@ bool knownList(const Bytes& bytes)
            });
 }
 
-bool knownObjects(const Bytes& bytes)
+bool knownObjects(ByteSpan bytes)
 {
-    const auto objects = tlv::parse(bytes);
-    return objects && !objects->empty() && !tagName(objects->front().tag).empty();
+    const auto first = tlv::wellFormed(bytes) ? tlv::Cursor(bytes).object() : std::nullopt;
+    return first && !tagName(first->tag).empty();
 }
 
-bool cryptogram(sim::CryptogramText kind, const Bytes& bytes)
+bool cryptogram(sim::CryptogramText kind, ByteSpan bytes)
 {
     return sim::readCryptogramText(kind, toHex(bytes)).mistake.empty();
 }
 
-bool state(const Bytes& bytes)
+bool state(ByteSpan bytes)
 {
-    return bytes.size() > 3 && bytes[0] >= 1 && bytes[0] <= 3 && bytes[1] == 0x8D &&
-           knownObjects(Bytes(bytes.begin() + 1, bytes.end()));
+    return bytes.size() > 3 && bytes[0] >= 1 && bytes[0] <= 3 && bytes[1] == 0x8D && knownObjects(bytes.from(1));
 }
 
-InputKind kindOfBytes(const Bytes& bytes)
+InputKind kindOfBytes(ByteSpan bytes)
 {
     if (looksLikeStatus(bytes)) {
         return InputKind::Status;
@@ -168,7 +167,7 @@ InputKind kindOfBytes(const Bytes& bytes)
     if (knownList(bytes)) {
         return InputKind::List;
     }
-    const Bytes data(bytes.begin(), bytes.end() - static_cast<std::ptrdiff_t>(std::min<std::size_t>(bytes.size(), 2)));
+    const ByteSpan data = bytes.first(bytes.size() - std::min<std::size_t>(bytes.size(), 2));
     if (endsWithStatus(bytes) && knownObjects(data)) {
         return InputKind::Response;
     }
@@ -180,7 +179,7 @@ InputKind kindOfBytes(const Bytes& bytes)
                                                                 : InputKind::Objects;
 }
 
-Explanation explainAnswerToReset(const Bytes& bytes)
+Explanation explainAnswerToReset(ByteSpan bytes)
 {
     Explanation result{"answer to reset", {}, {}};
     for (const AtrPart& part : decodeAtr(bytes)) {
@@ -205,7 +204,7 @@ Explanation explainExchanges(const std::vector<Bytes>& lines, bool show)
     return result;
 }
 
-Explanation explainBytes(InputKind kind, const Bytes& bytes, bool show)
+Explanation explainBytes(InputKind kind, ByteSpan bytes, bool show)
 {
     switch (kind) {
     case InputKind::Frame:

@@ -24,37 +24,67 @@ const char* kindName(ItemKind kind)
     return "object";
 }
 
-std::string headOf(const Item& item)
+std::string_view blanks(std::size_t count)
 {
-    const std::string number = item.number > 0 ? std::to_string(item.number) + ". " : "";
-    const std::string gap = item.name.empty() || item.title.empty() ? "" : "  ";
-    return number + item.name + gap + item.title;
+    static const std::string kBlanks(256, ' '); // deeper than any tree
+    return std::string_view(kBlanks).substr(0, count);
+}
+
+void addLine(TextBuffer& text, std::string_view indent, std::string_view line)
+{
+    text.add(indent);
+    text.add(line);
+    text.add('\n');
+}
+
+void addHead(TextBuffer& text, const Item& item)
+{
+    if (item.number > 0) {
+        text.add(std::to_string(item.number));
+        text.add(". ");
+    }
+    text.add(item.name);
+    if (!item.name.empty() && !item.title.empty()) {
+        text.add("  ");
+    }
+    text.add(item.title);
 }
 
 } // namespace
 
-std::string textOf(const Item& item, std::size_t depth)
+void addText(TextBuffer& text, const Item& item, std::size_t depth)
 {
-    const std::string indent(2 * depth, ' ');
-    const std::string inner = indent + "    ";
-    const std::string mark = item.failed ? "!! " : "";
-    const std::string head = headOf(item);
-    std::string text;
-    if (head.empty()) {
-        text += indent + mark + item.words + "\n";
+    const std::string_view indent = blanks(2 * depth);
+    const std::string_view inner = blanks(2 * depth + 4);
+    const bool headless = item.number == 0 && item.name.empty() && item.title.empty();
+    text.add(indent);
+    if (item.failed) {
+        text.add("!! ");
+    }
+    if (headless) {
+        text.add(item.words);
     } else {
-        text += indent + mark + head + "\n";
+        addHead(text, item);
     }
+    text.add('\n');
     if (!item.hex.empty()) {
-        text += inner + item.hex + "\n";
+        addLine(text, inner, item.hex);
     }
-    if (!head.empty() && !item.words.empty() && item.words != item.hex) {
-        text += inner + item.words + "\n";
+    if (!headless && !item.words.empty() && item.words != item.hex) {
+        addLine(text, inner, item.words);
     }
     for (const Item& below : item.below) {
-        text += textOf(below, depth + (below.kind == ItemKind::Note ? 2 : 1));
+        addText(text, below, depth + (below.kind == ItemKind::Note ? 2 : 1));
     }
-    return text;
+}
+
+std::string textOf(const Item& item, std::size_t depth)
+{
+    std::string whole;
+    TextBuffer text([&whole](std::string_view part) { whole += part; });
+    addText(text, item, depth);
+    text.flush();
+    return whole;
 }
 
 nlohmann::ordered_json jsonOf(const Item& item)

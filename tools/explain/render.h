@@ -3,6 +3,7 @@
 #pragma once
 
 #include "tools/explain/item.h"
+#include "tools/explain/text_buffer.h"
 
 #include <nlohmann/json_fwd.hpp>
 
@@ -11,6 +12,7 @@
 namespace vorn::tool {
 
 std::string textOf(const Item& item, std::size_t depth = 0);
+void addText(TextBuffer& text, const Item& item, std::size_t depth = 0);
 nlohmann::ordered_json jsonOf(const Item& item);
 
 } // namespace vorn::tool

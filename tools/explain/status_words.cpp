@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/explain/status_words.h"
 
-#include <cstdio>
+#include "tools/explain/hex.h"
 
 namespace vorn::tool {
 
@@ -97,9 +97,8 @@ std::string statusMeaning(unsigned statusWord)
 
 std::string statusText(unsigned statusWord)
 {
-    char digits[5];
-    std::snprintf(digits, sizeof digits, "%04X", statusWord & 0xFFFFU);
-    return std::string(digits) + " (" + statusMeaning(statusWord) + ")";
+    const auto high = static_cast<std::uint8_t>(statusWord >> 8);
+    return toHex({high, static_cast<std::uint8_t>(statusWord)}) + " (" + statusMeaning(statusWord) + ")";
 }
 
 } // namespace vorn::tool

@@ -3,6 +3,7 @@
 
 #include "tools/explain/hex.h"
 #include "tools/explain/present.h"
+#include "tools/explain/tag_index.h"
 
 #include <algorithm>
 
@@ -11,8 +12,6 @@ namespace vorn::tool {
 namespace tlv = sim::tlv;
 
 namespace {
-
-constexpr std::size_t kDeepest = 8;
 
 // How a value is put into words.
 enum class Form { Hex, Text, Gbk, Amount, Date, Time, Country, Pan, Track2, Dol, Aid, Cid };
@@ -23,7 +22,7 @@ struct Row {
     const char* name;
 };
 
-const Row kRows[] = {
+constexpr Row kRows[] = {
     {0x42, Form::Hex, "Issuer identification number"},
     {0x4F, Form::Aid, "Application identifier (AID)"},
     {0x50, Form::Text, "Application label"},
@@ -123,8 +122,10 @@ const Row kRows[] = {
     {0x9F62, Form::Hex, "Cardholder document type"},
     {0x9F63, Form::Hex, "Card product identification"},
     {0x9F66, Form::Hex, "Terminal transaction qualifiers (TTQ)"},
+    {0x9F69, Form::Hex, "Card authentication related data"},
     {0x9F6B, Form::Hex, "Track 2 data"},
     {0x9F6C, Form::Hex, "Card transaction qualifiers"},
+    {0x9F74, Form::Text, "Electronic cash issuer authorisation code"},
     {0x9F77, Form::Amount, "Electronic cash balance limit"},
     {0x9F78, Form::Amount, "Electronic cash single transaction limit"},
     {0x9F79, Form::Amount, "Electronic cash balance"},
@@ -137,16 +138,11 @@ const Row kRows[] = {
     {0xDF69, Form::Hex, "SM algorithm indicator"},
 };
 
-const Row* rowOf(Tag tag)
-{
-    const auto* const row =
-        std::find_if(std::begin(kRows), std::end(kRows), [tag](const Row& r) { return r.tag == tag; });
-    return row == std::end(kRows) ? nullptr : row;
-}
+constexpr TagIndex kIndex(kRows);
 
 std::string place(std::size_t position) { return "at byte " + std::to_string(position); }
 
-void walkLevel(const Bytes& bytes, std::size_t base, std::size_t depth, TlvWalk& walk)
+void walkLevel(ByteSpan bytes, std::size_t base, std::size_t depth, TlvWalk& walk)
 {
     tlv::Cursor cursor(bytes);
     while (!cursor.atEnd() && walk.problem.empty()) {
@@ -158,14 +154,14 @@ void walkLevel(const Bytes& bytes, std::size_t base, std::size_t depth, TlvWalk&
         const auto tag = cursor.tag();
         const auto length = tag ? cursor.length() : std::nullopt;
         const std::size_t valueAt = cursor.position();
-        const auto value = length ? cursor.take(*length) : std::nullopt;
+        const auto value = length ? cursor.look(*length) : std::nullopt;
         if (!value) {
             walk.stoppedAt = base + start;
             walk.problem = (tag ? "object " + tlv::toHex(*tag) + " " + place(base + start) + " is not whole"
                                 : "no whole tag " + place(base + start));
             return;
         }
-        const bool constructed = tlv::constructed(*tag) && depth < kDeepest; // deeper ones are bytes
+        const bool constructed = tlv::constructed(*tag) && depth < kDeepestObject; // deeper ones are bytes
         walk.nodes.push_back({*tag, depth, base + valueAt, *value, constructed});
         if (constructed) {
             walkLevel(*value, base + valueAt, depth + 1, walk);
@@ -173,7 +169,7 @@ void walkLevel(const Bytes& bytes, std::size_t base, std::size_t depth, TlvWalk&
     }
 }
 
-std::string trackText(const Bytes& value)
+std::string trackText(ByteSpan value)
 {
     std::string text = toHex(value);
     text.resize(std::min(text.size(), text.find('F')));
@@ -183,13 +179,13 @@ std::string trackText(const Bytes& value)
     return text;
 }
 
-std::string panText(const Bytes& value)
+std::string panText(ByteSpan value)
 {
     const std::string text = toHex(value);
     return text.substr(0, text.find('F'));
 }
 
-std::string listText(const Bytes& value)
+std::string listText(ByteSpan value)
 {
     const auto list = tlv::parseDol(value);
     if (!list) {
@@ -202,9 +198,8 @@ std::string listText(const Bytes& value)
     return text;
 }
 
-std::string wordsOf(Form form, const Bytes& value)
+std::string wordsOf(Form form, ByteSpan value)
 {
-    const std::string hex = toHex(value);
     switch (form) {
     case Form::Hex:
     case Form::Aid:
@@ -214,13 +209,13 @@ std::string wordsOf(Form form, const Bytes& value)
     case Form::Gbk:
         return textOfGbk(value);
     case Form::Amount:
-        return amountText(hex);
+        return amountText(toHex(value));
     case Form::Date:
-        return dateText(hex);
+        return dateText(toHex(value));
     case Form::Time:
-        return timeText(hex);
+        return timeText(toHex(value));
     case Form::Country:
-        return countryText(hex);
+        return countryText(toHex(value));
     case Form::Pan:
         return panText(value);
     case Form::Track2:
@@ -235,22 +230,24 @@ std::string wordsOf(Form form, const Bytes& value)
 
 } // namespace
 
-TlvWalk walkTlv(const Bytes& bytes)
+TlvWalk walkTlv(ByteSpan bytes)
 {
+    constexpr std::size_t usual = 16;
     TlvWalk walk;
+    walk.nodes.reserve(std::min(usual, bytes.size()));
     walkLevel(bytes, 0, 0, walk);
     return walk;
 }
 
-std::string tagName(Tag tag)
+std::string_view tagName(Tag tag)
 {
-    const Row* const row = rowOf(tag);
+    const Row* const row = kIndex.find(tag);
     return row == nullptr ? "" : row->name;
 }
 
 std::string valueInWords(const TlvNode& node, bool show)
 {
-    const Row* const row = rowOf(node.tag);
+    const Row* const row = kIndex.find(node.tag);
     if (row == nullptr || node.constructed) {
         return "";
     }

@@ -7,18 +7,21 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace vorn::tool {
 
-using sim::Bytes;
+using sim::ByteSpan;
 using sim::tlv::Tag;
+
+constexpr std::size_t kDeepestObject = 8; // what is in deeper ones are bytes
 
 struct TlvNode {
     Tag tag = 0;
     std::size_t depth = 0;
     std::size_t valueAt = 0; // in the bytes that were walked
-    Bytes value;
+    ByteSpan value;          // among them
     bool constructed = false;
 };
 
@@ -29,9 +32,9 @@ struct TlvWalk {
     std::size_t stoppedAt = 0; // where the problem is
 };
 
-TlvWalk walkTlv(const Bytes& bytes);
+TlvWalk walkTlv(ByteSpan bytes);
 
-std::string tagName(Tag tag); // "Application PAN", or empty
+std::string_view tagName(Tag tag); // "Application PAN", or empty
 
 // The value in words, where there is something to say: text, an amount, a date, a list of tags. May be empty.
 std::string valueInWords(const TlvNode& node, bool show);

@@ -56,7 +56,7 @@ std::string commandText(const LineExchange& exchange, bool show)
 std::string payloadText(const LineExchange& exchange, bool show)
 {
     if (const Bytes apdu = exchange.apdu(); !apdu.empty()) {
-        const Bytes data = dataOf(exchange.payload);
+        const ByteSpan data = dataOf(exchange.payload);
         const std::string hex = dataHex(apdu, data, show);
         return (data.empty() ? "" : hex + "  ") + statusText(statusOf(exchange.payload));
     }
