@@ -135,7 +135,7 @@ TEST(Shown, ValuesThatAreNoneStayAsTheyAre)
     EXPECT_EQ(currencyCode("CNY"), "0156");
     EXPECT_EQ(countryText("0999"), "0999");
     EXPECT_EQ(transactionTypeText("77"), "77");
-    EXPECT_EQ(textOfGbk({0xFF, 0xFF}), "FFFF (no GBK text)");
+    EXPECT_EQ(textOfGbk(vorn::sim::Bytes{0xFF, 0xFF}), "FFFF (no GBK text)");
 }
 
 TEST(Shown, BytesThatAreNoTextBringNothingToATerminal)

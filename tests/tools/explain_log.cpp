@@ -103,6 +103,26 @@ std::vector<EndRow> endRows()
     };
 }
 
+TEST(LogStory, ComesWholeThroughABufferThatIsSmallerThanIt)
+{
+    std::string whole;
+    std::string written;
+    std::size_t blocks = 0;
+    vorn::tool::TextBuffer buffer([&](std::string_view text) {
+        written += text;
+        ++blocks;
+    });
+    for (const std::size_t size : {1U, 40000U, 30000U, 0U, 65536U, 7U, 200000U, 65537U, 3U}) {
+        const std::string part(size, static_cast<char>('a' + size % 26));
+        buffer.add(part);
+        whole += part;
+    }
+    EXPECT_LT(written.size(), whole.size());
+    buffer.flush();
+    EXPECT_TRUE(written == whole);
+    EXPECT_LE(blocks, 8U);
+}
+
 TEST(LogStory, SaysHowACallEndedAndMarksTheExchangeThatDecided)
 {
     for (const EndRow& row : endRows()) {

@@ -2,9 +2,11 @@
 // What everybody may see of a card's data, and what nobody.
 #include "sim/data/bytes.h"
 #include "tools/explain/mask.h"
+#include "tools/explain/mask_scan.h"
 
 #include <gtest/gtest.h>
 
+#include <random>
 #include <string>
 
 namespace {
@@ -148,6 +150,40 @@ TEST(Mask, FreeTextShowsNoAccountNumber)
     for (const TextRow& row : kTextRows) {
         EXPECT_EQ(maskText(row.text), row.masked) << row.what;
     }
+}
+
+// Any 12 to 19 digits that pass the check, or 12 that begin like a card's number.
+bool holdsAccountNumber(const std::string& digits)
+{
+    for (std::size_t at = 0; at + 12 <= digits.size(); ++at) {
+        if (digits[at] >= '3' && digits[at] <= '6' && digits.compare(at + 1, 5, "00000") != 0) {
+            return true;
+        }
+        for (std::size_t size = 12; size <= 19 && at + size <= digits.size(); ++size) {
+            if (digits[at] != '0' && vorn::tool::passesLuhn(digits.substr(at, size))) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+TEST(Mask, DigitsAreHiddenWhereverAnAccountNumberCouldStandInThem)
+{
+    std::mt19937 random(9); // NOLINT(cert-msc51-cpp): the same in each run
+    int hidden = 0;
+    int shown = 0;
+    for (int round = 0; round < 2000; ++round) {
+        std::string digits;
+        for (std::size_t size = 10 + random() % 16; digits.size() < size;) {
+            digits += "0012789"[random() % 7]; // few that a card's number begins with
+        }
+        const bool expected = holdsAccountNumber(digits);
+        EXPECT_EQ(maskText("=" + digits + "!").find('*') != std::string::npos, expected) << digits;
+        ++(expected ? hidden : shown);
+    }
+    EXPECT_GT(hidden, 100);
+    EXPECT_GT(shown, 100);
 }
 
 TEST(Mask, AnExcerptNamesTheInputWithoutItsDigits)

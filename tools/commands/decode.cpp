@@ -171,16 +171,22 @@ InputKind wanted(const Options& options)
                           : InputKind::Unknown;
 }
 
-Exit tellLog(Input& input, const std::string& head, const Options& options)
+template <class Story>
+void tellPieces(Story& story, Input& input, const std::string& head, Output& output)
 {
-    Output output(options);
-    output.begin("log");
-    LogStory story(options.show, [&output](const Item& item) { output.item(item); });
     for (std::string piece = head; !piece.empty(); piece = input.next()) {
         story.add(piece.data(), piece.size());
         output.flush(); // what is told may be looked at while the next piece is waited for
     }
     story.end();
+}
+
+Exit tellLog(Input& input, const std::string& head, const Options& options)
+{
+    Output output(options);
+    output.begin("log");
+    LogStory story(options.show, [&output](const Item& item) { output.item(item); });
+    tellPieces(story, input, head, output);
     output.end("");
     return Exit::Ok;
 }
@@ -190,10 +196,7 @@ Exit tellRecording(Input& input, const std::string& head, const Options& options
     Output output(options);
     output.begin("recording");
     RecordingStory story(options.show, [&output](const Item& item) { output.item(item); });
-    for (std::string piece = head; !piece.empty(); piece = input.next()) {
-        story.add(piece.data(), piece.size());
-    }
-    story.end();
+    tellPieces(story, input, head, output);
     output.end(story.problem());
     if (!story.problem().empty()) {
         throw Failure(Exit::DataMissing, "not decoded to its end: " + story.problem());

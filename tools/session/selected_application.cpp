@@ -31,7 +31,7 @@ SelectedApplication selectedApplication(const std::vector<LineExchange>& exchang
         if (instruction == kProcessingOptions) {
             break;
         }
-        const Bytes data = dataOf(exchange.payload);
+        const Bytes data = dataOf(exchange.payload).copy();
         const auto name = instruction == kSelect || instruction == 0xC0 ? tlv::find(data, 0x84) : std::nullopt;
         if (!name || statusOf(exchange.payload) != kDone) {
             continue;
