@@ -5,6 +5,7 @@
 #include "sim/issuer/issuer.h"
 #include "sim/profiles/profile.h"
 #include "sim/reader/line_decoder.h"
+#include "sim/reader/observations.h"
 #include "support/readers.h"
 
 #include "ICC_COMM_VORN.h"
@@ -502,6 +503,25 @@ void drivers()
     driver("usb", 0x01, 0, {0x3B, 0x80, 0x80, 0x01, 0x01});
 }
 
+// Every observation alone, with a value that it may have, and all of them.
+void reports()
+{
+    const auto report = [](const std::string& observations) {
+        return bytesOf(R"({"format": "vorn-acceptance", "version": 1, "observations": {)" + observations + "}}");
+    };
+    std::string all;
+    for (const sim::ObservationName& one : sim::observationNames()) {
+        const bool number = one.kind == sim::ObservationKind::Number || one.kind == sim::ObservationKind::Time;
+        const std::string text = one.kind == sim::ObservationKind::Word    ? one.words.back()
+                                 : one.kind == sim::ObservationKind::Reply ? "raw 15"
+                                                                           : "12";
+        const std::string member = '"' + std::string(one.name) + "\": " + (number ? "24" : '"' + text + '"');
+        write("sim_report", one.name, report(member));
+        all += (all.empty() ? "" : ", ") + member;
+    }
+    write("sim_report", "all", report(all));
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -530,6 +550,7 @@ int main(int argc, char** argv)
     }
     fixedTexts();
     drivers();
+    reports();
 #ifdef VORN_USB_REDIRECTION
     redirection();
 #endif

@@ -169,7 +169,7 @@ struct Reader::State {
     std::vector<Output> escape(const std::string& sequence);
     std::vector<Output> badFrame(const std::string& problem);
     std::vector<Output> command(const Bytes& command);
-    std::vector<Output> send(Bytes frame, milliseconds delay) const;
+    std::vector<Output> send(Bytes bytes, milliseconds delay) const;
     void answerOneOfTwo(int number, std::vector<Output>& earlier, std::vector<Output>& latest) const;
     Reply carryOut(const Bytes& command);
     Reply asThisUnit(const Bytes& command);

@@ -234,6 +234,31 @@ TEST_F(AcceptTest, StepsAreListedAndLeftOut)
     EXPECT_EQ(run(scratch, {"accept"}).code, kUsage);
 }
 
+// Nobody moves the card of a simulator that is in another process: what a person says is looked at.
+TEST_F(AcceptTest, OnATerminalAPersonIsAskedToMoveTheCard)
+{
+    if (std::system("command -v script >/dev/null") != 0) {
+        GTEST_SKIP() << "no script here, which gives a program a terminal";
+    }
+    Process reader(scratch, {"sim", "debit"});
+    const std::string command = tool().string() + " accept --only insertion --port " + reader.outputLine();
+    const auto answering = [&](const std::string& answers) {
+        const std::string said = path("said");
+        const std::string line = "printf '" + answers + "' | script -qec '" + command + "' /dev/null >'" + said + "'";
+        const int status = std::system(line.c_str());
+        return Result{WEXITSTATUS(status), contents(said), ""};
+    };
+    const Result done = answering("y\\ny\\n");
+    EXPECT_EQ(done.code, kDiffers) << done.output;
+    EXPECT_TRUE(done.says("Take the card out, then answer y")) << done.output;
+    EXPECT_TRUE(done.says("Put a card into the contact slot, then answer y")) << done.output;
+    EXPECT_TRUE(done.says("! The card taken out: not seen  (simulator: seen)")) << done.output;
+    EXPECT_TRUE(done.says("A card put into the contact slot: seen")) << done.output;
+    const Result refused = answering("n\\n");
+    EXPECT_EQ(refused.code, kOk) << refused.output;
+    EXPECT_FALSE(refused.says("The card taken out")) << refused.output;
+}
+
 TEST_F(AcceptTest, AFileThatIsThereIsNotReplacedAndAReportThatIsNoneIsRefused)
 {
     const std::string file = scratch.file("there", "x");

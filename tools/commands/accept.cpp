@@ -53,9 +53,9 @@ public:
     bool please(Wish wish) override
     {
         note(std::string(wish == Wish::PutIn ? "Put a card into the contact slot" : "Take the card out") +
-             ", then press Enter (n and Enter: go on without)");
+             ", then answer y (n: go on without)");
         const std::string answer = readLine();
-        return answer.empty() || (answer[0] != 'n' && answer[0] != 'N');
+        return answer[0] != 'n' && answer[0] != 'N';
     }
 };
 
