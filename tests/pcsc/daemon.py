@@ -92,7 +92,7 @@ class UsbReader:
     def __init__(self, folder, cards):
         path = pathlib.Path(tempfile.mkdtemp(dir=folder)) / "cards.json"
         path.write_text(json.dumps(cards))
-        self.process = subprocess.Popen([BUILD / "tests/usb/pcsc_usb_reader", path], stdin=subprocess.PIPE,
+        self.process = subprocess.Popen([BUILD / "tests/usb/usb_reader", path], stdin=subprocess.PIPE,
                                         stdout=subprocess.PIPE, text=True, env=dict(os.environ, TMPDIR="/tmp"))
         self.directory = self.process.stdout.readline().strip()
 

@@ -167,8 +167,7 @@ bool Examination::examineAccess(const PortInfo& port)
         return false;
     }
     if (!port.allowed) {
-        add(Kind::Bad, port.name, "you may not open it; it belongs to the group " + port.group,
-            "sudo adduser $USER " + port.group + ", then log in again");
+        add(Kind::Bad, port.name, "you may not open it; it belongs to the group " + port.group, port.advice);
         return false;
     }
     if (!port.holder.empty()) {

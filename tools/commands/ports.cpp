@@ -42,7 +42,7 @@ std::string answerAt(const PortInfo& port)
 
 std::string accessText(const PortInfo& port)
 {
-    return !port.there ? "not there" : port.allowed ? "yes" : "no: join the group " + port.group;
+    return !port.there ? "not there" : port.allowed ? "yes" : "no: it belongs to " + port.group;
 }
 
 Exit run(const Options& options)

@@ -12,6 +12,7 @@ struct PortInfo {
     std::string device; // "usb-serial", "16550A"; may be empty
     std::string group;  // that owns it
     std::string holder; // who has it locked or open; may be empty
+    std::string advice; // how a user who may not open it gets it
     bool there = false;
     bool tty = false;
     bool allowed = false; // this user may open it

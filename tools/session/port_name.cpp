@@ -2,6 +2,7 @@
 #include "tools/session/port_name.h"
 
 #include "tools/cli/quote.h"
+#include "tools/session/usb_reader.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -12,7 +13,6 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <optional>
 
 namespace vorn::tool {
@@ -23,8 +23,6 @@ namespace {
 
 const std::string kDev = "/dev/";
 constexpr std::size_t kLongestName = 115; // what the library's port parameter has room for
-const char* const kUsbVendor = "3a5c";
-const char* const kUsbProduct = "7e21";
 
 bool startsWith(const std::string& text, const std::string& beginning)
 {
@@ -44,22 +42,19 @@ std::optional<std::string> belowDev(const fs::path& path)
 // "..": a port lies below /dev, wherever a name leads on its way.
 bool climbs(const fs::path& name) { return std::find(name.begin(), name.end(), "..") != name.end(); }
 
-std::string firstLine(const fs::path& file)
-{
-    std::string line;
-    std::ifstream in(file);
-    std::getline(in, line);
-    return line;
-}
-
 Failure usbFailure()
 {
-    if (!usbReaderAttached()) {
+    const std::optional<UsbReader> reader = attachedUsbReader();
+    if (!reader.has_value()) {
         return {Exit::Port, "no reader on USB (3A5C:7E21)",
                 "plug it in, or name the tty it is attached to with --port"};
     }
+    if (::access(reader->node.c_str(), R_OK | W_OK) != 0) {
+        return {Exit::Permission, "no permission to use the reader on USB (" + reader->node + ")",
+                "'vorn doctor --port USB' tells what is missing: udev rule or group"};
+    }
     return {Exit::Permission, "the reader on USB could not be opened",
-            "another program may use it, or a udev rule is needed that lets you open 3A5C:7E21"};
+            "another program may use it; 'vorn doctor --port USB' tells which"};
 }
 
 Failure openFailure(const std::string& path, int error)
@@ -83,18 +78,6 @@ Failure openFailure(const std::string& path, int error)
 }
 
 } // namespace
-
-bool usbReaderAttached()
-{
-    std::error_code error;
-    for (const auto& device : fs::directory_iterator("/sys/bus/usb/devices", error)) {
-        if (firstLine(device.path() / "idVendor") == kUsbVendor &&
-            firstLine(device.path() / "idProduct") == kUsbProduct) {
-            return true;
-        }
-    }
-    return false;
-}
 
 std::string portName(const std::string& written)
 {

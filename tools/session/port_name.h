@@ -11,8 +11,6 @@ namespace vorn::tool {
 // "USB", or the name below /dev: "/dev/ttyS1", a link to a tty anywhere, "ttyS1" and "pts/3" are accepted.
 std::string portName(const std::string& written);
 
-bool usbReaderAttached();
-
 // Finds out why the library could not open it.
 Failure portFailure(const std::string& port);
 

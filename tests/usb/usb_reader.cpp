@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// A reader on USB for a daemon in another process: the emulated device with a simulated reader behind it. The first line
-// on standard output is the directory that the daemon gets as UMOCKDEV_DIR; then it does what it is told on standard
-// input: "plug", "unplug", each answered by "done", until the input ends.
+// A reader on USB for another process: the emulated device with a simulated reader behind it. The first line on standard
+// output is the directory that the other one gets as UMOCKDEV_DIR; then it does what it is told on standard input: "plug",
+// "unplug", each answered by "done", until the input ends.
 #include "sim/profiles/profile.h"
 #include "sim/reader/reader.h"
 #include "usb/usb_device.h"
@@ -55,7 +55,7 @@ int run(const std::string& profile)
 int main(int argc, char** argv)
 {
     if (argc != 2) {
-        std::cerr << "usage: pcsc_usb_reader PROFILE\n";
+        std::cerr << "usage: usb_reader PROFILE\n";
         return EXIT_FAILURE;
     }
     try {
