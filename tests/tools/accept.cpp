@@ -309,7 +309,8 @@ TEST_F(AcceptTest, ASilentReaderIsSaidToBeSilentAndTheReportTellsHowFarItWent)
 
 TEST_F(AcceptTest, APortThatIsNotThereOrIsUsedIsNamed)
 {
-    EXPECT_EQ(run(scratch, {"accept", "--port", "ttyNone7"}).code, kPort);
+    EXPECT_EQ(run(scratch, {"accept", "--port", "ttyNone7", "--report", path("r.json")}).code, kPort);
+    EXPECT_FALSE(fs::exists(path("r.json")));
     EXPECT_EQ(run(scratch, {"accept", "--port", "null"}).code, kPort);
     Process reader(scratch, {"sim", "wallet"});
     const std::string port = reader.outputLine();
@@ -318,27 +319,36 @@ TEST_F(AcceptTest, APortThatIsNotThereOrIsUsedIsNamed)
     EXPECT_EQ(run(scratch, {"accept", "--port", port}).code, kPortBusy);
 }
 
-TEST_F(AcceptTest, AnEchoIsNoReader)
+// What the tool makes of something at the other end that says this to what it hears.
+int endAt(const Scratch& scratch, const std::function<std::string(const std::string& heard)>& says)
 {
     int master = -1, slave = -1;
     char name[64];
-    ASSERT_EQ(::openpty(&master, &slave, name, nullptr, nullptr), 0);
+    EXPECT_EQ(::openpty(&master, &slave, name, nullptr, nullptr), 0);
     termios raw{};
     ::cfmakeraw(&raw);
     ::tcsetattr(slave, TCSANOW, &raw);
-    std::thread echo([master] {
+    std::thread other([master, &says] {
         char piece[256];
         for (ssize_t count = 0; (count = ::read(master, piece, sizeof piece)) > 0;) {
-            if (::write(master, piece, static_cast<std::size_t>(count)) < 0) {
+            const std::string answer = says(std::string(piece, static_cast<std::size_t>(count)));
+            if (::write(master, answer.data(), answer.size()) < 0) {
                 return;
             }
         }
     });
     const Result result = run(scratch, {"accept", "--port", name});
-    EXPECT_EQ(result.code, kWrongDevice) << result.output << result.errors;
     ::close(slave);
-    echo.join();
+    other.join();
     ::close(master);
+    return result.code;
+}
+
+TEST_F(AcceptTest, WhatAnswersAndIsNoReaderIsLeftAlone)
+{
+    EXPECT_EQ(endAt(scratch, [](const std::string& heard) { return heard; }), kWrongDevice) << "an echo";
+    EXPECT_EQ(endAt(scratch, [](const std::string&) { return "login: \r\n"; }), kWrongDevice) << "a computer";
+    EXPECT_EQ(endAt(scratch, [](const std::string&) { return std::string(3000, '7'); }), kWrongDevice) << "a talker";
 }
 
 TEST_F(AcceptTest, ASignalEndsTheRunWithTheReaderAtRestAndTheReportWritten)

@@ -50,8 +50,10 @@ public:
     virtual void lastWords() {}
 };
 
-// Is what was heard all that is waited for?
+// Is what was heard all that is waited for? Of what talks without an end no more is heard.
 bool complete(const Bytes& heard, int frames);
+constexpr std::size_t kTextMost = 256;
+constexpr std::size_t kFramesMost = 4096;
 
 constexpr Time kTextSilence{200}; // a version is over; hosts wait 50 ms
 

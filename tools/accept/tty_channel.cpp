@@ -21,9 +21,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::size_t kPiece = 128;  // what the library writes at once
-constexpr std::size_t kMost = 65536; // of a line that talks without an end
-constexpr Time kStalled{2000};       // no byte of the output has gone
+constexpr std::size_t kPiece = 128; // what the library writes at once
+constexpr Time kStalled{2000};      // no byte of the output has gone
 
 class TtyChannel : public Channel {
 public:
@@ -70,7 +69,7 @@ public:
     {
         Heard heard;
         auto last = sent_;
-        while (!complete(heard.bytes, until.frames) && heard.bytes.size() < kMost) {
+        while (!complete(heard.bytes, until.frames)) {
             const bool text = until.frames == 0 && !heard.bytes.empty();
             if (!readable(text ? kTextSilence : until.patience)) {
                 break;

@@ -27,7 +27,6 @@ constexpr unsigned kWriteMs = 2000;
 constexpr unsigned kStrayMs = 20;
 constexpr int kStrayMax = 64;       // packets of a device that never stops
 constexpr std::size_t kPacket = 64; // what the library asks for
-constexpr std::size_t kMost = 65536;
 constexpr unsigned kInBit = 0x80;
 constexpr std::size_t kDeviceDescriptor = 18; // bytes; USB 2.0, 9.6.1
 constexpr std::size_t kDescriptorsMax = 1024;
@@ -100,7 +99,7 @@ public:
     {
         Heard heard;
         auto last = sent_;
-        while (!complete(heard.bytes, until.frames) && heard.bytes.size() < kMost) {
+        while (!complete(heard.bytes, until.frames)) {
             const auto packet = receive(until.patience);
             if (!packet) {
                 stray_ = true;

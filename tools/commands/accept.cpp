@@ -127,14 +127,14 @@ class Run {
 public:
     explicit Run(const Options& options) : options_(options)
     {
-        // Before the reader is asked anything: a run takes a while, and what it finds is to have a place.
-        open(options.report, report_);
-        open(options.html, html_);
         if (!options.profile.empty()) {
             simulated_ = std::make_unique<Simulated>(options);
         }
         port_ = simulated_ ? simulated_->port() : portName(options.port);
         channel_ = port_ == "USB" ? openUsb() : openTty(port_);
+        // Before the reader is asked anything: a run takes a while, and what it finds is to have a place.
+        open(options.report, report_);
+        open(options.html, html_);
         line_ = std::make_unique<ReaderLine>(*channel_);
         if (options.verbose) {
             line_->onExchange([](const Bytes& command, const Reply& reply) { show(command, reply); });
