@@ -173,7 +173,10 @@ void writeParts(const std::string& name, const Simulated& reader)
         }
     }
     write("sim_line", name, commands);
-    write("sim_card", name, apdus);
+    for (const std::uint8_t abilities : {0x00, 0x02, 0x04, 0x06}) {
+        apdus[0] = abilities;
+        write("sim_card", name + "-" + std::to_string(abilities), apdus);
+    }
     Bytes raw{0x03};
     for (const auto& exchange : reader.exchanges()) {
         Bytes content{0x32, exchange.status};

@@ -182,8 +182,9 @@ Item ExchangeView::command(ByteSpan apdu) const { return command(apdu, maskedUnl
 std::vector<Item> ExchangeView::responseItems(ByteSpan apdu, ByteSpan data) const
 {
     const std::uint8_t instruction = apdu.size() < kHeader ? 0 : apdu[1];
-    const auto first = tlv::wellFormed(data) ? tlv::Cursor(data).object() : std::nullopt;
-    const bool plain = first && first->tag == kFormat1 && first->value.end() == data.end();
+    tlv::Cursor cursor(data);
+    const auto first = tlv::wellFormed(data) ? cursor.object() : std::nullopt;
+    const bool plain = first && first->tag == kFormat1 && cursor.atEnd();
     // GET RESPONSE hands over what the command before it asked for; two formats tell themselves by their first object.
     if (plain && (instruction == kProcessingOptions)) {
         return format1(first->value, {{0x82, 2}, {0x94, 0}}, show_);

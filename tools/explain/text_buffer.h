@@ -41,7 +41,7 @@ private:
     static constexpr std::size_t kCapacity = 65536;
 
     Write write_;
-    std::array<char, kCapacity> text_;
+    std::array<char, kCapacity> text_{};
     std::size_t size_ = 0;
 };
 
