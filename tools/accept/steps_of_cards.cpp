@@ -121,17 +121,16 @@ void useField(Bench& bench)
 void timeReplies(Bench& bench)
 {
     bench.line.makeReady();
-    std::optional<Time> gap;
-    const auto reply = believedTime([&]() -> std::optional<Time> {
-        const Reply one = bench.line.command({0x32, 0x25, 0x00, 0x00});
-        return one.status ? std::optional(one.heard.first) : std::nullopt;
-    });
-    gap = believedTime([&]() -> std::optional<Time> {
-        const Reply one = bench.line.command({0x32, 0x25, 0x00, 0x00});
-        return one.status ? std::optional(one.heard.gap) : std::nullopt;
-    });
-    if (reply && gap) {
-        bench.findings.time("timing.reply", *reply);
+    const auto measure = [&bench](Time Heard::*which) {
+        return believedTime([&]() -> std::optional<Time> {
+            const Reply reply = bench.line.command({0x32, 0x25, 0x00, 0x00});
+            return reply.status ? std::optional(reply.heard.*which) : std::nullopt;
+        });
+    };
+    if (const auto first = measure(&Heard::first)) {
+        bench.findings.time("timing.reply", *first);
+    }
+    if (const auto gap = measure(&Heard::gap)) {
         bench.findings.time("timing.gap", *gap);
     }
 }
