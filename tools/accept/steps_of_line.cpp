@@ -12,7 +12,8 @@ namespace vorn::tool::accept {
 
 namespace {
 
-constexpr Time kShortPatience{1000}; // where silence is the rule
+constexpr Time kShortPatience{2000}; // where silence is the rule
+constexpr Time kPausePatience{1000}; // where nothing is compared
 constexpr std::size_t kVersionMax = 64;
 
 const char* answeredOr(bool answered) { return answered ? "answered" : "silent"; }
@@ -116,14 +117,14 @@ void shortenPauses(Bench& bench)
     line.goSlow();
     bench.findings.number("pauses.fast", shortest(std::array<int, 6>{19, 12, 6, 3, 1, 0}, [&](Time pause) {
                               line.goFast(pause * 12 / 19, pause * 7 / 19);
-                              const bool answered = line.answers(kShortPatience);
+                              const bool answered = line.answers(kPausePatience);
                               line.goSlow();
                               return answered;
                           }));
     bench.findings.number("pauses.back", shortest(std::array<int, 6>{42, 20, 10, 5, 2, 0}, [&](Time pause) {
                               line.goFast();
                               line.goSlow(pause * 30 / 42, pause * 12 / 42);
-                              return !line.askVersion(kShortPatience).bytes.empty();
+                              return !line.askVersion(kPausePatience).bytes.empty();
                           }));
     line.goSlow();
 }
