@@ -110,4 +110,16 @@ CryptogramItems readCryptogramText(CryptogramText kind, const std::string& hex)
     return items;
 }
 
+std::string writeCryptogramText(const std::map<tlv::Tag, Bytes>& values)
+{
+    Bytes text;
+    for (const ItemRow& row : kItems) {
+        const auto found = values.find(row.tag);
+        if (found != values.end()) {
+            tlv::append(text, tlv::encode(row.tag, found->second));
+        }
+    }
+    return toHex(text);
+}
+
 } // namespace vorn::sim

@@ -20,4 +20,7 @@ struct CryptogramItems {
 
 CryptogramItems readCryptogramText(CryptogramText kind, const std::string& hex);
 
+// The text of an ARQC with these values; an item without a value is left out.
+std::string writeCryptogramText(const std::map<tlv::Tag, Bytes>& values);
+
 } // namespace vorn::sim

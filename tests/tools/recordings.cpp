@@ -3,6 +3,7 @@
 #include "sim/reader/line_decoder.h"
 #include "sim/reader/line_recording.h"
 #include "tools/explain/recognise.h"
+#include "tools/explain/recording_redaction.h"
 #include "tools/explain/recording_story.h"
 #include "tools/explain/render.h"
 #include "tools/running_tool.h"
@@ -178,6 +179,87 @@ TEST(RecordingStory, AUseWithoutAnEndIsBounded)
     EXPECT_TRUE(says(items[0].words, std::to_string(many) + " exchanges"));
 }
 
+// ---------------------------------------------------------------- a copy for others
+
+vorn::sim::Recording copyOf(const std::string& recording)
+{
+    const vorn::tool::RecordingRedaction redaction(vorn::sim::readRecording(recording), {});
+    return vorn::sim::readRecording(redaction.text("copy"));
+}
+
+// All bytes of the lines, in hex, one line each.
+std::string bytesIn(const vorn::sim::Recording& recording)
+{
+    std::string text;
+    for (const RecordedLine& line : recording.lines) {
+        text += line.hasBytes() ? vorn::sim::toHex(line.bytes) + "\n" : "";
+    }
+    return text;
+}
+
+std::string inHex(const Bytes& bytes) { return vorn::sim::toHex(bytes) + "\n"; }
+
+const std::string kRecord = "32260000B2010C00";
+
+TEST(RecordingRedaction, PutsZerosForSecretsAndMakesTheFramesRightAgain)
+{
+    const std::string recording = Script()
+                                      .asks(kRecord, "3200700A5A0862299900071024659000")
+                                      .asks("32260000A40400026229", "32009000")
+                                      .asks("32260000200080082412349FFFFFFFFF", "32009000")
+                                      .asks("324204600102030405A6", "3200")
+                                      .asks("324304", "320011223344556677889900AABBCCDDEEFF")
+                                      .asks("32440411223344556677889900AABBCCDDEEFF", "3200")
+                                      .text();
+    EXPECT_EQ(bytesIn(copyOf(recording)),
+              inHex(frame(kRecord)) + inHex(frame("3200700A5A0862299900000024659000")) +
+                  inHex(frame("32260000A40400026229")) + inHex(frame("32009000")) +
+                  inHex(frame("32260000200080080000000000000000")) + inHex(frame("32009000")) +
+                  inHex(frame("32420460000000000000")) + inHex(frame("3200")) + inHex(frame("324304")) +
+                  inHex(frame("320000000000000000000000000000000000")) +
+                  inHex(frame("32440400000000000000000000000000000000")) + inHex(frame("3200")));
+}
+
+TEST(RecordingRedaction, ASecretInOnePlaceIsOneInEveryOther)
+{
+    const std::string copy = bytesIn(copyOf(Script()
+                                                .asks("3226000084000000", "320071024659071024659000")
+                                                .asks(kRecord, "3200700B5F24055F207102465990"
+                                                               "9000")
+                                                .asks(kRecord, "320070095F200671024659AB0C9000")
+                                                .asks("32260000D6000006"
+                                                      "71024659AB0C",
+                                                      "32009000")
+                                                .text()));
+    EXPECT_EQ(copy.find(inHex(frame("32260000D600000671024659AB0C"))), std::string::npos) << copy;
+    EXPECT_NE(copy.find(inHex(frame("32260000D6000006000000000000"))), std::string::npos) << copy;
+}
+
+TEST(RecordingRedaction, WhatIsNoRightFrameStaysWrongAndHoldsNothing)
+{
+    const Bytes answer = frame("3200700A5A0862299900071024659000");
+    Bytes wrongCheck = answer;
+    wrongCheck[wrongCheck.size() - 2] ^= 0x01;
+    Bytes wrongCharacter = answer;
+    wrongCharacter[30] = 0x79;
+    const Bytes cut(answer.begin(), answer.end() - 4);
+    const Bytes headless(answer.begin() + 1, answer.end());
+    for (const Bytes& bytes : {wrongCheck, wrongCharacter, cut, headless}) {
+        const std::string recording = Script().sends(frame(kRecord)).answers(bytes).text();
+        const auto copy = copyOf(recording);
+        EXPECT_EQ(copy.lines.at(1).kind, Kind::FromHost);
+        const Bytes left = copy.lines.at(2).bytes;
+        EXPECT_EQ(left.size(), bytes.size());
+        EXPECT_EQ(std::string(left.begin(), left.end()).find("7102465"), std::string::npos);
+        const bool damaged = bytes != headless;
+        const std::string before = told(recording);
+        const std::string after =
+            told(vorn::tool::RecordingRedaction(vorn::sim::readRecording(recording), {}).text("x"));
+        EXPECT_EQ(says(before, "the answer is damaged"), damaged) << before;
+        EXPECT_EQ(says(after, "the answer is damaged"), damaged) << after;
+    }
+}
+
 // ---------------------------------------------------------------- with the tool
 
 class Recordings : public ToolTest {
@@ -270,6 +352,71 @@ TEST_F(Recordings, AreDecodedAsTextJsonAndPage)
     const Result damaged = run(scratch, {"decode", path("line.rec")});
     EXPECT_EQ(damaged.code, kMissing);
     EXPECT_TRUE(damaged.complains("is no line of a recording")) << damaged.errors;
+}
+
+TEST_F(Recordings, ACopyForOthersHasNoSecretAndIsReplayedLikeTheRecording)
+{
+    const Arguments info{"info", "--json"};
+    const Result before = record("debit", info);
+    ASSERT_EQ(before.code, kOk) << before.errors;
+    const Result copied = run(scratch, {"decode", path("line.rec"), "--redact", path("copy.rec")});
+    EXPECT_EQ(copied.code, kOk) << copied.errors;
+    EXPECT_EQ(fs::status(path("copy.rec")).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+    EXPECT_EQ(run(scratch, {"decode", path("line.rec"), "--redact", path("copy.rec")}).code, kOutput);
+
+    const auto original = vorn::sim::readRecording(contents(path("line.rec")));
+    auto copy = vorn::sim::readRecording(contents(path("copy.rec")));
+    ASSERT_EQ(copy.lines.front().kind, Kind::Redacted);
+    copy.lines.erase(copy.lines.begin());
+    ASSERT_EQ(copy.lines.size(), original.lines.size());
+    std::string lines;
+    for (std::size_t i = 0; i < copy.lines.size(); ++i) {
+        EXPECT_EQ(copy.lines[i].at, original.lines[i].at);
+        EXPECT_EQ(copy.lines[i].bytes.size(), original.lines[i].bytes.size());
+        lines.append(copy.lines[i].bytes.begin(), copy.lines[i].bytes.end());
+    }
+    // In a frame each half of a byte is a character of its own.
+    EXPECT_NE(lines.find("622999"), std::string::npos);
+    for (const char* const secret : {"0710246", "301222000007287", "<5;7=1?4", "313939303033"}) {
+        EXPECT_EQ(lines.find(secret), std::string::npos) << secret;
+    }
+
+    Process replay(scratch, {"sim", "--replay", path("copy.rec")});
+    const std::string port = replay.outputLine();
+    const Json after = run(scratch, with(info, {"--port", port})).json();
+    EXPECT_EQ(after["pan"], before.json()["pan"]) << "the masked digits are the ones replaced";
+    EXPECT_EQ(after["ecBalance"], before.json()["ecBalance"]);
+    EXPECT_EQ(after["atc"], before.json()["atc"]);
+    const Result story = run(scratch, {"decode", path("copy.rec")});
+    EXPECT_EQ(story.code, kOk) << story.errors;
+    EXPECT_TRUE(story.says("A copy for others"));
+    EXPECT_FALSE(story.says("damaged"));
+}
+
+TEST_F(Recordings, ACopySaysOfCryptogramsWhatWasReallyChecked)
+{
+    const Result sale = record("debit", {"sale", "--json", "--amount", "12.34", "--arpc", "910A00000000000000003030"});
+    ASSERT_TRUE(sale.says("\"arqc\"")) << sale.errors;
+    struct {
+        Arguments keys;
+        const char* said;
+    } const rows[] = {
+        {{"--issuer", "debit"}, "the ARQC was right (keys of profile debit)"},
+        {{"--issuer", "credit"}, "the ARQC was wrong (keys of profile credit)"},
+        {{}, "the ARQC was not checked: no issuer's keys were named"},
+    };
+    for (const auto& row : rows) {
+        const Result copied =
+            run(scratch, with({"decode", path("line.rec"), "--force", "--redact", path("copy.rec")}, row.keys));
+        EXPECT_EQ(copied.code, kOk) << copied.errors;
+        const Result story = run(scratch, {"decode", path("copy.rec")});
+        EXPECT_TRUE(story.says(std::string("before the copy was made: ") + row.said)) << story.output;
+        EXPECT_EQ(run(scratch, with({"decode", path("line.rec")}, row.keys)).says(row.said), !row.keys.empty());
+    }
+    // Of a copy nothing can be found out any more.
+    const std::string again = run(scratch, {"decode", path("copy.rec"), "--issuer", "debit"}).output;
+    EXPECT_FALSE(says(again, "the ARQC was right") || says(again, "the ARQC was wrong")) << again;
+    EXPECT_EQ(run(scratch, {"decode", path("line.rec"), "--issuer", "memory"}).code, kProfile);
 }
 
 TEST_F(Recordings, WhatIsNoRecordingIsNotReplayed)

@@ -3,14 +3,17 @@
 #include "tools/cli/interrupt.h"
 #include "tools/cli/output.h"
 #include "tools/commands/command.h"
+#include "tools/commands/issuer.h"
 #include "tools/commands/new_file.h"
 #include "tools/explain/log_story.h"
 #include "tools/explain/mask.h"
 #include "tools/explain/page.h"
 #include "tools/explain/recognise.h"
+#include "tools/explain/recording_redaction.h"
 #include "tools/explain/recording_story.h"
 #include "tools/explain/redact.h"
 #include "tools/explain/render.h"
+#include "tools/session/session.h"
 
 #include <nlohmann/json.hpp>
 
@@ -35,6 +38,7 @@ struct Options {
     bool force = false;
     std::string html;
     std::string redact;
+    std::string issuer;
 };
 
 // ---------------------------------------------------------------- input
@@ -191,11 +195,21 @@ Exit tellLog(Input& input, const std::string& head, const Options& options)
     return Exit::Ok;
 }
 
+CryptogramChecks checksOf(const Options& options)
+{
+    if (options.issuer.empty()) {
+        return {};
+    }
+    const sim::Profile profile = profileOf(options.issuer);
+    return {simulatedIssuer(profile), "profile " + profile.name};
+}
+
 Exit tellRecording(Input& input, const std::string& head, const Options& options)
 {
     Output output(options);
     output.begin("recording");
-    RecordingStory story(options.show, [&output](const Item& item) { output.item(item); });
+    RecordingStory story(
+        options.show, [&output](const Item& item) { output.item(item); }, checksOf(options));
     tellPieces(story, input, head, output);
     output.end(story.problem());
     if (!story.problem().empty()) {
@@ -255,11 +269,38 @@ void eachLine(Input& input, Use use)
     }
 }
 
+Exit redactRecording(Input& input, const Options& options)
+{
+    const std::string text = input.upTo(sim::Recording::kSizeMax);
+    if (text.size() > sim::Recording::kSizeMax) {
+        throw Failure(Exit::Usage, "the recording has more than 64 megabytes", "cut it where the line is not in use");
+    }
+    const sim::Recording recording = sim::readRecording(text);
+    const RecordingRedaction redaction(recording, checksOf(options));
+    NewFile file(options.redact, options.force);
+    file.write(redaction.text("a copy for others"));
+    file.close();
+    if (!recording.problem.empty()) {
+        note("left out: " + recording.problem);
+    }
+    note(std::to_string(redaction.count()) +
+         " frames and other things changed. Check digits of account numbers, cryptograms, MACs and certificates do not "
+         "fit "
+         "the changed values any more; lengths, times and the frames' own checks do. What was found about cryptograms "
+         "before stands in the copy.");
+    return Exit::Ok;
+}
+
 Exit redact(Input& input, const Options& options)
 {
     if (!input.fromFile()) {
         throw Failure(Exit::Usage, "--redact reads its log twice, so it wants a file",
                       "vorn decode ICC_COMM_VORN.log --redact copy.log");
+    }
+    const std::string head = input.next();
+    input.rewind();
+    if (sim::looksLikeRecording(head)) {
+        return redactRecording(input, options);
     }
     Redaction redaction;
     eachLine(input, [&](const std::string& line) { redaction.learn(line); });
@@ -328,8 +369,13 @@ void addDecode(CLI::App& root, Action& action)
     command->add_option("--html", options->html, "Write a page to this file, which needs nothing else to be looked at")
         ->type_name("FILE")
         ->excludes(json);
-    command->add_option("--redact", options->redact, "Write a copy of a log to this file that may be sent to others")
+    command
+        ->add_option("--redact", options->redact,
+                     "Write a copy of a log or a recording to this file that may be sent to others")
         ->type_name("FILE");
+    command
+        ->add_option("--issuer", options->issuer, "Check the cryptograms in a recording with the keys of this profile")
+        ->type_name("PROFILE");
     command->add_flag("--force", options->force, "Replace the file of --html or --redact");
     command->add_flag("--show", options->show, "Do not mask what identifies a card or its holder");
     command->callback([options, &action] { action = [options] { return run(*options); }; });

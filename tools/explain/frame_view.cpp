@@ -16,6 +16,7 @@ constexpr std::uint8_t kEnd = 0x03;
 constexpr std::uint8_t kClass = 0x32;
 constexpr std::uint8_t kApdu = 0x26;
 constexpr std::uint8_t kAuthenticate = 0x42;
+constexpr std::uint8_t kReadBlock = 0x43;
 constexpr std::uint8_t kWrite = 0x44;
 
 struct Command {
@@ -31,7 +32,7 @@ const Command kCommands[] = {{0x22, 5, "power on"},
                              {kApdu, 7, "APDU"},
                              {0x41, 4, "activate a memory card"},
                              {kAuthenticate, 10, "authenticate block"},
-                             {0x43, 3, "read block"},
+                             {kReadBlock, 3, "read block"},
                              {kWrite, 19, "write block"}};
 
 struct Status {
@@ -99,6 +100,8 @@ std::string slotName(std::uint8_t slot)
                                           : "slot " + toHex({slot});
 }
 
+bool answersWithBlock(ByteSpan command) { return command.size() > 1 && command[1] == kReadBlock; }
+
 bool looksLikeReaderCommand(ByteSpan content) { return commandOf(content) != nullptr; }
 
 std::optional<Frame> parseFrame(ByteSpan bytes)
@@ -149,7 +152,7 @@ Item explainReaderCommand(ByteSpan content, bool show)
         item.hex = memoryHex(content, 4, show);
         item.words += " " + std::to_string(content[2]);
         break;
-    case 0x43:
+    case kReadBlock:
     case kWrite:
         item.hex = memoryHex(content, 3, show);
         item.words += " " + std::to_string(content[2]);

@@ -22,6 +22,9 @@ bool looksLikeReaderCommand(ByteSpan content);
 Item explainReaderCommand(ByteSpan content, bool show);
 Explanation explainFrame(ByteSpan bytes, bool show);
 
+// The answer to a command that reads a memory card's block: nothing of it but its length is anybody else's.
+bool answersWithBlock(ByteSpan command);
+
 std::string slotName(std::uint8_t slot);
 
 } // namespace vorn::tool

@@ -18,7 +18,7 @@ using sim::LineUnit;
 using Kind = sim::RecordedLine::Kind;
 using std::chrono::microseconds;
 
-enum Operation : std::uint8_t { kPowerOn = 0x22, kActivate = 0x24, kApdu = 0x26, kReadBlock = 0x43 };
+enum Operation : std::uint8_t { kPowerOn = 0x22, kActivate = 0x24, kApdu = 0x26 };
 constexpr std::size_t kApduAt = 3;    // behind 32 26 and the slot
 constexpr std::size_t kPayloadAt = 2; // of an answer, behind 32 and the status
 
@@ -66,7 +66,7 @@ Item readersAnswer(const Bytes& command, const Bytes& answer, bool show)
     const Explanation explained = explainFrame(sim::encodeFrame(answer), show);
     Item item = explained.items.empty() ? object("", "Answer of the reader", toHex(answer)) : explained.items.front();
     item.failed = false;
-    if (isOperation(command, kReadBlock) && !show) {
+    if (answersWithBlock(command) && !show) {
         item.hex.replace(std::min(2 * kPayloadAt, item.hex.size()), std::string::npos, 2 * payloadOf(answer).size(),
                          '*');
         item.below.clear();
@@ -76,8 +76,12 @@ Item readersAnswer(const Bytes& command, const Bytes& answer, bool show)
 
 } // namespace
 
-RecordingStory::RecordingStory(bool show, Sink sink)
-    : show_(show), sink_(std::move(sink)), reader_([this](const sim::RecordedLine& one) { line(one); }), view_(show)
+RecordingStory::RecordingStory(bool show, Sink sink, CryptogramChecks checks)
+    : show_(show),
+      sink_(std::move(sink)),
+      reader_([this](const sim::RecordedLine& one) { line(one); }),
+      view_(show),
+      checks_(std::move(checks))
 {}
 
 void RecordingStory::end()
@@ -230,6 +234,7 @@ Item RecordingStory::exchange(const Bytes& command, const Bytes& answer)
     const bool apdu = isOperation(command, kApdu) && command.size() > kApduAt;
     if ((isOperation(command, kPowerOn) || isOperation(command, kActivate)) && status == 0x00) {
         view_.powerOn();
+        checks_.powerOn();
     }
     if (!apdu) {
         return slotExchange(command, answer);
@@ -241,6 +246,10 @@ Item RecordingStory::exchange(const Bytes& command, const Bytes& answer)
         Item answered = readersAnswer(command, answer, show_);
         item.words = answered.words;
         item.below.back() = std::move(answered);
+    }
+    const std::string checked = status == 0x00 ? checks_.exchange(sent, payloadOf(answer)) : "";
+    if (checks_.hasKeys() && !checked.empty()) {
+        item.below.push_back(remark(checked));
     }
     return item;
 }
@@ -372,6 +381,7 @@ void RecordingStory::event(const sim::RecordedLine& line)
         attach(remark("before the copy was made: " + printable(maskedUnless(show_, line.text))));
         break;
     case Kind::Redacted:
+        checks_ = {}; // over zeros no cryptogram is right
         sink_(remark("A copy for others: zeros stand for what was secret."));
         break;
     case Kind::End:

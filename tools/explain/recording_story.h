@@ -6,6 +6,7 @@
 #include "sim/reader/line_recording.h"
 #include "sim/reader/line_units.h"
 #include "tools/explain/apdu_view.h"
+#include "tools/explain/cryptogram_checks.h"
 #include "tools/explain/item.h"
 
 #include <chrono>
@@ -19,7 +20,8 @@ namespace vorn::tool {
 class RecordingStory {
 public:
     using Sink = std::function<void(const Item&)>;
-    RecordingStory(bool show, Sink sink);
+    // checks: with an issuer's keys the cards' cryptograms are checked, too.
+    RecordingStory(bool show, Sink sink, CryptogramChecks checks = {});
 
     void add(const char* piece, std::size_t size) { reader_.add(piece, size); }
     void end();
@@ -67,6 +69,7 @@ private:
     sim::LineUnits host_{true};
     sim::LineUnits answers_{false};
     ExchangeView view_;
+    CryptogramChecks checks_;
     std::optional<Pending> pending_;
     Bytes stray_;
     const char* strayFrom_ = nullptr;
