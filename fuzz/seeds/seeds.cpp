@@ -5,6 +5,7 @@
 #include "sim/issuer/issuer.h"
 #include "sim/profiles/profile.h"
 #include "sim/reader/line_decoder.h"
+#include "sim/reader/line_recording.h"
 #include "sim/reader/observations.h"
 #include "support/readers.h"
 
@@ -139,9 +140,35 @@ void writeLog(const std::string& name, const std::string& log)
     write("tool_redact", name, number += bytesOf(log));
 }
 
+// The same as a recording of the line.
+void writeRecording(const std::string& name, const Simulated& reader)
+{
+    sim::RecordedLine line;
+    std::string lines;
+    const auto add = [&](sim::RecordedLine::Kind kind, const Bytes& bytes) {
+        line.at += std::chrono::milliseconds(2);
+        line.kind = kind;
+        line.speed = 38400;
+        line.bytes = bytes;
+        lines += sim::textOf(line);
+    };
+    add(sim::RecordedLine::Kind::FromHost, bytesOf("\x1B$I2"));
+    for (const auto& exchange : reader.exchanges()) {
+        add(sim::RecordedLine::Kind::FromHost, sim::encodeFrame(exchange.command));
+        Bytes content{0x32, exchange.status};
+        add(sim::RecordedLine::Kind::FromReader, sim::encodeFrame(content += exchange.payload));
+    }
+    add(sim::RecordedLine::Kind::FromHost, bytesOf("\x1B$I4\x1B$B\x1B%A"));
+    Bytes head{0x3F, 0x00};
+    head.resize(head.size() + 12); // of an account number
+    head.push_back(0x01);
+    write("tool_recording", name, head += bytesOf(lines));
+}
+
 // Single answers and commands are seeds for what looks at one of them.
 void writeParts(const std::string& name, const Simulated& reader)
 {
+    writeRecording(name, reader);
     Bytes commands{0x20};
     Bytes apdus{0x00};
     int number = 0;
