@@ -3,11 +3,11 @@
 #include "tools/cli/output.h"
 #include "tools/cli/quote.h"
 #include "tools/commands/command.h"
+#include "tools/commands/recording_file.h"
 #include "tools/session/host_process.h"
 #include "tools/session/line_relay.h"
 #include "tools/session/port_lock.h"
 #include "tools/session/port_name.h"
-#include "tools/session/recording_file.h"
 
 #include <nlohmann/json.hpp>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/session/recording_file.h"
+#include "tools/commands/recording_file.h"
 
 #include "tools/cli/errors.h"
 
