@@ -425,6 +425,7 @@ TEST_F(Recordings, WhatIsNoRecordingIsNotReplayed)
     EXPECT_EQ(run(scratch, {"sim", "--replay", empty}).code, kMissing);
     EXPECT_EQ(run(scratch, {"sim", "--replay", scratch.file("garbage", kPan)}).code, kUsage);
     EXPECT_EQ(run(scratch, {"sim", "--replay", path("missing")}).code, kUsage);
+    EXPECT_TRUE(run(scratch, {"replay", empty}).complains("vorn sim --replay"));
     EXPECT_EQ(run(scratch, {"sim", "debit", "--replay", empty}).code, kUsage);
     EXPECT_EQ(run(scratch, {"sim", "debit", "--time-factor", "2"}).code, kUsage);
 }

@@ -113,6 +113,9 @@ TEST_F(ToolTest, NoMessageRepeatsAnAccountNumber)
         {"m1", kPan},
         {"help", kPan},
         {"sim", "--link"},
+        {"sim", "--replay", kPan},
+        {"record", "--port", kPan, "--to", "line.rec", "--", "true"},
+        {"record", "--port", "USB", "--to", kPan, "--", kPan},
     };
     for (const Arguments& line : lines) {
         for (const Arguments& form : {Arguments{}, {"--json"}}) {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // vorn replay: makes from a log a card for the simulator, so that what happened in the field happens at a desk.
+#include "sim/reader/line_recording.h"
 #include "tools/cli/interrupt.h"
 #include "tools/cli/output.h"
 #include "tools/commands/command.h"
@@ -36,6 +37,10 @@ Transcript readLog(const std::string& path)
     std::array<char, 65536> piece{};
     while (in.read(piece.data(), piece.size()), in.gcount() > 0) {
         throwIfInterrupted();
+        if (sim::looksLikeRecording({piece.data(), static_cast<std::size_t>(in.gcount())})) {
+            throw Failure(Exit::Usage, "that is a recording of the line, and no log",
+                          "'vorn sim --replay' answers out of it");
+        }
         reader.add(piece.data(), static_cast<std::size_t>(in.gcount()));
     }
     reader.end();

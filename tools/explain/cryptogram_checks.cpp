@@ -73,7 +73,7 @@ void CryptogramChecks::learnObjects(const Bytes& data)
 {
     for (const TlvNode& node : walkTlv(data).nodes) {
         if (!node.constructed) {
-            known_[node.tag] = node.value;
+            known_[node.tag] = node.value.copy();
         }
     }
 }
@@ -103,7 +103,7 @@ std::string CryptogramChecks::exchange(const Bytes& apdu, const Bytes& response)
     }
     Bytes asked = std::exchange(waiting_, {});
     asked = apdu[1] == kGetResponse && !asked.empty() ? asked : apdu;
-    const Bytes data = dataOf(response);
+    const Bytes data = dataOf(response).copy();
     if (status != 0x9000) {
         return {};
     }
