@@ -24,7 +24,7 @@ public:
 
 private:
     using Bytes = sim::Bytes;
-    // One direction: its bytes, and where each of them came from.
+    // One direction.
     struct Stream {
         Bytes bytes;
         std::size_t cut = 0; // bytes of it that have been delivered as units
