@@ -7,6 +7,7 @@
 #include "tools/session/line_watcher.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace vorn::tool::accept {
 
@@ -208,7 +209,7 @@ Reply ReaderLine::apdu(std::uint8_t place, const Bytes& apdu)
 {
     makeReady();
     Bytes bytes{0x32, 0x26, place};
-    bytes.insert(bytes.end(), apdu.begin(), apdu.end());
+    std::copy(apdu.begin(), apdu.end(), std::back_inserter(bytes));
     Reply reply = command(bytes);
     if (reply.ok()) {
         seen_.responses[{place, apdu}] = reply.payload;

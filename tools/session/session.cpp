@@ -37,6 +37,12 @@ constexpr std::chrono::seconds kRest(8);
 constexpr std::chrono::seconds kShortRest(2);
 const char* const kUsbPort = "USB";
 
+template <class Value>
+Value memberOf(const nlohmann::json& object, const char* name, Value otherwise)
+{
+    return object.contains(name) ? object.at(name).get<Value>() : otherwise;
+}
+
 // The profile's own card, made here so that the tool can ask it for its account; the reader gets this one.
 std::shared_ptr<sim::EmvCard> replaceCard(const sim::Profile& profile, sim::Reader& reader)
 {
@@ -44,8 +50,8 @@ std::shared_ptr<sim::EmvCard> replaceCard(const sim::Profile& profile, sim::Read
     const nlohmann::json cards = json.value("cards", nlohmann::json::array());
     for (std::size_t i = 0; i < cards.size(); ++i) {
         const nlohmann::json& card = cards[i];
-        const std::string slot = card.value("slot", "");
-        if (card.value("type", "") != "emv" || (slot != "contact" && slot != "field")) {
+        const auto slot = memberOf<std::string>(card, "slot", "");
+        if (memberOf<std::string>(card, "type", "") != "emv" || (slot != "contact" && slot != "field")) {
             continue;
         }
         auto emv = std::dynamic_pointer_cast<sim::EmvCard>(
@@ -54,7 +60,7 @@ std::shared_ptr<sim::EmvCard> replaceCard(const sim::Profile& profile, sim::Read
             continue;
         }
         reader.insert(slot == "contact" ? sim::Slot::Contact : sim::Slot::Field, emv,
-                      std::chrono::milliseconds(card.value("after_ms", 0)));
+                      std::chrono::milliseconds(memberOf(card, "after_ms", 0)));
         return emv;
     }
     return nullptr;
