@@ -1,14 +1,15 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Whether a bill of materials (SPDX, JSON) names what the packages depend on (lines of Depends on the standard input) and
-describes what is shipped, all of one version.
+"""Whether a bill of materials (SPDX, compressed JSON) names what the packages depend on (lines of Depends on the standard
+input) and describes what is shipped, all of one version.
 
   bill-names.py FILE VERSION
 """
+import gzip
 import json
 import re
 import sys
 
-with open(sys.argv[1], encoding="utf-8") as file:
+with gzip.open(sys.argv[1], "rt", encoding="utf-8") as file:
     bill = json.load(file)
 named = {package["name"]: package for package in bill["packages"]}
 described = {relation["relatedSpdxElement"] for relation in bill["relationships"]
