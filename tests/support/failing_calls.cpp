@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/failing_calls.h"
 
+#include "support/open_mode.h"
+
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <iconv.h>
@@ -160,13 +162,10 @@ extern "C" {
 
 int open(const char* path, int flags, ...)
 {
-    mode_t mode = 0;
-    if ((flags & O_CREAT) != 0) {
-        std::va_list arguments;
-        va_start(arguments, flags);
-        mode = va_arg(arguments, mode_t);
-        va_end(arguments);
-    }
+    std::va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = vorn::test::openMode(flags, arguments);
+    va_end(arguments);
     const bool device = std::strncmp(path, "/dev/", 5) == 0;
     if (strikes(device ? Site::Open : Site::LogOpen, __builtin_return_address(0))) {
         return fails(EMFILE);

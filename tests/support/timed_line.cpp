@@ -3,6 +3,7 @@
 #include "support/timed_line.h"
 
 #include "support/clock.h"
+#include "support/open_mode.h"
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
@@ -438,13 +439,10 @@ extern "C" {
 
 int open(const char* path, int flags, ...)
 {
-    mode_t mode = 0;
-    if ((flags & (O_CREAT | O_TMPFILE)) != 0) {
-        std::va_list arguments;
-        va_start(arguments, flags);
-        mode = va_arg(arguments, mode_t);
-        va_end(arguments);
-    }
+    std::va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = vorn::test::openMode(flags, arguments);
+    va_end(arguments);
     static const std::string name = std::string("/dev/") + TimedLine::kPort;
     if (vorn::test::theLine != nullptr && path == name) {
         return vorn::test::theLine->open();

@@ -4,6 +4,7 @@
 
 #include "support/clock.h"
 #include "support/line.h"
+#include "support/open_mode.h"
 
 #include <fcntl.h>
 #include <sys/epoll.h>
@@ -164,13 +165,10 @@ int epoll_create1(int flags) noexcept
 
 int open(const char* path, int flags, ...)
 {
-    mode_t mode = 0;
-    if ((flags & (O_CREAT | O_TMPFILE)) != 0) {
-        std::va_list arguments;
-        va_start(arguments, flags);
-        mode = va_arg(arguments, mode_t);
-        va_end(arguments);
-    }
+    std::va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = vorn::test::openMode(flags, arguments);
+    va_end(arguments);
     const void* const caller = __builtin_return_address(0);
     if (interrupts(caller)) {
         return refuse(EINTR);
