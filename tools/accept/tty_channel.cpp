@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/accept/tty_channel.h"
 
-#include "tools/cli/interrupt.h"
+#include "tools/accept/real_channel.h"
 #include "tools/session/port_lock.h"
 #include "tools/session/port_name.h"
 
@@ -19,12 +19,10 @@ namespace vorn::tool::accept {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 constexpr std::size_t kPiece = 128; // what the library writes at once
 constexpr Time kStalled{2000};      // no byte of the output has gone
 
-class TtyChannel : public Channel {
+class TtyChannel : public RealChannel {
 public:
     explicit TtyChannel(std::string name) : name_(std::move(name)), lock_("/dev/" + name_)
     {
@@ -62,35 +60,23 @@ public:
             at += write(bytes, at);
         }
         drain();
-        sent_ = Clock::now();
+        noteSent();
     }
 
     Heard listen(const Until& until) override
     {
         Heard heard;
-        auto last = sent_;
         while (!complete(heard.bytes, until.frames)) {
             const bool text = until.frames == 0 && !heard.bytes.empty();
             if (!readable(text ? kTextSilence : until.patience)) {
                 break;
             }
-            const bool begun = !heard.bytes.empty();
-            read(heard.bytes);
-            const auto now = Clock::now();
-            const Time passed = std::chrono::duration_cast<Time>(now - last);
-            (begun ? heard.gap : heard.first) = begun ? std::max(heard.gap, passed) : passed;
-            last = now;
+            if (const Bytes piece = read(); !piece.empty()) {
+                notePiece(piece, heard);
+            }
         }
         return heard;
     }
-
-    void wait(Time time) override
-    {
-        lookAtSignals();
-        std::this_thread::sleep_for(time);
-    }
-
-    void lastWords() override { heedsSignals_ = false; }
 
 private:
     void closeIt()
@@ -102,13 +88,6 @@ private:
     }
 
     Failure gone() const { return {Exit::Port, "the port " + name_ + " is gone", "was the adapter pulled out?"}; }
-
-    void lookAtSignals() const
-    {
-        if (heedsSignals_) {
-            throwIfInterrupted();
-        }
-    }
 
     bool apply(int speed)
     {
@@ -166,22 +145,20 @@ private:
         }
     }
 
-    void read(Bytes& into) const
+    Bytes read() const
     {
         std::uint8_t piece[512];
         const ssize_t count = ::read(descriptor_, piece, sizeof piece);
         if (count == 0 || (count < 0 && errno != EAGAIN && errno != EINTR)) {
             throw gone();
         }
-        into.insert(into.end(), piece, piece + std::max<ssize_t>(0, count));
+        return {piece, piece + std::max<ssize_t>(0, count)};
     }
 
     std::string name_;
     PortLock lock_;
     int descriptor_ = -1;
     termios settings_{};
-    Clock::time_point sent_{};
-    bool heedsSignals_ = true;
 };
 
 } // namespace

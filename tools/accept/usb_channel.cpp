@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/accept/usb_channel.h"
 
-#include "tools/cli/interrupt.h"
+#include "tools/accept/real_channel.h"
 #include "tools/session/port_name.h"
 
 #include <libusb-1.0/libusb.h>
@@ -12,14 +12,12 @@
 #include <fstream>
 #include <optional>
 #include <string>
-#include <thread>
 
 namespace vorn::tool::accept {
 
 namespace {
 
 namespace fs = std::filesystem;
-using Clock = std::chrono::steady_clock;
 
 constexpr std::uint16_t kVendor = 0x3A5C;
 constexpr std::uint16_t kProduct = 0x7E21;
@@ -56,7 +54,7 @@ Bytes descriptorsOf(libusb_device* device)
     return {};
 }
 
-class UsbChannel : public Channel {
+class UsbChannel : public RealChannel {
 public:
     UsbChannel()
     {
@@ -92,13 +90,12 @@ public:
             throw Failure(Exit::ReaderSilent, std::string("the reader takes no bytes: ") + ::libusb_error_name(result),
                           "unplug it and plug it in again");
         }
-        sent_ = Clock::now();
+        noteSent();
     }
 
     Heard listen(const Until& until) override
     {
         Heard heard;
-        auto last = sent_;
         while (!complete(heard.bytes, until.frames)) {
             const auto packet = receive(until.patience);
             if (!packet) {
@@ -106,33 +103,13 @@ public:
                 break;
             }
             heard.packets.push_back(packet->size());
-            const auto now = Clock::now();
-            const Time passed = std::chrono::duration_cast<Time>(now - last);
-            const bool begun = !heard.bytes.empty();
-            (begun ? heard.gap : heard.first) = begun ? std::max(heard.gap, passed) : passed;
-            last = now;
-            heard.bytes.insert(heard.bytes.end(), packet->begin(), packet->end());
+            notePiece(*packet, heard);
         }
         return heard;
     }
 
-    void wait(Time time) override
-    {
-        lookAtSignals();
-        std::this_thread::sleep_for(time);
-    }
-
-    void lastWords() override { heedsSignals_ = false; }
-
 private:
     static Failure gone() { return {Exit::Port, "the reader on USB is gone", "was it pulled out?"}; }
-
-    void lookAtSignals() const
-    {
-        if (heedsSignals_) {
-            throwIfInterrupted();
-        }
-    }
 
     void close()
     {
@@ -217,9 +194,7 @@ private:
     bool claimed_ = false;
     std::uint8_t in_ = 0, out_ = 0;
     Bytes deviceDescriptor_, configurationDescriptor_;
-    Clock::time_point sent_{};
     bool stray_ = true; // the device keeps what nobody fetched from one program to the next
-    bool heedsSignals_ = true;
 };
 
 } // namespace
