@@ -2,6 +2,7 @@
 #include "tools/session/port_list.h"
 
 #include "tools/session/port_lock.h"
+#include "tools/session/sysfs.h"
 #include "tools/session/usb_reader.h"
 
 #include <fcntl.h>
@@ -11,7 +12,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 
 namespace vorn::tool {
 
@@ -19,25 +19,11 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string firstLine(const fs::path& file)
-{
-    std::string line;
-    std::ifstream in(file);
-    std::getline(in, line);
-    return line;
-}
-
-std::string driverOf(const fs::path& tty)
-{
-    std::error_code error;
-    return fs::read_symlink(tty / "device" / "driver", error).filename().string();
-}
-
 // The kernel lists more serial ports than there are; those without hardware have type 0.
 bool hasHardware(const fs::path& tty)
 {
     std::error_code error;
-    return fs::exists(tty / "device", error) && firstLine(tty / "type") != "0";
+    return fs::exists(tty / "device", error) && attribute(tty / "type") != "0";
 }
 
 std::string groupOf(gid_t id)
@@ -83,7 +69,7 @@ PortInfo portInfo(const std::string& name)
     info.tty = S_ISCHR(noteAccess(path, info));
     info.advice = info.group == "root" ? "have a udev rule give it to a group of its users, such as dialout"
                                        : "sudo adduser $USER " + info.group + ", then log in again";
-    info.device = driverOf("/sys/class/tty/" + name);
+    info.device = driverOf("/sys/class/tty/" + name + "/device");
     info.holder = lockHolder(path);
     if (info.holder.empty() && name.compare(0, 4, "pts/") != 0) { // a pseudo-terminal's other end has it open too
         info.holder = openedBy(path);

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/session/usb_reader.h"
 
+#include "tools/session/sysfs.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -19,29 +21,16 @@ const char* const kProduct = "7e21";
 const char* const kRules[] = {"/etc/udev/rules.d", "/run/udev/rules.d", "/usr/local/lib/udev/rules.d",
                               "/usr/lib/udev/rules.d", "/lib/udev/rules.d"};
 
-std::string firstLine(const fs::path& file)
-{
-    std::string line;
-    std::ifstream in(file);
-    std::getline(in, line);
-    return line;
-}
-
 // The kernel numbers buses and devices; the node has three digits of either.
 std::string nodeOf(const fs::path& device)
 {
     char node[64];
-    std::snprintf(node, sizeof node, "/dev/bus/usb/%03d/%03d", std::atoi(firstLine(device / "busnum").c_str()),
-                  std::atoi(firstLine(device / "devnum").c_str()));
+    std::snprintf(node, sizeof node, "/dev/bus/usb/%03d/%03d", std::atoi(attribute(device / "busnum").c_str()),
+                  std::atoi(attribute(device / "devnum").c_str()));
     return node;
 }
 
-std::string driverOf(const fs::path& device)
-{
-    std::error_code error;
-    const fs::path first = device / (device.filename().string() + ":1.0");
-    return fs::read_symlink(first / "driver", error).filename().string();
-}
+fs::path firstInterfaceOf(const fs::path& device) { return device / (device.filename().string() + ":1.0"); }
 
 bool namesTheReader(const fs::path& rules)
 {
@@ -69,8 +58,8 @@ std::optional<UsbReader> attachedUsbReader()
 {
     std::error_code error;
     for (const auto& device : fs::directory_iterator("/sys/bus/usb/devices", error)) {
-        if (firstLine(device.path() / "idVendor") == kVendor && firstLine(device.path() / "idProduct") == kProduct) {
-            return UsbReader{nodeOf(device.path()), driverOf(device.path())};
+        if (attribute(device.path() / "idVendor") == kVendor && attribute(device.path() / "idProduct") == kProduct) {
+            return UsbReader{nodeOf(device.path()), driverOf(firstInterfaceOf(device.path()))};
         }
     }
     return std::nullopt;
