@@ -8,6 +8,7 @@
 #include "tools/accept/usb_channel.h"
 #include "tools/cli/arguments.h"
 #include "tools/cli/interrupt.h"
+#include "tools/cli/moment.h"
 #include "tools/cli/output.h"
 #include "tools/cli/quote.h"
 #include "tools/cli/version.h"
@@ -21,7 +22,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <ctime>
 #include <memory>
 
 namespace vorn::tool {
@@ -112,15 +112,6 @@ std::string whySkipped(const Options& options, const Step& step, bool tty, const
         return "on a tty there is no such thing";
     }
     return step.needsPerson && person == nullptr ? "nobody is asked" : "";
-}
-
-std::string now()
-{
-    char text[32];
-    const std::time_t time = std::time(nullptr);
-    std::tm broken{};
-    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", ::gmtime_r(&time, &broken));
-    return text;
 }
 
 class Run {
@@ -224,7 +215,7 @@ private:
         circumstances.reader = simulated_ ? "simulated reader" : "reader at " + port_;
         circumstances.tool = toolVersion();
         circumstances.library = libraryVersion();
-        circumstances.date = now();
+        circumstances.date = utcNow();
         circumstances.problem = failure ? withoutNumbers(failure->what()) : "";
         Json report = reportOf(*acceptance_, circumstances);
         if (report_) {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // vorn record: between a host program and the reader, writing down every byte and when it went.
+#include "tools/cli/moment.h"
 #include "tools/cli/output.h"
 #include "tools/cli/quote.h"
 #include "tools/commands/command.h"
@@ -11,9 +12,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include <array>
 #include <cstdio>
-#include <ctime>
 #include <memory>
 #include <system_error>
 #include <utility>
@@ -31,16 +30,6 @@ struct Options {
     std::string link;
     std::vector<std::string> host;
 };
-
-std::string now()
-{
-    const std::time_t seconds = std::time(nullptr);
-    std::tm parts{};
-    gmtime_r(&seconds, &parts);
-    std::array<char, 40> text{};
-    std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts);
-    return text.data();
-}
 
 std::string portOf(const Options& options)
 {
@@ -73,7 +62,7 @@ struct Desk {
         } catch (const std::system_error& error) {
             throw Failure(Exit::Port, error.what(), options.link.empty() ? "" : "--link wants a name that is free");
         }
-        file = std::make_unique<RecordingFile>(options.to, options.force, "begun " + now() + " at " + port);
+        file = std::make_unique<RecordingFile>(options.to, options.force, "begun " + utcNow() + " at " + port);
     }
     void startHost(const Options& options)
     {
