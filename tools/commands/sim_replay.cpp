@@ -13,6 +13,8 @@
 #include <nlohmann/json.hpp>
 
 #include <array>
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <set>
 
@@ -29,7 +31,7 @@ sim::Recording recordingOf(const std::string& path)
 {
     std::ifstream in(path, std::ios::binary);
     if (!in) {
-        throw Failure(Exit::Usage, "the recording cannot be read");
+        throw Failure(Exit::Usage, path + ": " + std::strerror(errno));
     }
     std::string text;
     std::array<char, 65536> piece{};
@@ -37,12 +39,11 @@ sim::Recording recordingOf(const std::string& path)
         throwIfInterrupted();
         text.append(piece.data(), static_cast<std::size_t>(in.gcount()));
         if (text.size() > sim::Recording::kSizeMax) {
-            throw Failure(Exit::Usage, "the recording has more than 64 megabytes",
-                          "cut it where the line is not in use");
+            throw Failure(Exit::Usage, path + " has more than 64 megabytes", "cut it where the line is not in use");
         }
     }
     if (!sim::looksLikeRecording(text)) {
-        throw Failure(Exit::Usage, "that is no recording of a line", "'vorn record' makes one");
+        throw Failure(Exit::Usage, path + " is no recording of a line", "'vorn record' makes one");
     }
     return sim::readRecording(text);
 }
