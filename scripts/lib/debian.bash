@@ -7,9 +7,10 @@ debian_mirror() { # where this machine has Debian from
   apt-get indextargets --format '$(REPO_URI) $(LABEL)' "Created-By: Packages" | awk '$2 == "Debian" { print $1; exit }'
 }
 
-# Downloads packages of a release, whatever this machine itself runs, and unpacks them in a folder.
+# Downloads packages of a release, whatever this machine itself runs, and unpacks them in a folder, what they say of
+# themselves in its DEBIAN.
 unpack_from() { # release, architecture, folder, packages...
-  local release=$1 architecture=$2 folder=$3 state options
+  local release=$1 architecture=$2 folder=$3 state options package
   shift 3
   state=$(mktemp -d)
   mkdir -p "$state"/{lists/partial,archives/partial} "$folder"
@@ -19,7 +20,9 @@ unpack_from() { # release, architecture, folder, packages...
     -o Dir::Etc::SourceList="$state/sources.list" -o Dir::Etc::SourceParts=/dev/null -o Dir::State::Lists="$state/lists"
     -o Dir::Cache="$state" -o Dir::State::Status="$state/status" -o Acquire::Languages=none)
   apt-get "${options[@]}" update -qq && (cd "$state/archives" && apt-get "${options[@]}" download -qq "$@") || return 1
-  for package in "$state"/archives/*.deb; do dpkg-deb -x "$package" "$folder" || return 1; done
+  for package in "$state"/archives/*.deb; do
+    dpkg-deb -x "$package" "$folder" && dpkg-deb -e "$package" "$folder/DEBIAN" || return 1
+  done
   rm -rf "$state"
 }
 
