@@ -7,8 +7,8 @@ debian_mirror() { # where this machine has Debian from
   apt-get indextargets --format '$(REPO_URI) $(LABEL)' "Created-By: Packages" | awk '$2 == "Debian" { print $1; exit }'
 }
 
-# Downloads packages of a release, whatever this machine itself runs, and unpacks them in a folder, what they say of
-# themselves in its DEBIAN.
+# Downloads packages of a release, whatever this machine itself runs, and unpacks each in a folder of its name, what it
+# says of itself in DEBIAN.
 unpack_from() { # release, architecture, folder, packages...
   local release=$1 architecture=$2 folder=$3 state options package
   shift 3
@@ -21,7 +21,7 @@ unpack_from() { # release, architecture, folder, packages...
     -o Dir::Cache="$state" -o Dir::State::Status="$state/status" -o Acquire::Languages=none)
   apt-get "${options[@]}" update -qq && (cd "$state/archives" && apt-get "${options[@]}" download -qq "$@") || return 1
   for package in "$state"/archives/*.deb; do
-    dpkg-deb -x "$package" "$folder" && dpkg-deb -e "$package" "$folder/DEBIAN" || return 1
+    dpkg-deb -R "$package" "$folder/$(dpkg-deb -f "$package" Package)" || return 1
   done
   rm -rf "$state"
 }
