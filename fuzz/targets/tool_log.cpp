@@ -67,7 +67,8 @@ template <class Show>
 std::string told(const std::string& log, std::size_t piece, bool show, Show textOf)
 {
     std::string text;
-    tool::LogStory story(show, [&](const tool::Item& item) { text += textOf(item); });
+    tool::LogStory story(
+        show, [&](const tool::Item& item) { text += textOf(item); }, std::launch::deferred);
     feed(story, log, piece);
     return text;
 }

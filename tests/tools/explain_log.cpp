@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Log files: taken apart in any pieces, told as a story, copied without what is secret, and made into cards.
+#include "tools/explain/log_calls.h"
 #include "tools/explain/log_entries.h"
 #include "tools/explain/log_reader.h"
 #include "tools/explain/log_story.h"
@@ -17,6 +18,7 @@
 namespace {
 
 using vorn::tool::Item;
+using vorn::tool::LogCalls;
 using vorn::tool::LogStory;
 using vorn::tool::Redaction;
 using vorn::tool::Transcript;
@@ -151,6 +153,20 @@ TEST(LogStory, IsTheSameInAnyPieces)
     }
 }
 
+TEST(LogStory, ACardsListExplainsTheNextCallUntilPowerComesAgain)
+{
+    const std::string first = "IC_GenARQC " + kArguments + "pnIcType:1\r\n" + kPowerOn +
+                              exchange("00 B2 01 0C 00", "70 08 8C 02 9A 03 8D 02 8A 02 90 00") +
+                              exchange("80 AE 80 00 03 26 11 22", "80 00 90 00");
+    const std::string second =
+        "IC_CtlScriptData " + kArguments + "pnIcType:1\r\n" + exchange("80 AE 40 00 02 30 30", "80 00 90 00");
+    const std::string words = "Authorisation response code";
+    const auto lastOf = [](const std::string& log) { return vorn::tool::textOf(storyOf(log).back()); };
+    EXPECT_EQ(lastOf(second).find(words), std::string::npos);
+    EXPECT_NE(lastOf(first + second).find(words), std::string::npos) << lastOf(first + second);
+    EXPECT_EQ(lastOf(first + "IC_PowerOn " + kArguments + "\r\n" + kPowerOn + second).find(words), std::string::npos);
+}
+
 TEST(LogStory, EveryCutEnds)
 {
     std::string log;
@@ -175,12 +191,12 @@ TEST(LogStory, MemoryCardCallsHaveNoExchangesAndTheStorySaysSo)
 TEST(LogStory, AnUnendingCallIsCountedOn)
 {
     std::string log = "begin func IC_GetInfo(" + kArguments + "pnIcType:1\r\n";
-    for (std::size_t i = 0; i < LogStory::kMostExchanges + 10; ++i) {
+    for (std::size_t i = 0; i < LogCalls::kMostExchanges + 10; ++i) {
         log += exchange("00 B2 01 0C 00", "6A 83");
     }
     const auto items = storyOf(log);
     ASSERT_EQ(items.size(), 1U);
-    EXPECT_LE(items[0].below.size(), LogStory::kMostExchanges + 3);
+    EXPECT_LE(items[0].below.size(), LogCalls::kMostExchanges + 3);
     EXPECT_NE(items[0].below.back().words.find("10 more exchanges"), std::string::npos);
 }
 

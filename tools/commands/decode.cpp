@@ -17,6 +17,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <poll.h>
+
 #include <cstdio>
 #include <filesystem>
 #include <memory>
@@ -81,6 +83,13 @@ public:
         std::string piece(65536, '\0');
         piece.resize(std::fread(piece.data(), 1, piece.size(), file_.get()));
         return piece;
+    }
+
+    // Whether the next piece is not there yet.
+    bool hasToWait() const
+    {
+        pollfd input{file_ ? fileno(file_.get()) : -1, POLLIN, 0};
+        return file_ && ::poll(&input, 1, 0) == 0;
     }
 
     // At most so much, and a little more when there is more.
@@ -175,12 +184,16 @@ InputKind wanted(const Options& options)
                           : InputKind::Unknown;
 }
 
-template <class Story>
-void tellPieces(Story& story, Input& input, const std::string& head, Output& output)
+// What is told may be looked at while the next piece is waited for.
+template <class Story, class Settle>
+void tellPieces(Story& story, Input& input, const std::string& head, Output& output, Settle settle)
 {
     for (std::string piece = head; !piece.empty(); piece = input.next()) {
         story.add(piece.data(), piece.size());
-        output.flush(); // what is told may be looked at while the next piece is waited for
+        if (input.hasToWait()) {
+            settle();
+        }
+        output.flush();
     }
     story.end();
 }
@@ -190,7 +203,7 @@ Exit tellLog(Input& input, const std::string& head, const Options& options)
     Output output(options);
     output.begin("log");
     LogStory story(options.show, [&output](const Item& item) { output.item(item); });
-    tellPieces(story, input, head, output);
+    tellPieces(story, input, head, output, [&story] { story.settle(); });
     output.end("");
     return Exit::Ok;
 }
@@ -210,7 +223,7 @@ Exit tellRecording(Input& input, const std::string& head, const Options& options
     output.begin("recording");
     RecordingStory story(
         options.show, [&output](const Item& item) { output.item(item); }, checksOf(options));
-    tellPieces(story, input, head, output);
+    tellPieces(story, input, head, output, [] {});
     output.end(story.problem());
     if (!story.problem().empty()) {
         throw Failure(Exit::DataMissing, "not decoded to its end: " + story.problem());

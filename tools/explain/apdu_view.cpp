@@ -211,6 +211,20 @@ Item ExchangeView::response(ByteSpan response) const
     return item;
 }
 
+void ExchangeView::follow(ByteSpan apdu, ByteSpan response)
+{
+    if (apdu.size() < kHeader) {
+        return;
+    }
+    const bool again = statusOf(response) >> 8 == 0x6C; // with another Le
+    if (apdu[1] == kGenerateCryptogram && !again) {
+        ++cryptograms_;
+    }
+    if (!dataOf(response).empty()) {
+        learn(apdu, dataOf(response));
+    }
+}
+
 Item ExchangeView::exchange(ByteSpan apdu, ByteSpan response)
 {
     Item item;
@@ -218,10 +232,7 @@ Item ExchangeView::exchange(ByteSpan apdu, ByteSpan response)
     item.name = maskedUnless(show_, commandInWords(apdu));
     item.below.reserve(2); // command and answer
     item.below.push_back(command(apdu, item.name));
-    const bool again = statusOf(response) >> 8 == 0x6C; // with another Le
-    if (apdu.size() >= kHeader && apdu[1] == kGenerateCryptogram && !again) {
-        ++cryptograms_;
-    }
+    follow(apdu, response);
     if (response.size() < 2) {
         item.words = "no answer";
         item.below.push_back(remark("no answer from the card or the reader"));
@@ -232,7 +243,6 @@ Item ExchangeView::exchange(ByteSpan apdu, ByteSpan response)
     Item answered = object("", "Response", responseHex(apdu, response, show_), statusText(statusOf(response)));
     item.words = answered.words + (answer.empty() ? "" : ": " + answer);
     if (!data.empty() && apdu.size() >= kHeader) {
-        learn(apdu, data);
         answered.below = responseItems(apdu, data);
     }
     item.below.push_back(std::move(answered));

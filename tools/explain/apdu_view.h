@@ -19,6 +19,8 @@ public:
     explicit ExchangeView(bool show) : show_(show) {}
 
     void powerOn(); // what was learnt belongs to the card before
+    // Learns what exchange() would learn.
+    void follow(ByteSpan apdu, ByteSpan response);
 
     Item command(ByteSpan apdu) const;
     // An answer of less than two bytes: the card, or the reader, gave none.

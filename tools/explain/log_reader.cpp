@@ -10,8 +10,15 @@ namespace {
 constexpr std::string_view kCommandMark = "Indata----------------------";
 constexpr std::string_view kAnswerMark = "Outdata----------------------";
 constexpr std::size_t kLongestMarker = 32;
+constexpr std::size_t kReaderHeader = 3; // the reader's own bytes before an APDU
 
 } // namespace
+
+sim::ByteSpan LoggedExchange::apdu() const
+{
+    const bool toCard = marker.find("capdu") != std::string::npos && command.size() > kReaderHeader;
+    return toCard ? sim::ByteSpan(command).from(kReaderHeader) : sim::ByteSpan();
+}
 
 void LogReader::add(const char* piece, std::size_t size)
 {

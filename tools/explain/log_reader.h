@@ -20,6 +20,10 @@ struct LoggedExchange {
     Bytes answer;       // its payload; empty also when none came
     bool cut = false;   // longer than a reader's frame can be, or the log ends inside
     std::size_t line = 0;
+
+    bool powersOn() const { return marker == "icc_poweron" || marker == "picc_Active"; }
+    // What went to the card; empty when the command was the reader's own.
+    sim::ByteSpan apdu() const;
 };
 
 class LogReader {

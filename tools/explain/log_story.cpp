@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/explain/log_story.h"
 
+#include "tools/explain/apdu_view.h"
 #include "tools/explain/apdu_words.h"
 #include "tools/explain/atr_view.h"
 #include "tools/explain/frame_view.h"
@@ -11,6 +12,7 @@
 #include "tools/explain/text_view.h"
 
 #include <algorithm>
+#include <chrono>
 #include <sstream>
 
 namespace vorn::tool {
@@ -22,7 +24,6 @@ constexpr std::uint8_t kProcessingOptions = 0xA8;
 constexpr std::uint8_t kGenerateCryptogram = 0xAE;
 constexpr std::uint8_t kReadRecord = 0xB2;
 constexpr std::uint8_t kGetData = 0xCA;
-constexpr std::size_t kReaderHeader = 3; // the reader's own bytes before an APDU
 
 struct Call {
     const char* name;
@@ -150,59 +151,67 @@ std::string behind(const std::string& text, const std::string& mark)
     return at == std::string::npos ? text : text.substr(at + mark.size());
 }
 
-} // namespace
-
-LogStory::LogStory(bool show, Sink sink)
-    : show_(show),
-      sink_(std::move(sink)),
-      reader_({[this](const LoggedExchange& logged) { exchange(logged); },
-               [this](const std::string& line, std::size_t) { text(line); }}),
-      view_(show)
-{}
-
-void LogStory::end()
-{
-    reader_.end();
-    finish();
-    if (memoryCard_) {
-        sink_(remark("Memory-card calls write no exchanges to the log: what went to such a card and what it answered "
-                     "cannot be told from it."));
+// One call, told.
+class CallStory {
+public:
+    CallStory(const LoggedCall& call, bool show) : show_(show), view_(call.view), number_(call.first), left_(call.left)
+    {
+        constexpr std::size_t usual = 32;
+        call_.kind = ItemKind::Call;
+        call_.below.reserve(usual);
     }
-}
+
+    Item tell(const LoggedCall& call);
+
+private:
+    struct Sent {
+        ByteSpan apdu, answer;
+        bool power = false;    // power on: no APDU
+        std::size_t place = 0; // among the call's items
+    };
+
+    void exchange(const LoggedExchange& logged);
+    void entry(const LogEntry& entry);
+    void begin(const LogEntry& entry);
+    void result(const LogEntry& entry);
+    void exit(const LogEntry& entry);
+    void judge();
+    std::string causeOf(const Sent& sent) const;
+    const Sent* failing() const;
+    bool harmless(std::size_t index) const;
+    void attach(Item item) { call_.below.push_back(std::move(item)); }
+    Item cardExchange(const LoggedExchange& logged);
+    Item slotExchange(const LoggedExchange& logged);
+
+    bool show_;
+    ExchangeView view_;
+    std::size_t number_; // of the next exchange
+    std::size_t left_;   // exchanges that are not in the log's call
+    Item call_;
+    std::vector<Sent> sent_;
+    bool succeeded_ = false;
+    std::string failure_;
+};
 
 // ---------------------------------------------------------------- exchanges
 
-void LogStory::attach(Item item)
+Item CallStory::cardExchange(const LoggedExchange& logged)
 {
-    if (!open_) {
-        call_ = Item();
-        call_.kind = ItemKind::Call;
-        call_.name = "outside a call";
-        open_ = true;
-        succeeded_ = true;
-    }
-    call_.below.push_back(std::move(item));
-}
-
-Item LogStory::cardExchange(const LoggedExchange& logged, Sent& sent)
-{
-    sent.apdu.assign(logged.command.begin() + kReaderHeader, logged.command.end());
-    Item item = view_.exchange(sent.apdu, sent.answer);
+    Item item = view_.exchange(logged.apdu(), logged.answer);
     if (logged.command[2] >= 0x10 && logged.command[2] <= 0x13) {
         item.title = slotName(logged.command[2]);
     }
     return item;
 }
 
-Item LogStory::slotExchange(const LoggedExchange& logged, Sent& sent)
+Item CallStory::slotExchange(const LoggedExchange& logged)
 {
     Item item;
     item.kind = ItemKind::Exchange;
     const Item command = explainReaderCommand(logged.command, show_);
-    sent.power = logged.marker == "icc_poweron" || logged.marker == "picc_Active";
     item.name = command.words;
     item.below.push_back(command);
-    if (!sent.power) {
+    if (!logged.powersOn()) {
         return item;
     }
     view_.powerOn();
@@ -219,36 +228,21 @@ Item LogStory::slotExchange(const LoggedExchange& logged, Sent& sent)
     return item;
 }
 
-void LogStory::exchange(const LoggedExchange& logged)
+void CallStory::exchange(const LoggedExchange& logged)
 {
-    ++number_;
-    if (open_ && sent_.size() >= kMostExchanges) {
-        ++left_;
-        return;
-    }
-    Sent sent;
-    sent.answer = logged.answer;
-    const bool apdu = logged.marker.find("capdu") != std::string::npos && logged.command.size() > kReaderHeader;
-    Item item = apdu ? cardExchange(logged, sent) : slotExchange(logged, sent);
-    item.number = number_;
+    const ByteSpan apdu = logged.apdu();
+    Item item = apdu.empty() ? slotExchange(logged) : cardExchange(logged);
+    item.number = number_++;
     if (logged.cut) {
         item.below.push_back(remark("the log does not have this exchange as a whole"));
     }
     attach(std::move(item));
-    sent.place = call_.below.size() - 1;
-    sent_.push_back(std::move(sent));
+    sent_.push_back({apdu, logged.answer, apdu.empty() && logged.powersOn(), call_.below.size() - 1});
 }
 
 // ---------------------------------------------------------------- entries
 
-void LogStory::text(const std::string& line)
-{
-    for (const LogEntry& one : entriesOf(line)) {
-        entry(one);
-    }
-}
-
-void LogStory::entry(const LogEntry& entry)
+void CallStory::entry(const LogEntry& entry)
 {
     switch (entry.kind) {
     case EntryKind::Call:
@@ -273,18 +267,11 @@ void LogStory::entry(const LogEntry& entry)
     }
 }
 
-void LogStory::begin(const LogEntry& entry)
+void CallStory::begin(const LogEntry& entry)
 {
-    finish();
-    open_ = true;
-    call_ = Item();
-    call_.kind = ItemKind::Call;
     call_.name = entry.name;
-    constexpr std::size_t usual = 32;
-    call_.below.reserve(usual);
     const Call* const row = callOf(entry.name);
     call_.title = row == nullptr ? "" : row->words;
-    memoryCard_ = memoryCard_ || entry.name.compare(0, 5, "IC_M1") == 0;
     Item arguments = object("", "Arguments", "");
     for (const auto& [name, text] : argumentsOf(entry.text)) {
         arguments.below.push_back(explainArgument(name, text, show_));
@@ -294,7 +281,7 @@ void LogStory::begin(const LogEntry& entry)
     }
 }
 
-void LogStory::result(const LogEntry& entry)
+void CallStory::result(const LogEntry& entry)
 {
     succeeded_ = true;
     Item item = object(entry.name, "Result", printable(maskedUnless(show_, entry.text)));
@@ -319,7 +306,7 @@ void LogStory::result(const LogEntry& entry)
     attach(std::move(item));
 }
 
-void LogStory::exit(const LogEntry& entry)
+void CallStory::exit(const LogEntry& entry)
 {
     const int number = std::atoi(entry.text.c_str());
     const auto* const row = std::find_if(std::begin(kWaysOut), std::end(kWaysOut),
@@ -337,7 +324,7 @@ void LogStory::exit(const LogEntry& entry)
 
 // What a card refuses in the ordinary course of things: records behind the last one of the directory, objects that it
 // need not have, applications before the one that it has.
-bool LogStory::harmless(std::size_t index) const
+bool CallStory::harmless(std::size_t index) const
 {
     const Sent& sent = sent_[index];
     const std::uint8_t instruction = sent.apdu.size() < 4 ? 0 : sent.apdu[1];
@@ -362,7 +349,7 @@ bool LogStory::harmless(std::size_t index) const
     }
 }
 
-const LogStory::Sent* LogStory::failing() const
+const CallStory::Sent* CallStory::failing() const
 {
     for (std::size_t i = sent_.size(); i-- > 0;) {
         const Sent& sent = sent_[i];
@@ -382,7 +369,7 @@ const LogStory::Sent* LogStory::failing() const
     return cryptogram == sent_.rend() ? nullptr : &*cryptogram;
 }
 
-std::string LogStory::causeOf(const Sent& sent) const
+std::string CallStory::causeOf(const Sent& sent) const
 {
     if (sent.power) {
         return "no card answered";
@@ -401,7 +388,7 @@ std::string LogStory::causeOf(const Sent& sent) const
     return command + ": " + statusText(status) + (meaning.empty() ? "" : ", " + meaning);
 }
 
-void LogStory::judge()
+void CallStory::judge()
 {
     const Call* const row = callOf(call_.name);
     const bool failed = !failure_.empty() || (row != nullptr && row->tellsSuccess && !succeeded_);
@@ -417,21 +404,92 @@ void LogStory::judge()
     }
 }
 
-void LogStory::finish()
+Item CallStory::tell(const LoggedCall& call)
 {
-    if (open_) {
-        judge();
-        if (left_ > 0) {
-            call_.below.push_back(remark(std::to_string(left_) + " more exchanges are not shown"));
-        }
-        sink_(call_);
+    const LogEntry* const begins = std::get_if<LogEntry>(&call.parts.front());
+    if (begins == nullptr || begins->kind != EntryKind::Call) {
+        call_.name = "outside a call";
+        succeeded_ = true;
     }
-    open_ = false;
-    call_ = Item();
-    sent_.clear();
-    left_ = 0;
-    succeeded_ = false;
-    failure_.clear();
+    for (const auto& part : call.parts) {
+        if (const auto* const logged = std::get_if<LoggedExchange>(&part)) {
+            exchange(*logged);
+        } else {
+            entry(std::get<LogEntry>(part));
+        }
+    }
+    judge();
+    if (left_ > 0) {
+        attach(remark(std::to_string(left_) + " more exchanges are not shown"));
+    }
+    return std::move(call_);
+}
+
+} // namespace
+
+// ---------------------------------------------------------------- the calls in their order
+
+LogStory::LogStory(bool show, Sink sink, std::launch how)
+    : show_(show),
+      sink_(std::move(sink)),
+      how_(how),
+      calls_(show, [this](LoggedCall call) { heard_.push_back(std::move(call)); })
+{}
+
+void LogStory::add(const char* piece, std::size_t size)
+{
+    calls_.add(piece, size);
+    tell();
+    for (const auto ready = std::chrono::seconds(0);
+         !telling_.empty() &&
+         (telling_.size() > kMostTellers || telling_.front().wait_for(ready) == std::future_status::ready);) {
+        handOn();
+    }
+}
+
+void LogStory::settle()
+{
+    while (!telling_.empty()) {
+        handOn();
+    }
+}
+
+void LogStory::end()
+{
+    calls_.end();
+    tell();
+    settle();
+    if (memoryCard_) {
+        sink_(remark("Memory-card calls write no exchanges to the log: what went to such a card and what it answered "
+                     "cannot be told from it."));
+    }
+}
+
+// What a piece of the log brought is told beside what comes from the next ones.
+void LogStory::tell()
+{
+    if (heard_.empty()) {
+        return;
+    }
+    telling_.push_back(std::async(how_, [calls = std::move(heard_), show = show_] {
+        std::vector<Item> items;
+        items.reserve(calls.size());
+        for (const LoggedCall& call : calls) {
+            items.push_back(CallStory(call, show).tell(call));
+        }
+        return items;
+    }));
+    heard_.clear();
+}
+
+void LogStory::handOn()
+{
+    const std::vector<Item> items = telling_.front().get();
+    telling_.pop_front();
+    for (const Item& item : items) {
+        memoryCard_ = memoryCard_ || (item.kind == ItemKind::Call && item.name.compare(0, 5, "IC_M1") == 0);
+        sink_(item);
+    }
 }
 
 // ---------------------------------------------------------------- the trace file
