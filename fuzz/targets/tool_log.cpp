@@ -68,7 +68,7 @@ std::string told(const std::string& log, std::size_t piece, bool show, Show text
 {
     std::string text;
     tool::LogStory story(
-        show, [&](const tool::Item& item) { text += textOf(item); }, std::launch::deferred);
+        show, [&](tool::Item item) { return [&text, told = textOf(item)] { text += told; }; }, std::launch::deferred);
     feed(story, log, piece);
     return text;
 }

@@ -121,7 +121,7 @@ private:
 
 class Output {
 public:
-    explicit Output(const Options& options) : json_(options.json), text_([](std::string_view text) { print(text); })
+    explicit Output(const Options& options) : json_(options.json)
     {
         if (!options.html.empty()) {
             file_ = std::make_unique<NewFile>(options.html, options.force);
@@ -132,24 +132,27 @@ public:
     void begin(const std::string& kind)
     {
         if (json_ && !page_) {
-            text_.add("{\"kind\": " + Json(kind).dump() + ", \"objects\": [\n");
+            text_ += "{\"kind\": " + Json(kind).dump() + ", \"objects\": [\n";
         }
     }
 
-    void item(const Item& item)
+    // Puts an item into its form; what is returned then adds it to the output. The first may be done beside others.
+    InOrder prepared(Item item)
     {
         if (page_) {
-            page_->add(item);
-        } else if (json_) {
-            text_.add(first_ ? "" : ",\n");
-            text_.add(jsonOf(item).dump(2, ' ', false, Json::error_handler_t::replace));
-        } else {
-            addText(text_, item);
+            return [this, item = std::move(item)] { page_->add(item); };
         }
-        first_ = false;
+        std::string text = json_ ? jsonOf(item).dump(2, ' ', false, Json::error_handler_t::replace) : textOf(item);
+        return [this, text = std::move(text)] { add(text); };
     }
 
-    void flush() { text_.flush(); }
+    void item(const Item& item) { prepared(item)(); }
+
+    void flush()
+    {
+        print(text_);
+        text_.clear();
+    }
 
     void end(const std::string& problem)
     {
@@ -157,15 +160,26 @@ public:
             page_->end(problem);
             file_->close();
         } else if (json_) {
-            text_.add("\n], \"problem\": " + Json(problem).dump() + "}\n");
+            text_ += "\n], \"problem\": " + Json(problem).dump() + "}\n";
         }
-        text_.flush();
+        flush();
     }
 
 private:
+    void add(const std::string& text)
+    {
+        constexpr std::size_t enough = 65536;
+        text_ += json_ && !first_ ? ",\n" : "";
+        text_ += text;
+        first_ = false;
+        if (text_.size() > enough) {
+            flush();
+        }
+    }
+
     bool json_;
     bool first_ = true;
-    TextBuffer text_;
+    std::string text_;
     std::unique_ptr<NewFile> file_;
     std::optional<Page> page_;
 };
@@ -202,7 +216,7 @@ Exit tellLog(Input& input, const std::string& head, const Options& options)
 {
     Output output(options);
     output.begin("log");
-    LogStory story(options.show, [&output](const Item& item) { output.item(item); });
+    LogStory story(options.show, [&output](Item item) { return output.prepared(std::move(item)); });
     tellPieces(story, input, head, output, [&story] { story.settle(); });
     output.end("");
     return Exit::Ok;

@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <chrono>
 #include <sstream>
+#include <thread>
 
 namespace vorn::tool {
 
@@ -429,10 +430,11 @@ Item CallStory::tell(const LoggedCall& call)
 
 // ---------------------------------------------------------------- the calls in their order
 
-LogStory::LogStory(bool show, Sink sink, std::launch how)
+LogStory::LogStory(bool show, Receiver receiver, std::launch how)
     : show_(show),
-      sink_(std::move(sink)),
+      receiver_(std::move(receiver)),
       how_(how),
+      atATime_(std::max(2U, std::thread::hardware_concurrency())),
       calls_(show, [this](LoggedCall call) { heard_.push_back(std::move(call)); })
 {}
 
@@ -442,15 +444,15 @@ void LogStory::add(const char* piece, std::size_t size)
     tell();
     for (const auto ready = std::chrono::seconds(0);
          !telling_.empty() &&
-         (telling_.size() > kMostTellers || telling_.front().wait_for(ready) == std::future_status::ready);) {
-        handOn();
+         (telling_.size() > atATime_ || telling_.front().wait_for(ready) == std::future_status::ready);) {
+        finishFirst();
     }
 }
 
 void LogStory::settle()
 {
     while (!telling_.empty()) {
-        handOn();
+        finishFirst();
     }
 }
 
@@ -460,8 +462,8 @@ void LogStory::end()
     tell();
     settle();
     if (memoryCard_) {
-        sink_(remark("Memory-card calls write no exchanges to the log: what went to such a card and what it answered "
-                     "cannot be told from it."));
+        receiver_(remark("Memory-card calls write no exchanges to the log: what went to such a card and what it "
+                         "answered cannot be told from it."))();
     }
 }
 
@@ -471,24 +473,28 @@ void LogStory::tell()
     if (heard_.empty()) {
         return;
     }
-    telling_.push_back(std::async(how_, [calls = std::move(heard_), show = show_] {
-        std::vector<Item> items;
-        items.reserve(calls.size());
+    for (const LoggedCall& call : heard_) {
+        const LogEntry* const entry = std::get_if<LogEntry>(&call.parts.front());
+        memoryCard_ = memoryCard_ ||
+                      (entry != nullptr && entry->kind == EntryKind::Call && entry->name.compare(0, 5, "IC_M1") == 0);
+    }
+    telling_.push_back(std::async(how_, [this, calls = std::move(heard_)] {
+        std::vector<InOrder> told;
+        told.reserve(calls.size());
         for (const LoggedCall& call : calls) {
-            items.push_back(CallStory(call, show).tell(call));
+            told.push_back(receiver_(CallStory(call, show_).tell(call)));
         }
-        return items;
+        return told;
     }));
     heard_.clear();
 }
 
-void LogStory::handOn()
+void LogStory::finishFirst()
 {
-    const std::vector<Item> items = telling_.front().get();
+    const std::vector<InOrder> told = telling_.front().get();
     telling_.pop_front();
-    for (const Item& item : items) {
-        memoryCard_ = memoryCard_ || (item.kind == ItemKind::Call && item.name.compare(0, 5, "IC_M1") == 0);
-        sink_(item);
+    for (const InOrder& one : told) {
+        one();
     }
 }
 

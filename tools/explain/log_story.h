@@ -14,27 +14,30 @@
 
 namespace vorn::tool {
 
+// What is left to be done with a told call, when it is its turn.
+using InOrder = std::function<void()>;
+
 class LogStory {
 public:
-    using Sink = std::function<void(const Item&)>;
-    LogStory(bool show, Sink sink, std::launch how = std::launch::async);
+    // Called with each told call, for several of them at a time.
+    using Receiver = std::function<InOrder(Item)>;
+    LogStory(bool show, Receiver receiver, std::launch how = std::launch::async);
 
     void add(const char* piece, std::size_t size);
-    void settle(); // hands on what is being told, before a wait
+    void settle(); // ends what is under way, before a wait
     void end();
 
 private:
     void tell();
-    void handOn();
-
-    static constexpr std::size_t kMostTellers = 8; // pieces under way
+    void finishFirst();
 
     bool show_;
-    Sink sink_;
+    Receiver receiver_;
     std::launch how_;
+    std::size_t atATime_; // pieces under way
     LogCalls calls_;
     std::vector<LoggedCall> heard_;
-    std::deque<std::future<std::vector<Item>>> telling_;
+    std::deque<std::future<std::vector<InOrder>>> telling_;
     bool memoryCard_ = false;
 };
 

@@ -30,43 +30,41 @@ std::string_view blanks(std::size_t count)
     return std::string_view(kBlanks).substr(0, count);
 }
 
-void addLine(TextBuffer& text, std::string_view indent, std::string_view line)
+void addLine(std::string& text, std::string_view indent, std::string_view line)
 {
-    text.add(indent);
-    text.add(line);
-    text.add('\n');
+    text += indent;
+    text += line;
+    text += '\n';
 }
 
-void addHead(TextBuffer& text, const Item& item)
+void addHead(std::string& text, const Item& item)
 {
     if (item.number > 0) {
-        text.add(std::to_string(item.number));
-        text.add(". ");
+        text += std::to_string(item.number);
+        text += ". ";
     }
-    text.add(item.name);
+    text += item.name;
     if (!item.name.empty() && !item.title.empty()) {
-        text.add("  ");
+        text += "  ";
     }
-    text.add(item.title);
+    text += item.title;
 }
 
-} // namespace
-
-void addText(TextBuffer& text, const Item& item, std::size_t depth)
+void addText(std::string& text, const Item& item, std::size_t depth)
 {
     const std::string_view indent = blanks(2 * depth);
     const std::string_view inner = blanks(2 * depth + 4);
     const bool headless = item.number == 0 && item.name.empty() && item.title.empty();
-    text.add(indent);
+    text += indent;
     if (item.failed) {
-        text.add("!! ");
+        text += "!! ";
     }
     if (headless) {
-        text.add(item.words);
+        text += item.words;
     } else {
         addHead(text, item);
     }
-    text.add('\n');
+    text += '\n';
     if (!item.hex.empty()) {
         addLine(text, inner, item.hex);
     }
@@ -78,13 +76,13 @@ void addText(TextBuffer& text, const Item& item, std::size_t depth)
     }
 }
 
+} // namespace
+
 std::string textOf(const Item& item, std::size_t depth)
 {
-    std::string whole;
-    TextBuffer text([&whole](std::string_view part) { whole += part; });
+    std::string text;
     addText(text, item, depth);
-    text.flush();
-    return whole;
+    return text;
 }
 
 nlohmann::ordered_json jsonOf(const Item& item)

@@ -3,7 +3,6 @@
 #pragma once
 
 #include "tools/explain/item.h"
-#include "tools/explain/text_buffer.h"
 
 #include <nlohmann/json_fwd.hpp>
 
@@ -12,7 +11,6 @@
 namespace vorn::tool {
 
 std::string textOf(const Item& item, std::size_t depth = 0);
-void addText(TextBuffer& text, const Item& item, std::size_t depth = 0);
 nlohmann::ordered_json jsonOf(const Item& item);
 
 } // namespace vorn::tool
