@@ -4,6 +4,8 @@
 
 #include "tools/session/session.h"
 
+#include <CLI/CLI.hpp>
+
 #include <string>
 
 namespace vorn::tool {
