@@ -19,7 +19,9 @@
 
 #include <poll.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -61,7 +63,7 @@ public:
                 }
             });
             if (!file_) {
-                throw Failure(Exit::Usage, "the file cannot be read");
+                throw Failure(Exit::Usage, texts[0] + ": " + std::strerror(errno));
             }
             return;
         }

@@ -10,6 +10,8 @@
 #include <nlohmann/json.hpp>
 
 #include <array>
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <memory>
 
@@ -29,7 +31,7 @@ Transcript readLog(const std::string& path)
 {
     std::ifstream in(path, std::ios::binary);
     if (!in) {
-        throw Failure(Exit::Usage, "the log cannot be read");
+        throw Failure(Exit::Usage, path + ": " + std::strerror(errno));
     }
     Transcript transcript;
     LogReader reader({[&](const LoggedExchange& logged) { transcript.exchange(logged); },
@@ -38,7 +40,7 @@ Transcript readLog(const std::string& path)
     while (in.read(piece.data(), piece.size()), in.gcount() > 0) {
         throwIfInterrupted();
         if (sim::looksLikeRecording({piece.data(), static_cast<std::size_t>(in.gcount())})) {
-            throw Failure(Exit::Usage, "that is a recording of the line, and no log",
+            throw Failure(Exit::Usage, path + " is a recording of the line, and no log",
                           "'vorn sim --replay' answers out of it");
         }
         reader.add(piece.data(), static_cast<std::size_t>(in.gcount()));
