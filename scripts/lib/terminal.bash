@@ -11,7 +11,7 @@ run_terminal() { # disk (with options of QEMU), folder, file, QEMU's other optio
   root=$(mktemp -d)
   mkdir -p "$root"/{bin,dev,proc,sys,disk,modules}
   cp $vm/unpacked/bin/busybox "$root/bin/busybox"
-  for name in sh mount umount mkdir insmod cat cp sleep chroot sync poweroff; do ln -s busybox "$root/bin/$name"; done
+  for name in sh mount umount mkdir insmod cat cp ln sleep chroot sync poweroff; do ln -s busybox "$root/bin/$name"; done
   for name in $disk_modules; do
     aarch64-linux-gnu-strip --strip-debug -o "$root/modules/$name.ko" "$(module $name)" || return 1
   done
@@ -27,13 +27,16 @@ run_terminal() { # disk (with options of QEMU), folder, file, QEMU's other optio
   tr -d '\r' <"$console" | grep -qx 'VORN-TASK 0'
 }
 
-# The disk of a release: unpacked here, configured by the terminal itself. Made once.
-terminal_disk() { # release, file, packages besides the smallest system
-  local folder=$2.folder task
+# The disk of a release, with what the packages need and are looked at with: unpacked here, configured by the terminal
+# itself. Made once.
+terminal_disk() { # release, file
+  local folder=$2.folder redirection=libusbredirparser1 task
   [ ! -f "$2" ] || return 0
+  [ "$1" = trixie ] && redirection=libusbredirparser1t64
   rm -rf "$folder" "$2".*
   mkdir -p "$(dirname "$2")"
-  debootstrap --foreign --arch=arm64 --variant=minbase --keyring=$archive_key --include="$3" "$1" "$folder" \
+  debootstrap --foreign --arch=arm64 --variant=minbase --keyring=$archive_key \
+    --include=libusb-1.0-0,libcjson1,$redirection,man-db,bash-completion,udev "$1" "$folder" \
     "$(debian_mirror)" >"$2.log" 2>&1 || { tail -n 5 "$2.log"; return 1; }
   rm -f "$2.new"
   # What is written here is thrown away when it is not complete.
