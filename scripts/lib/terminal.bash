@@ -20,7 +20,7 @@ run_terminal() { # disk (with options of QEMU), folder, file, QEMU's other optio
   cp -r "$task" "$root/task"
   (cd "$root" && find . | cpio -o -H newc -R 0:0 --quiet | gzip -1) >"$out/initrd-terminal.gz"
   rm -rf "$root"
-  timeout 5400 qemu-system-aarch64 -M virt -cpu cortex-a57 -m 512 -nodefaults -nographic -no-reboot \
+  timeout 3000 qemu-system-aarch64 -M virt -cpu cortex-a57 -m 512 -nodefaults -nographic -no-reboot \
     -kernel "$(find $vm/unpacked/boot -name 'vmlinuz-*' | head -n 1)" -initrd "$out/initrd-terminal.gz" \
     -append "console=ttyAMA0 quiet panic=-1" -serial mon:stdio \
     -drive "if=none,id=disk,format=raw,$disk" -device virtio-blk-pci,drive=disk "$@" </dev/null >"$console" 2>&1
