@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <future>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -35,10 +36,12 @@ std::string exchange(const std::string& command, const std::string& answer)
 const std::string kSelect = exchange("00 A4 04 00 02 A0 00", "6F 02 84 00 90 00");
 const std::string kArguments = "nPortNo:ttyS1,extendPort:,nBaudRate:9600,nTimeout:20,";
 
-std::vector<Item> storyOf(const std::string& log, bool show = false, std::size_t piece = 4096)
+std::vector<Item> storyOf(const std::string& log, bool show = false, std::size_t piece = 4096,
+                          std::launch how = std::launch::async)
 {
     std::vector<Item> items;
-    LogStory story(show, [&items](Item item) { return [&items, item = std::move(item)] { items.push_back(item); }; });
+    const auto inOrder = [&items](Item item) { return [&items, item = std::move(item)] { items.push_back(item); }; };
+    LogStory story(show, inOrder, how);
     for (std::size_t at = 0; at < log.size(); at += piece) {
         const std::string part = log.substr(at, piece);
         story.add(part.data(), part.size());
@@ -130,6 +133,7 @@ TEST(LogStory, IsTheSameInAnyPieces)
     const std::string whole = told(storyOf(log));
     for (const std::size_t piece : {1U, 2U, 7U, 33U}) {
         EXPECT_EQ(told(storyOf(log, false, piece)), whole) << piece;
+        EXPECT_EQ(told(storyOf(log, false, piece, std::launch::deferred)), whole) << piece << ", in one thread";
     }
 }
 

@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <memory>
 #include <sstream>
 #include <thread>
 
@@ -478,14 +479,16 @@ void LogStory::tell()
         memoryCard_ = memoryCard_ ||
                       (entry != nullptr && entry->kind == EntryKind::Call && entry->name.compare(0, 5, "IC_M1") == 0);
     }
-    telling_.push_back(std::async(how_, [this, calls = std::move(heard_)] {
+    const auto calls = std::make_shared<const std::vector<LoggedCall>>(std::move(heard_));
+    const auto task = [this, calls] {
         std::vector<InOrder> told;
-        told.reserve(calls.size());
-        for (const LoggedCall& call : calls) {
+        told.reserve(calls->size());
+        for (const LoggedCall& call : *calls) {
             told.push_back(receiver_(CallStory(call, show_).tell(call)));
         }
         return told;
-    }));
+    };
+    telling_.push_back(std::async(how_, task)); // copied: it is wanted a second time where no thread could be made
     heard_.clear();
 }
 

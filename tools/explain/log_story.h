@@ -21,7 +21,8 @@ class LogStory {
 public:
     // Called with each told call, for several of them at a time.
     using Receiver = std::function<InOrder(Item)>;
-    LogStory(bool show, Receiver receiver, std::launch how = std::launch::async);
+    // Where the system has no thread left, a call is told when it is its turn.
+    LogStory(bool show, Receiver receiver, std::launch how = std::launch::async | std::launch::deferred);
 
     void add(const char* piece, std::size_t size);
     void settle(); // ends what is under way, before a wait
