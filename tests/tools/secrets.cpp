@@ -1,13 +1,24 @@
 // SPDX-License-Identifier: Apache-2.0
 // Every command on every profile, as text and as JSON, quiet and with all exchanges: nothing of what identifies a card
 // or its holder is in any output, nor in any file that is left.
+#include "tools/explain/apdu_view.h"
+#include "tools/explain/hex.h"
+#include "tools/explain/log_reader.h"
+#include "tools/explain/render.h"
 #include "tools/running_tool.h"
 
 #include <algorithm>
+#include <map>
 
 namespace {
 
 using namespace vorn::test;
+using vorn::tool::Bytes;
+using vorn::tool::ExchangeView;
+using vorn::tool::LoggedExchange;
+using vorn::tool::LogReader;
+using vorn::tool::textOf;
+using vorn::tool::toHex;
 
 // What the profiles' cards hold: account numbers, track data, names, document numbers, keys.
 const char* const kSecrets[] = {
@@ -123,6 +134,48 @@ TEST_F(ToolTest, NoMessageRepeatsAnAccountNumber)
             EXPECT_NE(result.code, kOk) << testing::PrintToString(line);
             EXPECT_EQ(result.output.find(kPan.substr(0, 10)), std::string::npos) << result.output;
             EXPECT_EQ(result.errors.find(kPan.substr(0, 10)), std::string::npos) << result.errors;
+        }
+    }
+}
+
+// A line that loses bytes, or a reader that is late: an answer is cut at either end, filled up with zeros, or stands
+// behind another command than its own.
+TEST_F(ToolTest, NothingIsShownOfAnAnswerThatIsCutOrComesBehindAnotherCommand)
+{
+    const std::string logs = (scratch.path() / "logs").string();
+    for (const char* const command : {"info", "log", "sale"}) {
+        ASSERT_EQ(run(scratch, {command, "--sim", "debit", "--log-dir", logs}).code, kOk);
+    }
+    std::vector<LoggedExchange> exchanges;
+    std::map<std::uint8_t, Bytes> commands; // one of each instruction
+    LogReader reader({[&](const LoggedExchange& logged) {
+                          if (const auto apdu = logged.apdu(); !apdu.empty()) {
+                              exchanges.push_back(logged);
+                              commands.emplace(apdu[1], apdu.copy());
+                          }
+                      },
+                      [](const std::string&, std::size_t) {}});
+    const std::string log = contents(logs + "/ICC_COMM_VORN.log");
+    reader.add(log.data(), log.size());
+    reader.end();
+    ASSERT_GE(commands.size(), 7U);
+    const auto look = [](const Bytes& apdu, const Bytes& answer) {
+        const std::string text = textOf(ExchangeView(false).exchange(apdu, answer));
+        for (const char* const secret : kSecrets) {
+            EXPECT_EQ(text.find(secret), std::string::npos) << toHex(apdu) << "\n" << toHex(answer) << "\n" << text;
+        }
+    };
+    for (const auto& [instruction, apdu] : commands) {
+        for (const LoggedExchange& one : exchanges) {
+            const Bytes& answer = one.answer;
+            for (std::size_t at = 0; at <= answer.size(); ++at) {
+                const auto middle = answer.begin() + static_cast<std::ptrdiff_t>(at);
+                for (Bytes part : {Bytes(answer.begin(), middle), Bytes(middle, answer.end())}) {
+                    look(apdu, part);
+                    part.resize(answer.size());
+                    look(apdu, part);
+                }
+            }
         }
     }
 }

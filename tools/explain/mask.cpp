@@ -52,14 +52,21 @@ enum Instruction : std::uint8_t {
     kVerify = 0x20,
     kWalletInformation = 0x22,
     kPinChange = 0x24,
+    kExternalAuthenticate = 0x82,
     kGetChallenge = 0x84,
     kInternalAuthenticate = 0x88,
+    kSelect = 0xA4,
     kProcessingOptions = 0xA8,
     kGenerateCryptogram = 0xAE,
-    kReadRecord = 0xB2
+    kReadRecord = 0xB2,
+    kGetData = 0xCA
 };
 constexpr std::uint8_t kProprietary = 0x80;
+constexpr std::uint8_t kSecureMessaging = 0x04; // the issuer's script commands
 constexpr std::size_t kCommandDataAt = 5;
+// Bytes. In a longer value stands something else too, nobody knows what.
+constexpr std::size_t kAccountLongest = 10;
+constexpr std::size_t kTrack2Longest = 19;
 
 std::string stars(std::size_t count) { return std::string(count, '*'); }
 
@@ -116,11 +123,17 @@ std::string maskedObjects(const std::vector<TlvNode>& nodes, std::string text)
     return text;
 }
 
+// What is hidden already stays so: where objects are cut or shifted, the value of one may be what others stand in.
 void hideSecrets(const std::vector<TlvNode>& nodes, std::string& text)
 {
     for (const TlvNode& node : nodes) {
-        if (secretTag(node.tag)) {
-            text.replace(2 * node.valueAt, 2 * node.value.size(), valueHex(node.tag, node.value, false));
+        if (!secretTag(node.tag)) {
+            continue;
+        }
+        const std::string masked = valueHex(node.tag, node.value, false);
+        for (std::size_t i = 0; i < masked.size(); ++i) {
+            char& shown = text[2 * node.valueAt + i];
+            shown = masked[i] == '*' ? '*' : shown;
         }
     }
 }
@@ -158,6 +171,36 @@ bool plainAnswer(ByteSpan apdu, ByteSpan data)
     }
 }
 
+// How the answer to a command begins: with one of these bytes, or with the tag that was asked for.
+bool beginsLikeAnswer(ByteSpan apdu, ByteSpan data)
+{
+    switch (apdu[1]) {
+    case kSelect:
+        return data[0] == 0x6F;
+    case kReadRecord:
+        return data[0] == 0x70;
+    case kProcessingOptions:
+    case kGenerateCryptogram:
+        return data[0] == 0x77 || data[0] == 0x80;
+    case kGetData:
+        return apdu[2] == 0 ? data[0] == apdu[3] : data.size() > 1 && data[0] == apdu[2] && data[1] == apdu[3];
+    default: // of the issuer's, which bring no data
+        return false;
+    }
+}
+
+// Whether bytes may be the rest of an answer whose beginning came too late, or is another command's: of a name as well as
+// of anything.
+bool restOfAnswer(ByteSpan apdu, ByteSpan data)
+{
+    constexpr std::uint8_t instructions[] = {kExternalAuthenticate, kSelect,     kProcessingOptions,
+                                             kGenerateCryptogram,   kReadRecord, kGetData};
+    const bool known = apdu.size() >= 4 &&
+                       ((apdu[0] & kSecureMessaging) != 0 ||
+                        std::find(std::begin(instructions), std::end(instructions), apdu[1]) != std::end(instructions));
+    return known && !data.empty() && !beginsLikeAnswer(apdu, data);
+}
+
 } // namespace
 
 Secret secretOf(Tag tag)
@@ -181,9 +224,9 @@ std::string valueHex(Tag tag, ByteSpan value, bool show)
     case Secret::None:
         return maskedHex(value);
     case Secret::AccountNumber:
-        return accountHex(toHex(value));
+        return value.size() > kAccountLongest ? stars(2 * value.size()) : accountHex(toHex(value));
     case Secret::Track2:
-        return trackHex(toHex(value));
+        return value.size() > kTrack2Longest ? stars(2 * value.size()) : trackHex(toHex(value));
     case Secret::Document:
     case Secret::Whole:
         break;
@@ -227,7 +270,10 @@ std::string commandHex(ByteSpan apdu, bool show)
 std::string dataHex(ByteSpan apdu, ByteSpan data, bool show)
 {
     const bool wallet = apdu.size() >= 4 && apdu[0] == kProprietary && apdu[1] == kWalletInformation;
-    return !show && wallet ? stars(2 * data.size()) : hexText(data, show || plainAnswer(apdu, data));
+    if (!show && (wallet || (restOfAnswer(apdu, data) && !plainAnswer(apdu, data)))) {
+        return stars(2 * data.size());
+    }
+    return hexText(data, show || plainAnswer(apdu, data));
 }
 
 std::string responseHex(ByteSpan apdu, ByteSpan response, bool show)
