@@ -106,7 +106,13 @@ TEST(Mask, CommandsAndAnswersAreMaskedByWhatTheyAre)
                                 "9000"),
                           false),
               "800B80004841111111111111119000");
-    EXPECT_EQ(responseHex(bytes("00B2010C00"), bytes("41111111111111119000"), false), "411111******11119000");
+    EXPECT_EQ(responseHex(bytes("00B0000008"), bytes("41111111111111119000"), false), "411111******11119000");
+    // A record is an object; what does not begin as one is the rest of something.
+    EXPECT_EQ(responseHex(bytes("00B2010C00"), bytes("41111111111111119000"), false), "****************9000");
+    EXPECT_EQ(responseHex(bytes("80CA9F1700"), bytes("9F1701039000"), false), "9F1701039000");
+    EXPECT_EQ(responseHex(bytes("80CA9F1700"), bytes("9F3601039000"), false), "********9000");
+    EXPECT_EQ(responseHex(bytes("0082000000"), bytes("12349000"), false), "****9000");
+    EXPECT_EQ(responseHex(bytes("84DA000000"), bytes("12349000"), false), "****9000");
     EXPECT_EQ(dataHex(bytes("80220003"), bytes("3156AABB"), false), "********");
     EXPECT_EQ(responseHex(bytes("00B2010C00"), bytes("6A82"), false), "6A82");
 }
