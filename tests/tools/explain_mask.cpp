@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // What everybody may see of a card's data, and what nobody.
 #include "sim/data/bytes.h"
+#include "tools/explain/frame_view.h"
 #include "tools/explain/mask.h"
 #include "tools/explain/mask_scan.h"
 
@@ -17,6 +18,7 @@ using vorn::tool::dataHex;
 using vorn::tool::excerpt;
 using vorn::tool::hexText;
 using vorn::tool::maskText;
+using vorn::tool::payloadHex;
 using vorn::tool::responseHex;
 
 vorn::sim::Bytes bytes(const std::string& hex) { return fromHex(hex).value(); }
@@ -113,8 +115,44 @@ TEST(Mask, CommandsAndAnswersAreMaskedByWhatTheyAre)
     EXPECT_EQ(responseHex(bytes("80CA9F1700"), bytes("9F3601039000"), false), "********9000");
     EXPECT_EQ(responseHex(bytes("0082000000"), bytes("12349000"), false), "****9000");
     EXPECT_EQ(responseHex(bytes("84DA000000"), bytes("12349000"), false), "****9000");
+    EXPECT_EQ(responseHex(bytes("0084000000"), bytes("4F5559414E47205849414F4D494E479000"), false),
+              "******************************9000");
+    EXPECT_EQ(responseHex(bytes("0088000000"), bytes("80044F5559419000"), false), "80044F5559419000");
+    EXPECT_EQ(responseHex(bytes("0088000000"), bytes("4F5559419000"), false), "********9000");
+    EXPECT_EQ(responseHex(bytes("0088000000"), bytes("80054F5559419000"), false), "************9000"); // not whole
+    EXPECT_EQ(responseHex(bytes("00C0000000"), bytes("700450024F559000"), false), "700450024F559000");
+    EXPECT_EQ(responseHex(bytes("00C0000000"), bytes("4F5559414E479000"), false), "************9000");
     EXPECT_EQ(dataHex(bytes("80220003"), bytes("3156AABB"), false), "********");
     EXPECT_EQ(responseHex(bytes("00B2010C00"), bytes("6A82"), false), "6A82");
+}
+
+struct PayloadRow {
+    const char* command;
+    const char* payload;
+    const char* masked;
+};
+
+const PayloadRow kPayloadRows[] = {
+    {"3222018000", "3B6800000102030405060708", "3B6800000102030405060708"}, // an answer to reset
+    {"3222018000", "3F6500000102", "3F6500000102"},                         //
+    {"3222018000", "4F5559414E479000", "****************"},
+    {"32240180", "0678807082024B", "**************"},
+    {"32240180", "067880708202", "067880708202"}, // to select: its length in front
+    {"3241FF52", "0400A1B2C3D4", "0400A1B2C3D4"}, // a memory card's number
+    {"3241FF52", "4F5559414E472058494141", "**********************"},
+    {"324304", "00112233445566778899AABBCCDDEEFF", "********************************"},
+    {"322300", "4F55594190", "**********"},
+    {"3226000084000008", "01020304050607089000", "01020304050607089000"},
+    {"32260000B2010C00", "4F5559414E479000", "************9000"},
+};
+
+TEST(Mask, OfTheReadersOwnAnswersNothingRemainsThatMayBeACards)
+{
+    for (const PayloadRow& row : kPayloadRows) {
+        EXPECT_EQ(payloadHex(bytes(row.command), bytes(row.payload), false), row.masked) << row.command;
+        EXPECT_EQ(payloadHex(bytes(row.command), bytes(row.payload), true), row.payload) << row.command;
+    }
+    EXPECT_EQ(payloadHex({}, bytes("3B00"), false), "****");
 }
 
 struct TextRow {

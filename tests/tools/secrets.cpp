@@ -2,10 +2,12 @@
 // Every command on every profile, as text and as JSON, quiet and with all exchanges: nothing of what identifies a card
 // or its holder is in any output, nor in any file that is left.
 #include "tools/explain/apdu_view.h"
+#include "tools/explain/frame_view.h"
 #include "tools/explain/hex.h"
 #include "tools/explain/log_reader.h"
 #include "tools/explain/render.h"
 #include "tools/running_tool.h"
+#include "tools/session/exchange_text.h"
 
 #include <algorithm>
 #include <map>
@@ -14,7 +16,11 @@ namespace {
 
 using namespace vorn::test;
 using vorn::tool::Bytes;
+using vorn::tool::exchangeText;
 using vorn::tool::ExchangeView;
+using vorn::tool::explainReset;
+using vorn::tool::fromHex;
+using vorn::tool::LineExchange;
 using vorn::tool::LoggedExchange;
 using vorn::tool::LogReader;
 using vorn::tool::textOf;
@@ -159,24 +165,42 @@ TEST_F(ToolTest, NothingIsShownOfAnAnswerThatIsCutOrComesBehindAnotherCommand)
     reader.add(log.data(), log.size());
     reader.end();
     ASSERT_GE(commands.size(), 7U);
-    const auto look = [](const Bytes& apdu, const Bytes& answer) {
-        const std::string text = textOf(ExchangeView(false).exchange(apdu, answer));
+    for (const char* const apdu : {"0084000008", "0088000004AABBCCDD00", "00C0000040", "84240000083132333435363738"}) {
+        const Bytes bytes = fromHex(apdu).value();
+        commands.emplace(bytes[1], bytes);
+    }
+    const auto look = [](const std::string& text, const Bytes& command, const Bytes& answer) {
         for (const char* const secret : kSecrets) {
-            EXPECT_EQ(text.find(secret), std::string::npos) << toHex(apdu) << "\n" << toHex(answer) << "\n" << text;
+            EXPECT_EQ(text.find(secret), std::string::npos) << toHex(command) << "\n" << toHex(answer) << "\n" << text;
         }
     };
-    for (const auto& [instruction, apdu] : commands) {
+    const auto lookAtApdu = [&](const Bytes& apdu, const Bytes& answer) {
+        look(textOf(ExchangeView(false).exchange(apdu, answer)), apdu, answer);
+    };
+    const auto lookAtCommand = [&](const Bytes& command, const Bytes& answer) {
+        look(exchangeText({command, LineExchange::Reply::Whole, 0, answer}, false), command, answer);
+        look(textOf(explainReset(answer, false)), command, answer);
+    };
+    const auto eachPiece = [&](const auto& use) {
         for (const LoggedExchange& one : exchanges) {
             const Bytes& answer = one.answer;
             for (std::size_t at = 0; at <= answer.size(); ++at) {
                 const auto middle = answer.begin() + static_cast<std::ptrdiff_t>(at);
                 for (Bytes part : {Bytes(answer.begin(), middle), Bytes(middle, answer.end())}) {
-                    look(apdu, part);
+                    use(part);
                     part.resize(answer.size());
-                    look(apdu, part);
+                    use(part);
                 }
             }
         }
+    };
+    for (const auto& [instruction, apdu] : commands) {
+        eachPiece([&, &command = apdu](const Bytes& part) { lookAtApdu(command, part); });
+    }
+    for (const char* const own :
+         {"3222018000", "322300", "32240180", "32250180", "3241FF52", "324204600000000000000000"}) {
+        const Bytes command = fromHex(own).value();
+        eachPiece([&](const Bytes& part) { lookAtCommand(command, part); });
     }
 }
 

@@ -5,7 +5,7 @@
 #include "tools/cli/version.h"
 #include "tools/commands/command.h"
 #include "tools/commands/link_options.h"
-#include "tools/explain/hex.h"
+#include "tools/explain/frame_view.h"
 #include "tools/explain/present.h"
 #include "tools/session/library_version.h"
 #include "tools/session/port_list.h"
@@ -213,7 +213,8 @@ void Examination::examineSlots(Session& session)
             add(Kind::Bad, state.name, "there is a card, but it does not answer",
                 "is it the right way round? Clean the chip, or try another card");
         } else {
-            add(Kind::Note, state.name, state.kind.empty() ? "empty" : state.kind + ", answer " + toHex(state.answer));
+            add(Kind::Note, state.name,
+                state.kind.empty() ? "empty" : state.kind + ", answer " + resetHex(state.answer, false));
         }
     }
 }

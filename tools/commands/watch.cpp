@@ -4,7 +4,7 @@
 #include "tools/cli/output.h"
 #include "tools/commands/command.h"
 #include "tools/commands/link_options.h"
-#include "tools/explain/hex.h"
+#include "tools/explain/frame_view.h"
 #include "tools/session/session.h"
 #include "tools/session/slots.h"
 
@@ -42,7 +42,7 @@ std::string what(const SlotState& state)
 {
     return state.mute           ? "a card that does not answer"
            : state.kind.empty() ? ""
-                                : state.kind + " " + toHex(state.answer);
+                                : state.kind + " " + resetHex(state.answer, false);
 }
 
 void tell(const SlotState& state, const std::string& before, bool json)

@@ -2,6 +2,7 @@
 #include "tools/explain/frame_view.h"
 
 #include "tools/explain/apdu_view.h"
+#include "tools/explain/atr_view.h"
 #include "tools/explain/hex.h"
 
 #include <algorithm>
@@ -14,10 +15,16 @@ namespace {
 constexpr std::uint8_t kStart = 0x02;
 constexpr std::uint8_t kEnd = 0x03;
 constexpr std::uint8_t kClass = 0x32;
+constexpr std::uint8_t kPowerOn = 0x22;
+constexpr std::uint8_t kActivate = 0x24;
 constexpr std::uint8_t kApdu = 0x26;
+constexpr std::uint8_t kActivateMemory = 0x41;
 constexpr std::uint8_t kAuthenticate = 0x42;
 constexpr std::uint8_t kReadBlock = 0x43;
 constexpr std::uint8_t kWrite = 0x44;
+constexpr std::size_t kApduAt = 3;
+
+constexpr std::size_t kLongestNumber = 10; // bytes: of a memory card
 
 struct Command {
     std::uint8_t operation;
@@ -25,12 +32,12 @@ struct Command {
     const char* name;
 };
 
-const Command kCommands[] = {{0x22, 5, "power on"},
+const Command kCommands[] = {{kPowerOn, 5, "power on"},
                              {0x23, 3, "power off"},
-                             {0x24, 4, "activate the card in the field"},
+                             {kActivate, 4, "activate the card in the field"},
                              {0x25, 4, "switch the field off"},
                              {kApdu, 7, "APDU"},
-                             {0x41, 4, "activate a memory card"},
+                             {kActivateMemory, 4, "activate a memory card"},
                              {kAuthenticate, 10, "authenticate block"},
                              {kReadBlock, 3, "read block"},
                              {kWrite, 19, "write block"}};
@@ -75,6 +82,12 @@ std::string memoryHex(ByteSpan content, std::size_t secretAt, bool show)
     return show ? hex : hex.substr(0, 2 * secretAt) + std::string(hex.size() - std::min(hex.size(), 2 * secretAt), '*');
 }
 
+// An answer to reset (ISO/IEC 7816-3) or to select (ISO/IEC 14443-4, whose first byte is its length).
+bool answerToReset(ByteSpan bytes)
+{
+    return !bytes.empty() && (bytes[0] == 0x3B || bytes[0] == 0x3F || bytes[0] == bytes.size());
+}
+
 Item explainAnswer(ByteSpan content, bool show)
 {
     const std::uint8_t status = content.size() < 2 ? 0xFF : content[1];
@@ -100,9 +113,39 @@ std::string slotName(std::uint8_t slot)
                                           : "slot " + toHex({slot});
 }
 
-bool answersWithBlock(ByteSpan command) { return command.size() > 1 && command[1] == kReadBlock; }
+std::string payloadHex(ByteSpan command, ByteSpan payload, bool show)
+{
+    const std::uint8_t operation = command.size() < 2 ? 0 : command[1];
+    if (operation == kApdu) {
+        return responseHex(command.from(kApduAt), payload, show);
+    }
+    if (operation == kPowerOn || operation == kActivate) {
+        return resetHex(payload, show);
+    }
+    const bool number = operation == kActivateMemory && payload.size() <= kLongestNumber;
+    return show || number ? toHex(payload) : std::string(2 * payload.size(), '*');
+}
+
+std::string resetHex(ByteSpan answer, bool show)
+{
+    return show || answerToReset(answer) ? toHex(answer) : std::string(2 * answer.size(), '*');
+}
 
 bool looksLikeReaderCommand(ByteSpan content) { return commandOf(content) != nullptr; }
+
+Item explainReset(ByteSpan answer, bool show)
+{
+    Item item = object("", "Answer to reset", resetHex(answer, show));
+    if (!show && !answerToReset(answer)) {
+        return item;
+    }
+    std::vector<AtrPart> parts = decodeAtr(answer.copy());
+    item.below.reserve(parts.size());
+    for (AtrPart& part : parts) {
+        item.below.push_back(object(std::move(part.name), std::move(part.meaning), std::move(part.hex)));
+    }
+    return item;
+}
 
 std::optional<Frame> parseFrame(ByteSpan bytes)
 {
@@ -135,15 +178,15 @@ Item explainReaderCommand(ByteSpan content, bool show)
     }
     Item item = object("", "Command to the reader", hexText(content, show), row->name);
     switch (row->operation) {
-    case 0x22:
+    case kPowerOn:
         item.words += ": " + slotName(content[4]);
         break;
     case 0x23:
         item.words += ": " + slotName(content[2]);
         break;
     case kApdu: {
-        const ByteSpan apdu = content.from(3);
-        item.hex = toHex(content.first(3)) + commandHex(apdu, show);
+        const ByteSpan apdu = content.from(kApduAt);
+        item.hex = toHex(content.first(kApduAt)) + commandHex(apdu, show);
         item.words += " to the " + slotName(content[2]);
         item.below.push_back(ExchangeView(show).command(apdu));
         break;

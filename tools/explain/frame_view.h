@@ -22,8 +22,14 @@ bool looksLikeReaderCommand(ByteSpan content);
 Item explainReaderCommand(ByteSpan content, bool show);
 Explanation explainFrame(ByteSpan bytes, bool show);
 
-// The answer to a command that reads a memory card's block: nothing of it but its length is anybody else's.
-bool answersWithBlock(ByteSpan command);
+// The payload of the reader's answer to that command: what a card answered to an APDU, an answer to reset, a memory
+// card's number. Blocks of memory cards are their holder's, and what the command does not bring may be the late answer of
+// a card: of both nothing is shown but the length.
+std::string payloadHex(ByteSpan command, ByteSpan payload, bool show);
+
+// What a card said when it got power; what has not that form is treated as above.
+std::string resetHex(ByteSpan answer, bool show);
+Item explainReset(ByteSpan answer, bool show);
 
 std::string slotName(std::uint8_t slot);
 

@@ -3,7 +3,6 @@
 
 #include "tools/explain/apdu_view.h"
 #include "tools/explain/apdu_words.h"
-#include "tools/explain/atr_view.h"
 #include "tools/explain/frame_view.h"
 #include "tools/explain/hex.h"
 #include "tools/explain/object_view.h"
@@ -219,13 +218,7 @@ Item CallStory::slotExchange(const LoggedExchange& logged)
     view_.powerOn();
     item.words = logged.answer.empty() ? "no card, or no answer from the reader" : "";
     if (!logged.answer.empty()) {
-        Item answer = object("", "Answer to reset", toHex(logged.answer));
-        std::vector<AtrPart> parts = decodeAtr(logged.answer);
-        answer.below.reserve(parts.size());
-        for (AtrPart& part : parts) {
-            answer.below.push_back(object(std::move(part.name), std::move(part.meaning), std::move(part.hex)));
-        }
-        item.below.push_back(std::move(answer));
+        item.below.push_back(explainReset(logged.answer, show_));
     }
     return item;
 }

@@ -7,6 +7,7 @@
 #include "tools/explain/tlv_view.h"
 
 #include <algorithm>
+#include <array>
 
 namespace vorn::tool {
 
@@ -59,14 +60,18 @@ enum Instruction : std::uint8_t {
     kProcessingOptions = 0xA8,
     kGenerateCryptogram = 0xAE,
     kReadRecord = 0xB2,
+    kGetResponse = 0xC0,
     kGetData = 0xCA
 };
+constexpr std::uint8_t kFormat1 = 0x80; // values one behind the other, no objects
+
 constexpr std::uint8_t kProprietary = 0x80;
 constexpr std::uint8_t kSecureMessaging = 0x04; // the issuer's script commands
 constexpr std::size_t kCommandDataAt = 5;
 // Bytes. In a longer value stands something else too, nobody knows what.
 constexpr std::size_t kAccountLongest = 10;
 constexpr std::size_t kTrack2Longest = 19;
+constexpr std::size_t kRandomNumber = 8;
 
 std::string stars(std::size_t count) { return std::string(count, '*'); }
 
@@ -152,6 +157,13 @@ bool logRecord(ByteSpan data)
            decimal(data[4], 0, 59) && decimal(data[5], 0, 59);
 }
 
+bool format1(ByteSpan data)
+{
+    const std::vector<TlvNode> nodes =
+        !data.empty() && data[0] == kFormat1 ? walkTlv(data).nodes : std::vector<TlvNode>();
+    return nodes.size() == 1 && nodes[0].valueAt + nodes[0].value.size() == data.size();
+}
+
 bool plainAnswer(ByteSpan apdu, ByteSpan data)
 {
     if (apdu.size() < 4) {
@@ -161,44 +173,53 @@ bool plainAnswer(ByteSpan apdu, ByteSpan data)
     case kReadRecord:
         return logRecord(data);
     case kGetChallenge:
-        return true;
+        return data.size() <= kRandomNumber;
     case kInternalAuthenticate:
     case kProcessingOptions:
     case kGenerateCryptogram:
-        return !data.empty() && data[0] == 0x80; // format 1: no objects inside
+        return format1(data);
     default:
         return false;
     }
 }
 
-// How the answer to a command begins: with one of these bytes, or with the tag that was asked for.
-bool beginsLikeAnswer(ByteSpan apdu, ByteSpan data)
+// How an answer's data begin. Other commands bring anything, or as the issuer's do, nothing.
+struct Beginnings {
+    std::uint8_t instruction;
+    std::array<std::uint8_t, 5> bytes;
+};
+
+constexpr Beginnings kBeginnings[] = {{kExternalAuthenticate, {}},
+                                      {kGetChallenge, {}},
+                                      {kInternalAuthenticate, {0x77, kFormat1}},
+                                      {kSelect, {0x6F}},
+                                      {kProcessingOptions, {0x77, kFormat1}},
+                                      {kGenerateCryptogram, {0x77, kFormat1}},
+                                      {kReadRecord, {0x70}},
+                                      {kGetResponse, {0x6F, 0x70, 0x77, kFormat1, 0x9F}}};
+
+bool beginsWithTag(ByteSpan data, std::uint8_t high, std::uint8_t low)
 {
-    switch (apdu[1]) {
-    case kSelect:
-        return data[0] == 0x6F;
-    case kReadRecord:
-        return data[0] == 0x70;
-    case kProcessingOptions:
-    case kGenerateCryptogram:
-        return data[0] == 0x77 || data[0] == 0x80;
-    case kGetData:
-        return apdu[2] == 0 ? data[0] == apdu[3] : data.size() > 1 && data[0] == apdu[2] && data[1] == apdu[3];
-    default: // of the issuer's, which bring no data
-        return false;
-    }
+    return high == 0 ? data[0] == low : data.size() > 1 && data[0] == high && data[1] == low;
 }
 
 // Whether bytes may be the rest of an answer whose beginning came too late, or is another command's: of a name as well as
 // of anything.
 bool restOfAnswer(ByteSpan apdu, ByteSpan data)
 {
-    constexpr std::uint8_t instructions[] = {kExternalAuthenticate, kSelect,     kProcessingOptions,
-                                             kGenerateCryptogram,   kReadRecord, kGetData};
-    const bool known = apdu.size() >= 4 &&
-                       ((apdu[0] & kSecureMessaging) != 0 ||
-                        std::find(std::begin(instructions), std::end(instructions), apdu[1]) != std::end(instructions));
-    return known && !data.empty() && !beginsLikeAnswer(apdu, data);
+    if (apdu.size() < 4 || data.empty()) {
+        return false;
+    }
+    if (apdu[1] == kGetData) {
+        return !beginsWithTag(data, apdu[2], apdu[3]);
+    }
+    const auto* const row = std::find_if(std::begin(kBeginnings), std::end(kBeginnings),
+                                         [&](const Beginnings& b) { return b.instruction == apdu[1]; });
+    if (row == std::end(kBeginnings)) {
+        return (apdu[0] & kSecureMessaging) != 0;
+    }
+    return data[0] == 0 || std::find(row->bytes.begin(), row->bytes.end(), data[0]) == row->bytes.end() ||
+           (data[0] == kFormat1 && !format1(data));
 }
 
 } // namespace

@@ -216,7 +216,6 @@ void RecordingRedaction::redactFrames()
             command = content;
             is = zeroed(is, explainReaderCommand(content, false).hex);
         } else {
-            is = answersWithBlock(command) ? Bytes(is.size()) : is;
             is.insert(is.begin(), content.begin(), content.begin() + kPayloadAt);
         }
         replace(piece, sim::encodeFrame(is));

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/explain/recording_story.h"
 
-#include "tools/explain/atr_view.h"
 #include "tools/explain/frame_view.h"
 #include "tools/explain/hex.h"
 #include "tools/explain/present.h"
@@ -66,9 +65,8 @@ Item readersAnswer(const Bytes& command, const Bytes& answer, bool show)
     const Explanation explained = explainFrame(sim::encodeFrame(answer), show);
     Item item = explained.items.empty() ? object("", "Answer of the reader", toHex(answer)) : explained.items.front();
     item.failed = false;
-    if (answersWithBlock(command) && !show) {
-        item.hex.replace(std::min(2 * kPayloadAt, item.hex.size()), std::string::npos, 2 * payloadOf(answer).size(),
-                         '*');
+    if (answer.size() > kPayloadAt) {
+        item.hex = toHex(ByteSpan(answer).first(kPayloadAt)) + payloadHex(command, payloadOf(answer), show);
         item.below.clear();
     }
     return item;
@@ -219,10 +217,7 @@ Item RecordingStory::slotExchange(const Bytes& command, const Bytes& answer) con
     item.words = answered.words;
     const bool power = isOperation(command, kPowerOn) || isOperation(command, kActivate);
     if (power && statusOfReader(answer) == 0x00) {
-        answered = object("", "Answer to reset", toHex(payloadOf(answer)));
-        for (const AtrPart& part : decodeAtr(payloadOf(answer))) {
-            answered.below.push_back(object(part.name, part.meaning, part.hex));
-        }
+        answered = explainReset(payloadOf(answer), show_);
     }
     item.below.push_back(std::move(answered));
     return item;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/explain/redact.h"
 
+#include "tools/explain/frame_view.h"
 #include "tools/explain/hex.h"
 #include "tools/explain/mask.h"
 
@@ -48,8 +49,6 @@ bool telling(const std::string& secret)
     constexpr std::size_t different = 4;
     return std::set<char>(secret.begin(), secret.end()).size() >= different;
 }
-
-bool powersOn(const Bytes& command) { return command.size() > 1 && (command[1] == 0x22 || command[1] == 0x24); }
 
 std::string maskedCommand(const Bytes& command)
 {
@@ -120,12 +119,7 @@ std::string Redaction::hidden(const Block& block)
         command_ = *bytes;
         return filled(block.text, maskedCommand(*bytes));
     }
-    if (powersOn(command_)) {
-        return block.text; // an answer to reset
-    }
-    const Bytes apdu(command_.begin() + static_cast<std::ptrdiff_t>(std::min(kReaderHeader, command_.size())),
-                     command_.end());
-    return filled(block.text, responseHex(apdu, *bytes, false));
+    return filled(block.text, payloadHex(command_, *bytes, false));
 }
 
 // ---------------------------------------------------------------- what is secret

@@ -2,6 +2,7 @@
 #include "tools/session/exchange_text.h"
 
 #include "tools/explain/apdu_words.h"
+#include "tools/explain/frame_view.h"
 #include "tools/explain/hex.h"
 #include "tools/explain/mask.h"
 #include "tools/explain/status_words.h"
@@ -63,7 +64,7 @@ std::string payloadText(const LineExchange& exchange, bool show)
     if (exchange.of(Operation::ReadBlock) && exchange.command.size() > kBlockAt) {
         return blockText(exchange.command[kBlockAt], exchange.payload, show);
     }
-    return toHex(exchange.payload);
+    return payloadHex(exchange.command, exchange.payload, show);
 }
 
 } // namespace
