@@ -223,11 +223,27 @@ TEST(Mask, DigitsAreHiddenWhereverAnAccountNumberCouldStandInThem)
             digits += "0012789"[random() % 7]; // few that a card's number begins with
         }
         const bool expected = holdsAccountNumber(digits);
-        EXPECT_EQ(maskText("=" + digits + "!").find('*') != std::string::npos, expected) << digits;
+        std::string text = "=" + digits + "!";
+        for (std::size_t before = random() % 20; before > 0; --before) {
+            text.insert(0, random() % 2 == 0 ? "x" : "71x"); // digits that are no number
+        }
+        EXPECT_EQ(maskText(text).find('*') != std::string::npos, expected) << text;
         ++(expected ? hidden : shown);
     }
     EXPECT_GT(hidden, 100);
     EXPECT_GT(shown, 100);
+}
+
+TEST(Mask, DigitsAsCharactersAreHiddenAtAnyPlace)
+{
+    for (std::size_t before = 0; before < 60; ++before) {
+        for (std::size_t behind = 0; behind < 3; ++behind) {
+            const std::string text =
+                std::string(before, 'C') + "34313131313131313131313131313131" + std::string(behind, 'C');
+            EXPECT_EQ(maskText(text),
+                      std::string(before, 'C') + "343131**********************3131" + std::string(behind, 'C'));
+        }
+    }
 }
 
 TEST(Mask, AnExcerptNamesTheInputWithoutItsDigits)

@@ -91,6 +91,12 @@ const Consequence kConsequences[] = {
     {0x20, 0x6983, 0x6983, "no PIN tries are left"},
 };
 
+// Only a name that is selected may hold what is secret.
+std::string commandWords(ByteSpan apdu, bool show)
+{
+    return maskedUnless(show || apdu.size() < kHeader || apdu[1] != kSelect, commandInWords(apdu));
+}
+
 // Profiles, locators and cryptograms are no account numbers, whatever their digits.
 std::string answerWords(ByteSpan apdu, ByteSpan response, bool show)
 {
@@ -177,7 +183,7 @@ Item ExchangeView::command(ByteSpan apdu, std::string words) const
     return item;
 }
 
-Item ExchangeView::command(ByteSpan apdu) const { return command(apdu, maskedUnless(show_, commandInWords(apdu))); }
+Item ExchangeView::command(ByteSpan apdu) const { return command(apdu, commandWords(apdu, show_)); }
 
 std::vector<Item> ExchangeView::responseItems(ByteSpan apdu, ByteSpan data) const
 {
@@ -229,7 +235,7 @@ Item ExchangeView::exchange(ByteSpan apdu, ByteSpan response)
 {
     Item item;
     item.kind = ItemKind::Exchange;
-    item.name = maskedUnless(show_, commandInWords(apdu));
+    item.name = commandWords(apdu, show_);
     item.below.reserve(2); // command and answer
     item.below.push_back(command(apdu, item.name));
     follow(apdu, response);

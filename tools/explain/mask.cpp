@@ -325,9 +325,9 @@ std::string valueWords(Tag tag, std::string words, bool show)
     case Secret::Document:
         return maskMiddle(words, 3, 2);
     case Secret::Whole:
-        return "(masked)";
+        return kMasked;
     }
-    return "(masked)";
+    return kMasked;
 }
 
 // ---------------------------------------------------------------- text of any kind

@@ -5,6 +5,7 @@
 #include "tools/explain/mask.h"
 
 #include <algorithm>
+#include <array>
 #include <iterator>
 #include <optional>
 #include <vector>
@@ -18,9 +19,29 @@ constexpr std::size_t kAccountMax = 19;
 constexpr std::size_t kCertainLength = 12; // so many digits that begin like a card's are one, whatever Luhn says
 constexpr std::size_t kShortestObject = 5; // characters: a tag, a length, and something to hide
 
-bool digit(char c) { return c >= '0' && c <= '9'; }
-bool hexDigit(char c) { return digit(c) || (c >= 'A' && c <= 'F') || (c >= 'a' && c <= 'f'); }
-bool letterOrDigit(char c) { return digit(c) || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
+// What a character is, looked up: every character of every text is asked for it.
+enum Class : std::uint8_t { kDigit = 1, kHexDigit = 2, kLetterOrDigit = 4 };
+
+constexpr std::array<std::uint8_t, 256> classesOfCharacters()
+{
+    std::array<std::uint8_t, 256> classes{};
+    for (std::size_t i = 0; i < 10; ++i) {
+        classes['0' + i] = kDigit | kHexDigit | kLetterOrDigit;
+    }
+    for (std::size_t i = 0; i < 26; ++i) {
+        const std::uint8_t letter = i < 6 ? kHexDigit | kLetterOrDigit : kLetterOrDigit;
+        classes['A' + i] = letter;
+        classes['a' + i] = letter;
+    }
+    return classes;
+}
+
+constexpr std::array<std::uint8_t, 256> kClasses = classesOfCharacters();
+
+bool is(Class wanted, char c) { return (kClasses[static_cast<unsigned char>(c)] & wanted) != 0; }
+bool digit(char c) { return is(kDigit, c); }
+bool hexDigit(char c) { return is(kHexDigit, c); }
+bool letterOrDigit(char c) { return is(kLetterOrDigit, c); }
 unsigned valueOf(char c) { return static_cast<unsigned>(digit(c) ? c - '0' : c >= 'a' ? c - 'a' + 10 : c - 'A' + 10); }
 
 void hide(std::string& text, std::size_t from, std::size_t to)
@@ -109,19 +130,35 @@ std::size_t endOfTrack(const std::string& text, std::size_t from)
     return from;
 }
 
+// Where the next run of digits begins that is long enough; the text's end when there is none. Such a run covers one of
+// any places that stand that far from each other, so that most characters are not looked at.
+std::size_t nextLongRun(const std::string& text, std::size_t from)
+{
+    for (std::size_t at = from + kAccountMin - 1; at < text.size(); at += kAccountMin) {
+        if (!digit(text[at])) {
+            continue;
+        }
+        std::size_t begin = at;
+        while (begin > from && digit(text[begin - 1])) {
+            --begin;
+        }
+        at = endOfDigits(text, at);
+        if (at - begin >= kAccountMin) {
+            return begin;
+        }
+    }
+    return text.size();
+}
+
 void hideDigitRuns(std::string& text)
 {
     constexpr std::size_t expirySize = 4;
-    for (std::size_t at = 0; at < text.size();) {
-        if (!digit(text[at])) {
-            ++at;
-            continue;
-        }
+    for (std::size_t at = nextLongRun(text, 0); at < text.size(); at = nextLongRun(text, at)) {
         const std::size_t end = endOfDigits(text, at);
-        const bool track = end - at >= kAccountMin && end < text.size() && trackSeparator(text[end]) &&
-                           endOfDigits(text, end + 1) - end > expirySize;
+        const bool track =
+            end < text.size() && trackSeparator(text[end]) && endOfDigits(text, end + 1) - end > expirySize;
         const std::string_view run(text.data() + at, end - at);
-        if (track || (run.size() >= kAccountMin && !characters(run) && couldHoldAccount(run))) {
+        if (track || (!characters(run) && couldHoldAccount(run))) {
             hideMiddle(text, at, end - at);
         }
         at = track ? endOfTrack(text, end) : end;
@@ -142,9 +179,14 @@ std::size_t endOfCharacterDigits(const std::string& hex, std::size_t from)
 // "363232..." is hex of digits.
 void hideCharacterDigits(std::string& hex)
 {
-    for (std::size_t at = 0; at + 2 * kAccountMin <= hex.size(); ++at) {
+    constexpr std::size_t shortest = 2 * kAccountMin;
+    for (std::size_t at = 0; at + shortest <= hex.size(); ++at) {
+        if (hex[at + shortest - 2] != '3' && hex[at + shortest - 1] != '3') {
+            at += shortest - 1; // none begins before these two
+            continue;
+        }
         const std::size_t end = endOfCharacterDigits(hex, at);
-        if (end - at < 2 * kAccountMin) {
+        if (end - at < shortest) {
             continue;
         }
         std::string digits;
@@ -258,9 +300,11 @@ void hideObject(std::string& hex, std::size_t tagAtPlace, const Shape& shape)
 // What the tags above begin with, for a quick look.
 bool tagMayBegin(char first, char second)
 {
-    const bool f = second == 'F' || second == 'f';
-    return (first == '9' && f) ||
-           (first == '5' && (f || second == '7' || second == '6' || second == 'A' || second == 'a'));
+    if (first != '5' && first != '9') {
+        return false;
+    }
+    return second == 'F' || second == 'f' ||
+           (first == '5' && (second == '7' || second == '6' || second == 'A' || second == 'a'));
 }
 
 void hideObjects(std::string& hex)
@@ -335,6 +379,7 @@ void hidePiece(std::string& text, std::size_t from, std::size_t to)
         return hideInHex(text);
     }
     std::string dense;
+    dense.reserve(to - from);
     std::copy_if(text.begin() + static_cast<std::ptrdiff_t>(from), text.begin() + static_cast<std::ptrdiff_t>(to),
                  std::back_inserter(dense), hexDigit);
     hideInHex(dense);
@@ -362,6 +407,9 @@ void hidePieces(std::string& text)
 // As they come from a stripe: "6225...=3012..." and "B6225...^NAME^3012...".
 void hideTracks(std::string& text)
 {
+    if (text.find('=') == std::string::npos && text.find('^') == std::string::npos) {
+        return;
+    }
     for (std::size_t at = 0; at < text.size(); ++at) {
         if (text[at] != '=' && text[at] != '^') {
             continue;
@@ -474,14 +522,28 @@ std::size_t transactionsAt(const std::string& text, std::size_t at)
     return list.problem.empty() && plain ? end : std::string::npos;
 }
 
+// Where the first word begins that does not begin before a place.
+std::size_t wordFrom(const std::string& text, std::size_t from)
+{
+    if (from > 0 && letterOrDigit(text[from - 1])) {
+        while (from < text.size() && letterOrDigit(text[from])) {
+            ++from;
+        }
+    }
+    while (from < text.size() && !letterOrDigit(text[from])) {
+        ++from;
+    }
+    return from;
+}
+
 // Hides the secret fields; what is left of the records needs no other look.
 std::vector<Span> hideRecords(std::string& text)
 {
     std::vector<Field> fields;
     std::vector<Span> spans;
-    for (std::size_t at = 0; at < text.size();) {
-        if (text[at] < 'A' || text[at] > 'V' || (at > 0 && letterOrDigit(text[at - 1]))) {
-            ++at;
+    for (std::size_t at = wordFrom(text, 0); at < text.size();) {
+        if (text[at] < 'A' || text[at] > 'V') {
+            at = wordFrom(text, at + 1);
             continue;
         }
         const std::size_t end = recordAt(text, at, fields);
@@ -496,7 +558,7 @@ std::vector<Span> hideRecords(std::string& text)
         if (data != std::string::npos) {
             spans.push_back({at, data});
         }
-        at = data != std::string::npos ? data : at + 1;
+        at = wordFrom(text, data != std::string::npos ? data : at + 1);
     }
     return spans;
 }

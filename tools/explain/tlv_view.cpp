@@ -228,6 +228,14 @@ std::string wordsOf(Form form, ByteSpan value)
     return "";
 }
 
+// What valueWords says of them, without a look at the words.
+std::string hiddenWords(Form form, ByteSpan value)
+{
+    const auto* const end = std::find(value.begin(), value.end(), 0x00);
+    const bool blank = std::all_of(value.begin(), end, [](std::uint8_t c) { return c == ' '; });
+    return form == Form::Hex || blank ? "" : kMasked;
+}
+
 } // namespace
 
 TlvWalk walkTlv(ByteSpan bytes)
@@ -250,6 +258,9 @@ std::string valueInWords(const TlvNode& node, bool show)
     const Row* const row = kIndex.find(node.tag);
     if (row == nullptr || node.constructed) {
         return "";
+    }
+    if (!show && secretOf(node.tag) == Secret::Whole) {
+        return hiddenWords(row->form, node.value);
     }
     return valueWords(node.tag, wordsOf(row->form, node.value), show);
 }
