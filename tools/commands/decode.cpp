@@ -17,6 +17,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <malloc.h>
 #include <poll.h>
 
 #include <cerrno>
@@ -82,7 +83,8 @@ public:
         if (!file_) {
             return std::exchange(text_, "");
         }
-        std::string piece(65536, '\0');
+        constexpr std::size_t size = 262144;
+        std::string piece(size, '\0');
         piece.resize(std::fread(piece.data(), 1, piece.size(), file_.get()));
         return piece;
     }
@@ -214,8 +216,16 @@ void tellPieces(Story& story, Input& input, const std::string& head, Output& out
     story.end();
 }
 
+// What a told call gives back is wanted for the next one.
+void keepFreedMemory()
+{
+    mallopt(M_TRIM_THRESHOLD, 32 << 20);
+    mallopt(M_MMAP_THRESHOLD, 4 << 20);
+}
+
 Exit tellLog(Input& input, const std::string& head, const Options& options)
 {
+    keepFreedMemory();
     Output output(options);
     output.begin("log");
     LogStory story(options.show, [&output](Item item) { return output.prepared(std::move(item)); });

@@ -424,11 +424,22 @@ Item CallStory::tell(const LoggedCall& call)
 
 // ---------------------------------------------------------------- the calls in their order
 
+namespace {
+
+// Twice as many as can be told at once: the first may be waited for while others are begun.
+std::size_t piecesAtATime()
+{
+    constexpr unsigned most = 16; // each holds some megabytes
+    return std::clamp(2 * std::thread::hardware_concurrency(), 2U, most);
+}
+
+} // namespace
+
 LogStory::LogStory(bool show, Receiver receiver, std::launch how)
     : show_(show),
       receiver_(std::move(receiver)),
       how_(how),
-      atATime_(std::max(2U, std::thread::hardware_concurrency())),
+      atATime_(piecesAtATime()),
       calls_(show, [this](LoggedCall call) { heard_.push_back(std::move(call)); })
 {}
 
