@@ -10,6 +10,7 @@ namespace {
 
 constexpr std::uint8_t kBlank = 0x10;
 constexpr std::uint8_t kNoHex = 0x20;
+constexpr std::size_t kDumped = 3; // characters of a byte in a dump, with the blank behind it
 
 // What each character is worth in hex.
 constexpr std::array<std::uint8_t, 256> valuesOfCharacters()
@@ -82,6 +83,15 @@ bool appendFromHex(Bytes& bytes, std::string_view text)
     const std::size_t before = bytes.size();
     bytes.resize(before + text.size() / 2);
     std::uint8_t* to = bytes.data() + before;
+    while (text.size() >= kDumped) { // of a dump
+        const unsigned high = kValues[static_cast<unsigned char>(text[0])];
+        const unsigned low = kValues[static_cast<unsigned char>(text[1])];
+        if ((high | low) >= kBlank || text[2] != ' ') {
+            break;
+        }
+        *to++ = static_cast<std::uint8_t>(high << 4 | low);
+        text.remove_prefix(kDumped);
+    }
     const auto next = [&text] { // the value of the next character that is not blank; a blank at the end
         unsigned value = kBlank;
         while (value == kBlank && !text.empty()) {

@@ -96,9 +96,9 @@ CryptogramItems readCryptogramText(CryptogramText kind, const std::string& hex)
     }
     std::size_t position = 0;
     for (const ItemRow& row : kItems) {
-        const auto value = row.tag == kDate ? readDateBehindGap(*text, position) : readItem(row, kind, *text, position);
+        auto value = row.tag == kDate ? readDateBehindGap(*text, position) : readItem(row, kind, *text, position);
         if (value) {
-            items.values[row.tag] = *value;
+            items.values[row.tag] = std::move(*value);
         } else if (row.required) {
             items.mistake = tlv::toHex(row.tag) + " expected at byte " + std::to_string(position);
             return items;

@@ -52,7 +52,7 @@ void printParts(const std::string& where, const Bytes& atr)
     printLine("ATR   " + toHex(atr));
     Table table;
     for (const AtrPart& part : decodeAtr(atr)) {
-        table.row({"  " + part.name, part.hex, part.meaning});
+        table.row({"  " + part.name, part.hex, std::string(part.meaning)});
     }
     print(table.text());
 }
@@ -64,7 +64,8 @@ void printDocument(const std::string& where, const Bytes& atr)
     document["atr"] = toHex(atr);
     document["parts"] = Json::array();
     for (const AtrPart& part : decodeAtr(atr)) {
-        document["parts"].push_back({{"name", part.name}, {"hex", part.hex}, {"meaning", part.meaning}});
+        document["parts"].push_back(
+            {{"name", part.name}, {"hex", part.hex}, {"meaning", std::string_view(part.meaning)}});
     }
     printJson(document);
 }

@@ -126,7 +126,11 @@ std::vector<AtrPart> historicalParts(ByteSpan bytes)
 
 class Decoder {
 public:
-    explicit Decoder(ByteSpan atr) : atr_(atr) {}
+    explicit Decoder(ByteSpan atr) : atr_(atr)
+    {
+        constexpr std::size_t usual = 16;
+        parts_.reserve(usual);
+    }
 
     std::vector<AtrPart> decode()
     {
@@ -158,14 +162,14 @@ public:
 
 private:
     std::optional<std::uint8_t> next() { return at_ < atr_.size() ? std::optional(atr_[at_++]) : std::nullopt; }
-    void part(const std::string& name, std::uint8_t byte, std::string meaning)
+    void part(const std::string& name, std::uint8_t byte, Title meaning)
     {
         parts_.push_back({name, toHex({byte}), std::move(meaning)});
     }
     std::vector<AtrPart> missing(const char* what)
     {
         parts_.push_back({"missing", "", what});
-        return parts_;
+        return std::move(parts_);
     }
 
     // The high half of T0 and of each TD says which bytes follow.
@@ -212,7 +216,7 @@ private:
             parts_.push_back(
                 {"more", toHex(Bytes(atr_.begin() + static_cast<std::ptrdiff_t>(at_), atr_.end())), "behind the end"});
         }
-        return parts_;
+        return std::move(parts_);
     }
 
     ByteSpan atr_;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "sim/data/bytes.h"
+#include "tools/explain/item.h"
 
 #include <string>
 #include <vector>
@@ -12,7 +13,7 @@ namespace vorn::tool {
 struct AtrPart {
     std::string name; // "TA1"
     std::string hex;
-    std::string meaning; // may be empty
+    Title meaning; // may be empty
 };
 
 // A contactless card's answer need not have this form: then there is one part.

@@ -363,12 +363,12 @@ Lines logEntry(ByteSpan value)
 
 Lines number(ByteSpan value)
 {
-    return value.empty() || value.size() > 4 ? Lines() : Lines{std::to_string(bigEndian(value))};
+    return value.empty() || value.size() > 4 ? Lines() : Lines(1, std::to_string(bigEndian(value)));
 }
 
-Lines transactionType(ByteSpan value) { return {transactionTypeText(toHex(value))}; }
+Lines transactionType(ByteSpan value) { return Lines(1, transactionTypeText(toHex(value))); }
 
-Lines terminalType(ByteSpan value) { return value.empty() ? Lines() : Lines{meaningOf(kTerminalTypes, value[0])}; }
+Lines terminalType(ByteSpan value) { return value.empty() ? Lines() : Lines(1, meaningOf(kTerminalTypes, value[0])); }
 
 struct Parts {
     Tag tag;

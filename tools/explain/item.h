@@ -3,17 +3,36 @@
 // (text, JSON, a page) needs to know nothing of cards.
 #pragma once
 
+#include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace vorn::tool {
+
+// Mostly the program's own words, which are not copied: a pointer or a view is to a literal or a table. A string is kept.
+class Title {
+public:
+    Title(const char* own = "") : text_(own) {}
+    Title(std::string_view own) : text_(own) {}
+    Title(std::string made) : kept_(std::make_shared<const std::string>(std::move(made))), text_(*kept_) {}
+
+    operator std::string_view() const { return text_; }
+    bool empty() const { return text_.empty(); }
+    friend bool operator==(const Title& title, std::string_view text) { return title.text_ == text; }
+    friend bool operator!=(const Title& title, std::string_view text) { return title.text_ != text; }
+
+private:
+    std::shared_ptr<const std::string> kept_;
+    std::string_view text_;
+};
 
 enum class ItemKind { Object, Call, Exchange, Note };
 
 struct Item {
     ItemKind kind = ItemKind::Object;
-    std::string name;  // "9F26", "TA1", "READ RECORD 1 of file 2"
-    std::string title; // "Application cryptogram"
+    std::string name; // "9F26", "TA1", "READ RECORD 1 of file 2"
+    Title title;      // "Application cryptogram"
     std::string hex;
     std::string words;
     bool failed = false;
@@ -28,7 +47,7 @@ struct Explanation {
     std::string problem;
 };
 
-inline Item object(std::string name, std::string title, std::string hex, std::string words = {})
+inline Item object(std::string name, Title title, std::string hex, std::string words = {})
 {
     return {ItemKind::Object, std::move(name), std::move(title), std::move(hex), std::move(words), false, 0, {}};
 }

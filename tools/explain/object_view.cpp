@@ -7,7 +7,6 @@
 #include "tools/explain/present.h"
 
 #include <algorithm>
-#include <array>
 #include <iterator>
 
 namespace vorn::tool {
@@ -32,31 +31,47 @@ std::string currencyIn(const std::vector<TlvNode>& nodes)
     return {};
 }
 
-// From nodes in the order of the bytes to a tree.
-std::vector<Item> treeOf(const std::vector<TlvNode>& nodes, bool show)
-{
-    const std::string currency = currencyIn(nodes);
-    constexpr std::size_t usual = 8; // objects in one
-    std::vector<Item> roots;
-    roots.reserve(std::min(usual, nodes.size()));
-    std::array<std::vector<Item>*, kDeepestObject + 1> levels = {&roots};
-    for (const TlvNode& node : nodes) {
-        levels[node.depth]->push_back(
-            explainObject(node.tag, node.constructed ? ByteSpan() : node.value, show, currency));
-        if (node.constructed) {
-            levels[node.depth + 1] = &levels[node.depth]->back().below;
-            levels[node.depth + 1]->reserve(usual);
+// From nodes in the order of the bytes to a tree: the objects of one depth, and within each what stands behind it deeper.
+class Tree {
+public:
+    Tree(const std::vector<TlvNode>& nodes, bool show) : nodes_(nodes), show_(show), currency_(currencyIn(nodes)) {}
+
+    std::vector<Item> level(std::size_t depth)
+    {
+        std::vector<Item> items;
+        items.reserve(countOf(depth));
+        while (at_ < nodes_.size() && nodes_[at_].depth == depth) {
+            const TlvNode& node = nodes_[at_++];
+            items.push_back(explainObject(node.tag, node.constructed ? ByteSpan() : node.value, show_, currency_));
+            if (node.constructed) {
+                items.back().below = level(depth + 1);
+            }
         }
+        return items;
     }
-    return roots;
-}
+
+private:
+    std::size_t countOf(std::size_t depth) const
+    {
+        std::size_t count = 0;
+        for (std::size_t at = at_; at < nodes_.size() && nodes_[at].depth >= depth; ++at) {
+            count += nodes_[at].depth == depth ? 1U : 0U;
+        }
+        return count;
+    }
+
+    const std::vector<TlvNode>& nodes_;
+    bool show_;
+    std::string currency_;
+    std::size_t at_ = 0;
+};
 
 } // namespace
 
 Item explainObject(Tag tag, ByteSpan value, bool show, const std::string& currency)
 {
     const bool constructed = tlv::constructed(tag);
-    Item item = object(tlv::toHex(tag), std::string(tagName(tag)), constructed ? "" : valueHex(tag, value, show));
+    Item item = object(tlv::toHex(tag), tagName(tag), constructed ? "" : valueHex(tag, value, show));
     if (constructed) {
         return item;
     }
@@ -79,7 +94,7 @@ Item explainObject(Tag tag, ByteSpan value, bool show, const std::string& curren
 Explanation explainObjects(ByteSpan bytes, bool show)
 {
     const TlvWalk walk = walkTlv(bytes);
-    Explanation result{"objects", treeOf(walk.nodes, show), walk.problem};
+    Explanation result{"objects", Tree(walk.nodes, show).level(0), walk.problem};
     if (!walk.problem.empty()) {
         // Masked with what stands before it, so that a cut does not open what it belongs to.
         result.items.push_back(object("", "not read", hexText(bytes, show).substr(2 * walk.stoppedAt)));
@@ -95,8 +110,8 @@ Explanation explainList(ByteSpan bytes)
     }
     Explanation result{"list", {}, {}};
     for (const tlv::DolEntry& entry : *list) {
-        result.items.push_back(object(tlv::toHex(entry.tag), std::string(tagName(entry.tag)), "",
-                                      std::to_string(entry.length) + " bytes"));
+        result.items.push_back(
+            object(tlv::toHex(entry.tag), tagName(entry.tag), "", std::to_string(entry.length) + " bytes"));
     }
     return result;
 }

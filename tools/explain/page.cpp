@@ -58,7 +58,7 @@ openTo(document.getElementById(location.hash.slice(1)));
 </script>
 )";
 
-std::string span(const char* name, const std::string& text)
+std::string span(const char* name, std::string_view text)
 {
     return text.empty() ? "" : std::string("<span class=\"") + name + "\">" + escaped(text) + "</span> ";
 }
@@ -87,10 +87,10 @@ std::size_t exchangesIn(const Item& item)
 
 } // namespace
 
-std::string escaped(const std::string& text)
+std::string escaped(std::string_view text)
 {
     std::string safe;
-    for (const char c : printable(text)) {
+    for (const char c : printable(std::string(text))) {
         switch (c) {
         case '<':
             safe += "&lt;";

@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace vorn::tool {
@@ -28,6 +29,6 @@ private:
 };
 
 // Text between tags or in an attribute.
-std::string escaped(const std::string& text);
+std::string escaped(std::string_view text);
 
 } // namespace vorn::tool

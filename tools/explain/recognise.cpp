@@ -184,7 +184,7 @@ Explanation explainAnswerToReset(ByteSpan bytes)
     Explanation result{"answer to reset", {}, {}};
     for (const AtrPart& part : decodeAtr(bytes)) {
         result.items.push_back(object(part.name, part.meaning, part.hex));
-        result.problem = part.name == "missing" ? part.meaning + " missing" : result.problem;
+        result.problem = part.name == "missing" ? std::string(part.meaning) + " missing" : result.problem;
     }
     return result;
 }

@@ -5,6 +5,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+#include <string_view>
+
 namespace vorn::tool {
 
 namespace {
@@ -24,55 +27,81 @@ const char* kindName(ItemKind kind)
     return "object";
 }
 
-std::string_view blanks(std::size_t count)
+// Counts what a writer of the same form would write.
+class Counter {
+public:
+    void add(std::string_view text) { count_ += text.size(); }
+    std::size_t count() const { return count_; }
+
+private:
+    std::size_t count_ = 0;
+};
+
+class Writer {
+public:
+    explicit Writer(char* to) : to_(to) {}
+    void add(std::string_view text) { to_ = std::copy(text.begin(), text.end(), to_); }
+
+private:
+    char* to_;
+};
+
+template <class Out>
+void addBlanks(Out& out, std::size_t count)
 {
-    static const std::string kBlanks(256, ' '); // deeper than any tree
-    return std::string_view(kBlanks).substr(0, count);
+    constexpr std::string_view blanks = "                                ";
+    for (; count > blanks.size(); count -= blanks.size()) {
+        out.add(blanks);
+    }
+    out.add(blanks.substr(0, count));
 }
 
-void addLine(std::string& text, std::string_view indent, std::string_view line)
+template <class Out>
+void addLine(Out& out, std::size_t indent, std::string_view line)
 {
-    text += indent;
-    text += line;
-    text += '\n';
+    addBlanks(out, indent);
+    out.add(line);
+    out.add("\n");
 }
 
-void addHead(std::string& text, const Item& item)
+template <class Out>
+void addHead(Out& out, const Item& item)
 {
     if (item.number > 0) {
-        text += std::to_string(item.number);
-        text += ". ";
+        out.add(std::to_string(item.number));
+        out.add(". ");
     }
-    text += item.name;
+    out.add(item.name);
     if (!item.name.empty() && !item.title.empty()) {
-        text += "  ";
+        out.add("  ");
     }
-    text += item.title;
+    out.add(item.title);
 }
 
-void addText(std::string& text, const Item& item, std::size_t depth)
+template <class Out>
+void addText(Out& out, const Item& item, std::size_t depth)
 {
-    const std::string_view indent = blanks(2 * depth);
-    const std::string_view inner = blanks(2 * depth + 4);
+    const std::size_t indent = 2 * depth;
+    const std::size_t inner = indent + 4;
     const bool headless = item.number == 0 && item.name.empty() && item.title.empty();
-    text += indent;
+    addBlanks(out, indent);
     if (item.failed) {
-        text += "!! ";
+        out.add("!! ");
     }
     if (headless) {
-        text += item.words;
+        out.add(item.words);
     } else {
-        addHead(text, item);
+        addHead(out, item);
     }
-    text += '\n';
+    out.add("\n");
     if (!item.hex.empty()) {
-        addLine(text, inner, item.hex);
+        addLine(out, inner, item.hex);
     }
     if (!headless && !item.words.empty() && item.words != item.hex) {
-        addLine(text, inner, item.words);
+        addLine(out, inner, item.words);
     }
     for (const Item& below : item.below) {
-        addText(text, below, depth + (below.kind == ItemKind::Note ? 2 : 1));
+        addText(out, below, depth + (below.kind == ItemKind::Note ? 2 : 1));
     }
 }
 
@@ -80,8 +109,11 @@ void addText(std::string& text, const Item& item, std::size_t depth)
 
 std::string textOf(const Item& item, std::size_t depth)
 {
-    std::string text;
-    addText(text, item, depth);
+    Counter counter;
+    addText(counter, item, depth);
+    std::string text(counter.count(), ' ');
+    Writer writer(text.data());
+    addText(writer, item, depth);
     return text;
 }
 
@@ -89,7 +121,7 @@ nlohmann::ordered_json jsonOf(const Item& item)
 {
     nlohmann::ordered_json json = {{"kind", kindName(item.kind)},
                                    {"name", item.name},
-                                   {"title", item.title},
+                                   {"title", std::string_view(item.title)},
                                    {"value", item.hex},
                                    {"words", item.words}};
     if (item.number > 0) {

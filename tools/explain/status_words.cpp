@@ -73,6 +73,9 @@ const Row kRows[] = {
 std::string filledIn(const char* meaning, unsigned statusWord)
 {
     std::string text = meaning;
+    if (text.find('%') == std::string::npos) {
+        return text;
+    }
     if (const auto at = text.find("%u"); at != std::string::npos) {
         const unsigned low = statusWord & 0xFF;
         text.replace(at, 2, std::to_string(low == 0 ? 256 : low));
@@ -98,7 +101,7 @@ std::string statusMeaning(unsigned statusWord)
 std::string statusText(unsigned statusWord)
 {
     const auto high = static_cast<std::uint8_t>(statusWord >> 8);
-    return toHex({high, static_cast<std::uint8_t>(statusWord)}) + " (" + statusMeaning(statusWord) + ")";
+    return toHex({high, static_cast<std::uint8_t>(statusWord)}).append(" (").append(statusMeaning(statusWord)) + ")";
 }
 
 } // namespace vorn::tool

@@ -38,14 +38,14 @@ Item explainField(char letter, Tag tag, const std::string& text, bool show)
 {
     const std::string name(1, letter);
     if (letter == 'A') {
-        return object(name, std::string(tagName(tag)), show ? printable(text) : printable(maskPan(text)));
+        return object(name, tagName(tag), show ? printable(text) : printable(maskPan(text)));
     }
     if (letter == 'B') {
-        return object(name, std::string(tagName(tag)), show ? printable(text) : printable(maskTrack2(text)));
+        return object(name, tagName(tag), show ? printable(text) : printable(maskTrack2(text)));
     }
     const auto bytes = fromHex(text);
     if (!bytes) {
-        return object(name, std::string(tagName(tag)), printable(maskedUnless(show, text)), "not hex");
+        return object(name, tagName(tag), printable(maskedUnless(show, text)), "not hex");
     }
     Item item = explainObject(tag, *bytes, show);
     item.name = name;
@@ -61,8 +61,7 @@ Explanation explainRecord(const std::string& text, bool show)
     for (const CardRecord::Field& field : record.fields) {
         const Tag tag = tagOf(kRecord, field.letter);
         if (field.text.empty()) {
-            result.items.push_back(
-                object(std::string(1, field.letter), std::string(tagName(tag)), "", "not on the card"));
+            result.items.push_back(object(std::string(1, field.letter), tagName(tag), "", "not on the card"));
         } else {
             result.items.push_back(explainField(field.letter, tag, field.text, show));
         }
