@@ -75,21 +75,16 @@ std::optional<ObjectView> Cursor::object()
 
 std::optional<Tag> Cursor::tag()
 {
-    const auto first = byte();
-    if (!first) {
+    if (atEnd()) {
         return std::nullopt;
     }
-    Tag tag = *first;
+    Tag tag = bytes_[position_++];
     if ((tag & 0x1F) != 0x1F) {
         return tag;
     }
-    for (int more = 0; more < 3; ++more) {
-        const auto next = byte();
-        if (!next) {
-            return std::nullopt;
-        }
-        tag = (tag << 8) | *next;
-        if ((*next & 0x80) == 0) {
+    for (int more = 0; more < 3 && !atEnd(); ++more) {
+        tag = (tag << 8) | bytes_[position_++];
+        if ((tag & 0x80) == 0) {
             return tag;
         }
     }
@@ -199,7 +194,9 @@ std::optional<Bytes> find(const Bytes& bytes, Tag tag, unsigned depth)
 
 std::optional<Dol> parseDol(ByteSpan bytes)
 {
+    constexpr std::size_t usual = 3; // bytes of an entry
     Dol dol;
+    dol.reserve(bytes.size() / usual);
     Cursor cursor(bytes);
     while (!cursor.atEnd()) {
         const auto tag = cursor.tag();

@@ -162,9 +162,9 @@ public:
 
 private:
     std::optional<std::uint8_t> next() { return at_ < atr_.size() ? std::optional(atr_[at_++]) : std::nullopt; }
-    void part(const std::string& name, std::uint8_t byte, Title meaning)
+    void part(std::string name, std::uint8_t byte, Title meaning)
     {
-        parts_.push_back({name, toHex({byte}), std::move(meaning)});
+        parts_.push_back({std::move(name), toHex({byte}), std::move(meaning)});
     }
     std::vector<AtrPart> missing(const char* what)
     {

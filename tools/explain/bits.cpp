@@ -7,6 +7,8 @@
 #include "tools/explain/tag_index.h"
 
 #include <algorithm>
+#include <bitset>
+#include <numeric>
 
 namespace vorn::tool {
 
@@ -216,7 +218,9 @@ const Meaning kTerminalTypes[] = {{0x11, "bank, attended, online only"},
 Lines singleBits(const Bit* row, ByteSpan value)
 {
     Lines lines;
-    lines.reserve(8 * value.size());
+    lines.reserve(std::accumulate(value.begin(), value.end(), std::size_t{0}, [](std::size_t sum, std::uint8_t byte) {
+        return sum + std::bitset<8>(byte).count();
+    }));
     for (const Tag tag = row->tag; row != kBitIndex.end() && row->tag == tag; ++row) {
         if (row->byte <= value.size() && (value[row->byte - 1] & row->mask) != 0) {
             lines.emplace_back(row->words);

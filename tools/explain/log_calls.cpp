@@ -50,7 +50,9 @@ void LogCalls::finish()
     if (!call_.parts.empty()) {
         sink_(std::move(call_));
     }
+    constexpr std::size_t usual = 32;
     call_ = LoggedCall(view_, number_ + 1);
+    call_.parts.reserve(usual);
     exchanges_ = 0;
 }
 

@@ -268,6 +268,7 @@ void CallStory::begin(const LogEntry& entry)
     const Call* const row = callOf(entry.name);
     call_.title = row == nullptr ? "" : row->words;
     Item arguments = object("", "Arguments", "");
+    arguments.below.reserve(std::size(kArguments));
     for (const auto& [name, text] : argumentsOf(entry.text)) {
         arguments.below.push_back(explainArgument(name, text, show_));
     }

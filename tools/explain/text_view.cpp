@@ -58,6 +58,7 @@ Explanation explainRecord(const std::string& text, bool show)
 {
     const CardRecord record = parseCardRecord(text);
     Explanation result{"card record", {}, record.problem};
+    result.items.reserve(record.fields.size());
     for (const CardRecord::Field& field : record.fields) {
         const Tag tag = tagOf(kRecord, field.letter);
         if (field.text.empty()) {
@@ -90,7 +91,9 @@ Explanation explainTransactions(const std::string& text)
 Explanation explainTransactionData(const std::string& text, bool show)
 {
     constexpr std::size_t header = 4;
+    constexpr std::size_t usual = 8; // fields
     Explanation result{"transaction data", {}, {}};
+    result.items.reserve(usual);
     for (std::size_t at = 0; at < text.size();) {
         const std::string count = text.substr(std::min(at + 1, text.size()), 3);
         const bool field = count.size() == 3 && count.find_first_not_of("0123456789") == std::string::npos;

@@ -19,7 +19,7 @@ enum class Form { Hex, Text, Gbk, Amount, Date, Time, Country, Pan, Track2, Dol,
 struct Row {
     Tag tag;
     Form form;
-    const char* name;
+    std::string_view name;
 };
 
 constexpr Row kRows[] = {
@@ -191,9 +191,12 @@ std::string listText(ByteSpan value)
     if (!list) {
         return "not a list of tags and lengths";
     }
+    constexpr std::size_t usual = 10; // characters of an entry
     std::string text;
+    text.reserve(usual * list->size());
     for (const tlv::DolEntry& entry : *list) {
-        text += (text.empty() ? "" : ", ") + tlv::toHex(entry.tag) + ":" + std::to_string(entry.length);
+        text.append(text.empty() ? "" : ", ").append(tlv::toHex(entry.tag)).append(":");
+        text += std::to_string(entry.length);
     }
     return text;
 }
@@ -250,7 +253,7 @@ TlvWalk walkTlv(ByteSpan bytes)
 std::string_view tagName(Tag tag)
 {
     const Row* const row = kIndex.find(tag);
-    return row == nullptr ? "" : row->name;
+    return row == nullptr ? std::string_view() : row->name;
 }
 
 std::string valueInWords(const TlvNode& node, bool show)
