@@ -9,6 +9,9 @@ namespace vorn::sim {
 
 namespace {
 
+constexpr int kSlow = 9600;
+constexpr int kFast = 38400;
+
 struct Switching {
     const char* sequence; // behind its ESC
     int sentAt;
@@ -16,7 +19,18 @@ struct Switching {
 };
 
 constexpr Switching kSwitching[] = {
-    {"$I2", 9600, 38400}, {"$I4", 38400, 9600}, {"$B\x1B%A", 9600, 9600}, {"KTLVN", 9600, 9600}};
+    {"$I2", kSlow, kFast}, {"$I4", kFast, kSlow}, {"$B\x1B%A", kSlow, kSlow}, {"KTLVN", kSlow, kSlow}};
+
+// The question for the version changes nothing, and may be asked at either speed.
+bool switches(const Switching& row) { return row.sequence[0] == '$'; }
+
+const Switching* switchingOf(const LineItem& item)
+{
+    const std::string text(item.bytes.begin(), item.bytes.end());
+    const auto* const row = std::find_if(std::begin(kSwitching), std::end(kSwitching),
+                                         [&text](const Switching& s) { return text == s.sequence; });
+    return item.kind == LineItem::Kind::Escape && row != std::end(kSwitching) ? row : nullptr;
+}
 
 std::vector<std::string> sequences()
 {
@@ -30,27 +44,44 @@ std::vector<std::string> sequences()
 
 LineSpeeds::LineSpeeds() : decoder_(sequences()) {}
 
-// A sequence's own bytes have the speed that it is sent at, what stands behind it the one that it leads to.
+// The sequences that end in these bytes.
+std::vector<LineSpeeds::Sign> LineSpeeds::signsOf(const Bytes& bytes)
+{
+    std::vector<Sign> signs;
+    for (std::size_t at = 0; at < bytes.size(); ++at) {
+        std::vector<LineItem> items;
+        decoder_.decode(bytes[at], items);
+        begun_ = bytes[at] == kEsc && begun_ == 0 ? 1 : begun_ > 0 ? begun_ + 1 : 0;
+        for (const LineItem& item : items) {
+            if (const Switching* const row = switchingOf(item); row != nullptr) {
+                const std::size_t own = std::min(begun_, at + 1);
+                signs.push_back({at + 1 - own, at + 1, row->sentAt, row->afterwards, switches(*row)});
+            }
+            begun_ = item.kind != LineItem::Kind::Escape && bytes[at] == kEsc ? 1 : 0;
+        }
+    }
+    return signs;
+}
+
+// A sequence's own bytes have the speed that it is sent at, what stands behind it the one that it leads to. A host that
+// switched to and fro while nobody looked has the speed again that it had before: only the sequences tell.
 std::vector<int> LineSpeeds::speedsOf(const Bytes& bytes, int before, int now)
 {
-    const auto one = [before, now](int speed) { return speed == before ? before : now; };
-    std::vector<int> speeds;
-    for (const std::uint8_t byte : bytes) {
-        std::vector<LineItem> items;
-        decoder_.decode(byte, items);
-        begun_ = byte == kEsc && begun_ == 0 ? 1 : begun_ > 0 ? begun_ + 1 : 0;
-        speeds.push_back(one(implied_));
-        for (const LineItem& item : items) {
-            const std::string text(item.bytes.begin(), item.bytes.end());
-            const auto* const row = std::find_if(std::begin(kSwitching), std::end(kSwitching),
-                                                 [&text](const Switching& s) { return text == s.sequence; });
-            if (item.kind == LineItem::Kind::Escape && row != std::end(kSwitching)) {
-                const auto own = static_cast<std::ptrdiff_t>(std::min(begun_, speeds.size()));
-                std::fill(speeds.end() - own, speeds.end(), one(row->sentAt));
-                implied_ = row->afterwards;
-            }
-            begun_ = item.kind != LineItem::Kind::Escape && byte == kEsc ? 1 : 0;
-        }
+    const std::vector<Sign> signs = signsOf(bytes);
+    const auto last = std::find_if(signs.rbegin(), signs.rend(), [](const Sign& s) { return s.isSwitch; });
+    const bool switched = last != signs.rend();
+    const bool toAndFro =
+        switched && last->afterwards == now &&
+        std::any_of(signs.begin(), signs.end(), [now](const Sign& s) { return s.isSwitch && s.afterwards != now; });
+    const auto one = [&](int speed) { return toAndFro || speed == before ? speed : now; };
+    std::vector<int> speeds(bytes.size(), switched ? before : one(implied_));
+    bool seen = false; // a switch, among these bytes
+    for (const Sign& sign : signs) {
+        const int own = sign.isSwitch || !seen ? sign.sentAt : implied_;
+        std::fill(speeds.begin() + static_cast<std::ptrdiff_t>(sign.begin), speeds.end(), one(own));
+        implied_ = sign.isSwitch || !seen ? sign.afterwards : implied_;
+        seen = seen || sign.isSwitch;
+        std::fill(speeds.begin() + static_cast<std::ptrdiff_t>(sign.end), speeds.end(), one(implied_));
     }
     return speeds;
 }

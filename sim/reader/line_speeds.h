@@ -23,6 +23,12 @@ public:
     std::vector<Piece> split(const Bytes& bytes, int before, int now);
 
 private:
+    struct Sign {
+        std::size_t begin, end; // in the bytes that are looked at
+        int sentAt, afterwards;
+        bool isSwitch;
+    };
+    std::vector<Sign> signsOf(const Bytes& bytes);
     std::vector<int> speedsOf(const Bytes& bytes, int before, int now);
 
     LineDecoder decoder_;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim/reader/pty_port.h"
 
+#include "sim/reader/line_speeds.h"
 #include "sim/reader/pseudo_terminal.h"
 
 #include <poll.h>
@@ -40,7 +41,7 @@ Steady::duration timeOnLine(std::size_t bytes, int speed)
     return std::chrono::nanoseconds(bits * 1'000'000'000 / speed);
 }
 
-// What came from the host: at which of its speeds (0: cannot be said), and when its last byte is through.
+// What came from the host: at which of its speeds, and when its last byte is through.
 struct Arrival {
     Bytes bytes;
     int speed;
@@ -71,8 +72,8 @@ struct PtyPort::State {
     std::size_t arrivingBytes = 0, leavingBytes = 0; // in them
     Time receiverFree{}, senderFree{};
     int readerSpeed = 0;
+    LineSpeeds speeds;
     int knownSpeed = 0;
-    bool speedUnsure = false;
 
     State(LinePeer& r, const Options& options)
         : reader(r),
@@ -82,14 +83,14 @@ struct PtyPort::State {
           timer(::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK), "cannot make a timer")
     {}
 
+    bool isSilent() const; // nothing has come that was not read yet
     int hostSpeed() const { return speedOf(terminal.hostSpeed()); }
     void serve();
     bool waitForWork();
     bool busy() const { return arrivingBytes >= kWaitingMax || leavingBytes >= kWaitingMax; }
     void setTimer() const;
     bool readMaster();
-    void noteSpeedChange();
-    void addArrival(const std::uint8_t* bytes, std::size_t count);
+    void addArrivals(const Bytes& bytes);
     void deliverArrivals();
     void queue(const LinePeer::Output& output, Time from);
     void writePieces();
@@ -148,49 +149,43 @@ void PtyPort::State::setTimer() const
     ::timerfd_settime(timer.get(), TFD_TIMER_ABSTIME, &when, nullptr);
 }
 
+// What is read next was sent after the speed was looked at, when there was nothing then.
 bool PtyPort::State::readMaster()
 {
     std::array<std::uint8_t, kReadSize> buffer{};
     while (!busy()) {
+        const int speed = hostSpeed();
         const ssize_t count = ::read(terminal.master(), buffer.data(), buffer.size());
         if (count < 0) {
-            speedUnsure = false; // whatever comes now was sent after the change
+            knownSpeed = errno == EAGAIN ? speed : knownSpeed;
             return errno == EAGAIN || errno == EINTR;
         }
         if (count == 0) {
             return false;
         }
-        if (buffer[0] != TIOCPKT_DATA) {
-            noteSpeedChange();
-        } else if (count > 1) {
-            addArrival(buffer.data() + 1, static_cast<std::size_t>(count - 1));
+        if (buffer[0] == TIOCPKT_DATA && count > 1) {
+            addArrivals(Bytes(buffer.begin() + 1, buffer.begin() + count));
         }
     }
     return true;
 }
 
-// The notice overtakes bytes that were already on their way. When some are waiting, nobody can say on which side of
-// the change they were sent, and the reader gives the host the benefit of the doubt.
-void PtyPort::State::noteSpeedChange()
+bool PtyPort::State::isSilent() const
 {
-    const int speed = hostSpeed();
-    if (speed == knownSpeed) {
-        return;
-    }
-    knownSpeed = speed;
     pollfd data{terminal.master(), POLLIN, 0};
-    speedUnsure = ::poll(&data, 1, 0) == 1 && (data.revents & POLLIN) != 0;
+    return ::poll(&data, 1, 0) == 0;
 }
 
-void PtyPort::State::addArrival(const std::uint8_t* bytes, std::size_t count)
+void PtyPort::State::addArrivals(const Bytes& bytes)
 {
-    toReader += count;
-    arrivingBytes += count;
-    const int speed = hostSpeed();
-    const bool unsure = speedUnsure || speed != knownSpeed;
-    knownSpeed = speed;
+    toReader += bytes.size();
+    arrivingBytes += bytes.size();
     ifSilent.reset();
-    arrivals.push_back({Bytes(bytes, bytes + count), unsure ? 0 : speed, Steady::now(), std::nullopt});
+    const int speed = hostSpeed();
+    for (LineSpeeds::Piece& piece : speeds.split(bytes, knownSpeed, speed)) {
+        arrivals.push_back({std::move(piece.bytes), piece.speed, Steady::now(), std::nullopt});
+    }
+    knownSpeed = speed;
 }
 
 // A command counts when its last byte is through. Bytes written back to back wait for the ones before them.
@@ -205,6 +200,7 @@ void PtyPort::State::deliverArrivals()
         if (*head.complete > Steady::now()) {
             return;
         }
+        ifSilent.reset();
         std::vector<LinePeer::Output> outputs;
         {
             const std::lock_guard<std::mutex> guard(mutex);
@@ -244,7 +240,7 @@ void PtyPort::State::queue(const LinePeer::Output& output, Time from)
 // What the host does not take while its buffer is full is lost, as on a line.
 void PtyPort::State::writePieces()
 {
-    if (ifSilent && ifSilent->due <= Steady::now()) {
+    if (ifSilent && ifSilent->due <= Steady::now() && isSilent()) {
         queue({std::exchange(ifSilent, std::nullopt)->bytes}, Steady::now());
     }
     while (!pieces.empty() && pieces.front().due <= Steady::now()) {

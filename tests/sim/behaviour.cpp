@@ -16,6 +16,8 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <thread>
+
 namespace vorn::sim {
 namespace {
 
@@ -43,7 +45,8 @@ std::string sent(const std::string& observation, const Bytes& bytes, bool withCa
     }
     std::string text;
     for (const Reader::Output& output : reader.receive(bytes)) {
-        text += std::to_string(output.delay / std::chrono::milliseconds(1)) + (output.ifSilent ? "?" : "") + ":" + toHex(output.bytes) + " ";
+        text += std::to_string(output.delay / std::chrono::milliseconds(1)) + (output.ifSilent ? "?" : "") + ":" +
+                toHex(output.bytes) + " ";
     }
     return text;
 }
@@ -145,7 +148,7 @@ TEST(SimBehaviour, APortSaysWhatIsForSilenceOnlyInSilence)
 {
     Reader reader;
     reader.behave(behaviourOf(report(R"("malformed.cut": "F7", "malformed.cut.time": 300)"), "report.json"));
-    const PtyPort port(reader);
+    PtyPort port(reader);
     const int host = ::open(("/dev/" + port.name()).c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
     ASSERT_GE(host, 0);
     const auto write = [host](const Bytes& bytes) {
@@ -155,7 +158,7 @@ TEST(SimBehaviour, APortSaysWhatIsForSilenceOnlyInSilence)
         Bytes bytes(count);
         std::size_t have = 0;
         pollfd waiting{host, POLLIN, 0};
-        while (have < count && ::poll(&waiting, 1, 20000) == 1) {
+        while (have < count && ::poll(&waiting, 1, 60000) == 1) {
             const ssize_t more = ::read(host, bytes.data() + have, count - have);
             have += more > 0 ? static_cast<std::size_t>(more) : 0;
         }
@@ -166,8 +169,11 @@ TEST(SimBehaviour, APortSaysWhatIsForSilenceOnlyInSilence)
     EXPECT_EQ(read(done.size() / 2), toHex(replyFrame(0xF7, {})));
     write(kFieldOff);
     EXPECT_EQ(read(done.size() / 2), done);
-    write(Bytes(kFieldOff.begin(), kFieldOff.begin() + 5));
-    write(Bytes(kFieldOff.begin() + 5, kFieldOff.end()));
+    port.locked([&] { // the rest is there before the port can find it missing
+        write(Bytes(kFieldOff.begin(), kFieldOff.begin() + 5));
+        std::this_thread::sleep_for(std::chrono::milliseconds(350));
+        write(Bytes(kFieldOff.begin() + 5, kFieldOff.end()));
+    });
     EXPECT_EQ(read(done.size() / 2), done);
     ::close(host);
 }

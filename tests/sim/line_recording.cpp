@@ -98,6 +98,7 @@ std::string split(LineSpeeds& speeds, const std::string& bytes, int before, int 
 const std::string kFast = "\x1B$I2";
 const std::string kSlow = "\x1B$I4";
 const std::string kRestore = "\x1B$B\x1B%A";
+const std::string kVersion = "\x1BKTLVN";
 const std::string kFrame = "\x02"
                            "00\x03";
 
@@ -128,6 +129,37 @@ TEST(LineSpeeds, BytesThatCameWithAChangeAreToldBySequences)
                         kSlow + kRestore,
                     38400, 9600),
               "38400:0230301B244934 9600:1B24421B2541");
+}
+
+// The tty has the speed again that it had before: two calls of a host that come in one piece.
+TEST(LineSpeeds, AHostThatSwitchedToAndFroMeanwhileIsToldBySequences)
+{
+    LineSpeeds calls;
+    EXPECT_EQ(split(calls, kSlow, 38400, 38400), "38400:1B244934");
+    EXPECT_EQ(split(calls, kRestore + kFast, 38400, 38400), "9600:1B24421B25411B244932");
+    EXPECT_EQ(split(calls, kFrame, 38400, 38400), "38400:02303003");
+    EXPECT_EQ(split(calls, kFrame + kSlow + kRestore + kVersion + kFast + kFrame, 38400, 38400),
+              "38400:023030031B244934 9600:1B24421B25411B4B544C564E1B244932 38400:02303003");
+    LineSpeeds slow;
+    EXPECT_EQ(split(slow, kFast + kFrame + kSlow + kRestore, 9600, 9600),
+              "9600:1B244932 38400:023030031B244934 9600:1B24421B2541");
+    LineSpeeds atItsOwn; // a host without the protocol's speeds
+    EXPECT_EQ(split(atItsOwn, kFast + kSlow, 1200, 1200), "1200:1B2449321B244934");
+    LineSpeeds thereOnly; // at the wrong speed
+    EXPECT_EQ(split(thereOnly, kFast, 38400, 38400), "38400:1B244932");
+}
+
+TEST(LineSpeeds, WhatStandsInFrontOfASwitchHasTheSpeedOfBefore)
+{
+    LineSpeeds speeds;
+    EXPECT_EQ(split(speeds, kFrame + kFast, 9600, 38400), "9600:023030031B244932");
+}
+
+TEST(LineSpeeds, TheVersionMayBeAskedForAtTheFastSpeed)
+{
+    LineSpeeds speeds;
+    EXPECT_EQ(split(speeds, kFast + kVersion, 9600, 38400), "9600:1B244932 38400:1B4B544C564E");
+    EXPECT_EQ(split(speeds, kVersion, 38400, 9600), "9600:1B4B544C564E") << "by a host that begins anew";
 }
 
 TEST(LineSpeeds, AHostThatWasEndedAtTheFastSpeedBeginsAnewAtTheSlowOne)

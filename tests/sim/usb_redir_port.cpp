@@ -54,7 +54,7 @@ using test::fromHex;
 using test::replyFrame;
 using test::toHex;
 
-constexpr int kPatience = 5000; // milliseconds for a packet that must come
+constexpr int kPatience = 60000; // milliseconds for a packet that must come; never a measure
 constexpr std::uint8_t kOut = 0x01;
 constexpr std::uint8_t kIn = 0x81;
 

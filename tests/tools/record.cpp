@@ -92,12 +92,12 @@ void send(int to, const std::string& bytes)
     EXPECT_EQ(::write(to, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
 }
 
-// So many bytes, or what came before a long silence.
+// So many bytes, or what came until nothing did.
 std::string taken(int from, std::size_t count)
 {
     std::string all;
     pollfd input{from, POLLIN, 0};
-    while (all.size() < count && ::poll(&input, 1, 20000) == 1) {
+    while (all.size() < count && ::poll(&input, 1, kPatience) == 1) {
         std::array<char, 4096> piece{};
         const ssize_t got = ::read(from, piece.data(), std::min(piece.size(), count - all.size()));
         if (got <= 0) {
@@ -216,6 +216,34 @@ TEST_F(RecordTest, TheReadersPortFollowsTheHostsSpeed)
         }
     }
     EXPECT_EQ(speeds, (std::vector<int>{38400, 1200, 115200, 9600}));
+}
+
+// Two calls of a host while the recorder does not get the processor: the port goes through the same speeds.
+TEST_F(RecordTest, AHostThatSwitchesToAndFroMeanwhileIsFollowed)
+{
+    ReadersEnd reader;
+    Process recorder(scratch, {"record", "--port", reader.path(), "--to", to()});
+    const HostsEnd host(start(recorder));
+    host.setSpeed(B38400);
+    send(host.descriptor(), "x");
+    EXPECT_EQ(taken(reader.descriptor(), 1), "x");
+    recorder.suspend();
+    send(host.descriptor(), "\x1B$I4");
+    host.setSpeed(B9600);
+    send(host.descriptor(), "\x1B$B\x1B%A");
+    send(host.descriptor(), "\x1B$I2");
+    host.setSpeed(B38400);
+    send(host.descriptor(), "y");
+    recorder.signal(SIGCONT);
+    EXPECT_EQ(taken(reader.descriptor(), 15), "\x1B$I4\x1B$B\x1B%A\x1B$I2y");
+    stop(recorder, kOk);
+    std::string sent;
+    for (const RecordedLine& line : recorded().lines) {
+        if (line.kind == Kind::FromHost) {
+            sent += std::to_string(line.speed) + " " + std::to_string(line.bytes.size()) + "; ";
+        }
+    }
+    EXPECT_EQ(sent, "38400 1; 38400 4; 9600 10; 38400 1; ");
 }
 
 TEST_F(RecordTest, ThePortsSettingsAndTheLinkAreAsBefore)

@@ -102,6 +102,8 @@ protected:
     Scratch scratch;
 };
 
+constexpr int kPatience = 600000; // milliseconds for a tool that says nothing; never a measure
+
 // A running tool.
 class Process {
 public:
@@ -149,6 +151,13 @@ public:
         in_ = -1;
     }
     void signal(int number) const { ::kill(pid_, number); }
+    void suspend() const // until SIGCONT
+    {
+        int status = 0;
+        signal(SIGSTOP);
+        EXPECT_EQ(::waitpid(pid_, &status, WUNTRACED), pid_);
+        EXPECT_TRUE(WIFSTOPPED(status));
+    }
 
     std::string outputLine() { return lineFrom(out_); }
     std::string errorLine() { return lineFrom(err_); }
@@ -159,7 +168,7 @@ public:
         std::array<pollfd, 2> waiting{{{out_, POLLIN, 0}, {err_, POLLIN, 0}}};
         std::array<std::string*, 2> texts{&output, &errors};
         for (int open = 2; open > 0;) {
-            if (::poll(waiting.data(), waiting.size(), 60000) <= 0) {
+            if (::poll(waiting.data(), waiting.size(), kPatience) <= 0) {
                 return -1;
             }
             for (std::size_t i = 0; i < 2; ++i) {

@@ -16,7 +16,9 @@ protected:
 
     // Throws Interrupted when a signal wants the run to end.
     void lookAtSignals() const;
-    // The last byte has gone out.
+    // The last byte went out then, or later: counted from here no answer seems to come sooner than it did, also when
+    // this process stands still behind its last write.
+    void noteUnsent(Clock::time_point at) { sent_ = at; }
     void noteSent() { sent_ = Clock::now(); }
     // A piece of the answer has come.
     void notePiece(const Bytes& piece, Heard& heard);

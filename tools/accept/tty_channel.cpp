@@ -60,7 +60,6 @@ public:
             at += write(bytes, at);
         }
         drain();
-        noteSent();
     }
 
     Heard listen(const Until& until) override
@@ -97,6 +96,7 @@ private:
 
     std::size_t write(const Bytes& bytes, std::size_t at)
     {
+        noteUnsent(Clock::now());
         const ssize_t count = ::write(descriptor_, bytes.data() + at, std::min(kPiece, bytes.size() - at));
         if (count >= 0) {
             return static_cast<std::size_t>(count);
@@ -112,18 +112,30 @@ private:
         return 0;
     }
 
+    int unsent()
+    {
+        const auto asked = Clock::now();
+        int waiting = 0;
+        if (::ioctl(descriptor_, TIOCOUTQ, &waiting) != 0 || waiting <= 0) {
+            return 0;
+        }
+        noteUnsent(asked);
+        return waiting;
+    }
+
     // Waits until all is out, and drops the rest of what does not go.
-    void drain() const
+    void drain()
     {
         auto progress = Clock::now();
-        for (int waiting = 0, before = 0; ::ioctl(descriptor_, TIOCOUTQ, &waiting) == 0 && waiting > 0;
-             before = waiting) {
+        int before = 0;
+        for (int waiting = unsent(); waiting > 0; waiting = unsent()) {
             if (waiting != before) {
                 progress = Clock::now();
             } else if (Clock::now() - progress > kStalled) {
                 ::tcflush(descriptor_, TCOFLUSH);
                 return;
             }
+            before = waiting;
             std::this_thread::sleep_for(std::chrono::microseconds(200));
         }
     }

@@ -123,8 +123,10 @@ void LineRelay::readHost()
 {
     std::array<std::uint8_t, 1 + sim::RecordedLine::kBytesMax> buffer{};
     while (toPortBytes_ < kWaitingMax) {
+        const int speed = sim::speedOf(terminal_.hostSpeed());
         const ssize_t count = ::read(terminal_.master(), buffer.data(), buffer.size());
         if (count <= 0) {
+            noteSpeed(speed); // what is read next was sent after it was looked at
             break;
         }
         if (buffer[0] != TIOCPKT_DATA) {
@@ -135,7 +137,6 @@ void LineRelay::readHost()
             hostSent(Bytes(buffer.begin() + 1, buffer.begin() + count));
         }
     }
-    noteSpeed(sim::speedOf(terminal_.hostSpeed()));
 }
 
 void LineRelay::hostSent(const Bytes& bytes)
