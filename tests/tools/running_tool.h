@@ -102,7 +102,7 @@ protected:
     Scratch scratch;
 };
 
-constexpr int kPatience = 600000; // milliseconds for a tool that says nothing; never a measure
+constexpr int kPatience = 300000; // milliseconds for a tool that says nothing; never a measure
 
 // A running tool.
 class Process {
@@ -159,6 +159,22 @@ public:
         EXPECT_TRUE(WIFSTOPPED(status));
     }
 
+    // What it says on its standard error until that is what is waited for; all there was when it never is.
+    template <class F>
+    std::string errorsUntil(F isWhole) const
+    {
+        std::string errors;
+        pollfd waiting{err_, POLLIN, 0};
+        while (!isWhole(errors) && ::poll(&waiting, 1, kPatience) == 1) {
+            std::array<char, 4096> piece{};
+            const ssize_t count = ::read(err_, piece.data(), piece.size());
+            if (count <= 0) {
+                break;
+            }
+            errors.append(piece.data(), static_cast<std::size_t>(count));
+        }
+        return errors;
+    }
     std::string outputLine() { return lineFrom(out_); }
     std::string errorLine() { return lineFrom(err_); }
 
