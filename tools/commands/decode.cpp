@@ -19,6 +19,7 @@
 
 #include <malloc.h>
 #include <poll.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -74,18 +75,21 @@ public:
     }
 
     bool fromFile() const { return file_ && file_.get() != stdin; }
-    void rewind() { std::rewind(file_.get()); }
+    void rewind() { ::lseek(fileno(file_.get()), 0, SEEK_SET); }
 
-    // Empty at the end.
+    // What is there, as far as it fits one piece; empty at the end.
     std::string next()
     {
-        throwIfInterrupted();
         if (!file_) {
             return std::exchange(text_, "");
         }
         constexpr std::size_t size = 262144;
         std::string piece(size, '\0');
-        piece.resize(std::fread(piece.data(), 1, piece.size(), file_.get()));
+        std::size_t filled = 0;
+        for (std::size_t count = 1; count > 0 && filled < size && (filled == 0 || !hasToWait()); filled += count) {
+            count = read(piece.data() + filled, size - filled);
+        }
+        piece.resize(filled);
         return piece;
     }
 
@@ -110,6 +114,20 @@ public:
     }
 
 private:
+    std::size_t read(char* to, std::size_t size)
+    {
+        for (;;) {
+            throwIfInterrupted();
+            const ssize_t count = ::read(fileno(file_.get()), to, size);
+            if (count >= 0) {
+                return static_cast<std::size_t>(count);
+            }
+            if (errno != EINTR) {
+                throw Failure(Exit::Usage, std::string("the input cannot be read: ") + std::strerror(errno));
+            }
+        }
+    }
+
     static bool isFile(const std::string& text)
     {
         std::error_code error;
@@ -358,24 +376,44 @@ Exit redact(Input& input, const Options& options)
     return Exit::Ok;
 }
 
+constexpr std::size_t kHead = 65536; // enough to know what it is
+
+InputKind kindOfHead(const std::string& head, InputKind wanted)
+{
+    return wanted == InputKind::Unknown ? recognise(head.substr(0, kHead)) : wanted;
+}
+
+// Whoever writes a log may do so for hours: nobody waits for more of it than what shows that it is one.
+std::string headOf(Input& input, InputKind wanted)
+{
+    std::string head;
+    for (std::string piece = input.next(); !piece.empty(); piece = input.next()) {
+        head += piece;
+        const bool enough = head.size() >= kHead || (input.hasToWait() && kindOfHead(head, wanted) == InputKind::Log);
+        if (enough) {
+            break;
+        }
+    }
+    return head;
+}
+
 Exit run(const Options& options)
 {
     Input input(options.texts);
     if (!options.redact.empty()) {
         return redact(input, options);
     }
-    constexpr std::size_t head = 65536;
     constexpr std::size_t most = 1048576;
     const InputKind kind = wanted(options);
-    std::string text = input.upTo(head - 1);
-    const InputKind whole = kind == InputKind::Unknown ? recognise(text.substr(0, head)) : kind;
+    std::string text = headOf(input, kind);
+    const InputKind whole = kindOfHead(text, kind);
     if (whole == InputKind::Log) {
         return tellLog(input, text, options);
     }
     if (whole == InputKind::Recording) {
         return tellRecording(input, text, options);
     }
-    text += text.size() < head ? "" : input.upTo(most);
+    text += text.size() < kHead ? "" : input.upTo(most);
     if (text.size() > most) {
         throw Failure(Exit::Usage, "more than one megabyte, and no log of the library: '" + excerpt(text) + "'");
     }
