@@ -74,14 +74,21 @@ std::vector<int> LineSpeeds::speedsOf(const Bytes& bytes, int before, int now)
         switched && last->afterwards == now &&
         std::any_of(signs.begin(), signs.end(), [now](const Sign& s) { return s.isSwitch && s.afterwards != now; });
     const auto one = [&](int speed) { return toAndFro || speed == before ? speed : now; };
-    std::vector<int> speeds(bytes.size(), switched ? before : one(implied_));
+    const bool isCommand = !bytes.empty() && bytes.front() == kStx; // which goes at the fast speed
+    std::vector<int> speeds(bytes.size(), switched ? before : isCommand ? one(kFast) : now);
+    const auto fill = [&speeds](std::size_t begin, std::size_t end, int speed) {
+        std::fill(speeds.begin() + static_cast<std::ptrdiff_t>(begin),
+                  speeds.begin() + static_cast<std::ptrdiff_t>(end), speed);
+    };
     bool seen = false; // a switch, among these bytes
     for (const Sign& sign : signs) {
-        const int own = sign.isSwitch || !seen ? sign.sentAt : implied_;
-        std::fill(speeds.begin() + static_cast<std::ptrdiff_t>(sign.begin), speeds.end(), one(own));
-        implied_ = sign.isSwitch || !seen ? sign.afterwards : implied_;
-        seen = seen || sign.isSwitch;
-        std::fill(speeds.begin() + static_cast<std::ptrdiff_t>(sign.end), speeds.end(), one(implied_));
+        if (sign.isSwitch || !seen) {
+            fill(sign.begin, sign.end, one(sign.sentAt));
+        }
+        if (sign.isSwitch) {
+            fill(sign.end, speeds.size(), one(sign.afterwards));
+            seen = true;
+        }
     }
     return speeds;
 }

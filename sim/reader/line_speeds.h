@@ -32,7 +32,6 @@ private:
     std::vector<int> speedsOf(const Bytes& bytes, int before, int now);
 
     LineDecoder decoder_;
-    int implied_ = 0;       // by the last sequence; 0: there was none
     std::size_t begun_ = 0; // bytes of the sequence that is under way
 };
 

@@ -155,6 +155,17 @@ TEST(LineSpeeds, WhatStandsInFrontOfASwitchHasTheSpeedOfBefore)
     EXPECT_EQ(split(speeds, kFrame + kFast, 9600, 38400), "9600:023030031B244932");
 }
 
+// A reader that was left at the fast speed is looked for at the slow one; a host that was ended has it put back.
+TEST(LineSpeeds, ACommandThatComesWithAChangeWasSentAtTheFastSpeed)
+{
+    LineSpeeds looking;
+    EXPECT_EQ(split(looking, kSlow + kRestore, 9600, 9600), "9600:1B2449341B24421B2541");
+    EXPECT_EQ(split(looking, kVersion, 9600, 9600), "9600:1B4B544C564E");
+    EXPECT_EQ(split(looking, kFrame, 9600, 38400), "38400:02303003");
+    LineSpeeds ended;
+    EXPECT_EQ(split(ended, kFrame, 38400, 9600), "38400:02303003");
+}
+
 TEST(LineSpeeds, TheVersionMayBeAskedForAtTheFastSpeed)
 {
     LineSpeeds speeds;
