@@ -86,12 +86,12 @@ run_guest() { # profile, suite, part
   reader=$!
   # The reader and the virtual machine end with this function, whatever ends it.
   trap 'kill $reader 2>/dev/null' EXIT
-  for _ in $(seq 200); do
+  for _ in $(seq 1200); do
     [ -s "$peer" ] && [ -S "$socket" ] && break
     sleep 0.05
   done
   port=$(head -n 1 "$peer")
-  timeout 600 qemu-system-aarch64 -M virt -cpu cortex-a57 -m 512 -nodefaults -nographic -no-reboot \
+  timeout 3000 qemu-system-aarch64 -M virt -cpu cortex-a57 -m 512 -nodefaults -nographic -no-reboot \
     -kernel "$(find $vm/unpacked/boot -name 'vmlinuz-*' | head -n 1)" -initrd $vm/initrd.gz \
     -append "console=ttyAMA0 quiet panic=-1 vorn.profile=$profile vorn.suite=$suite vorn.part=$3" \
     -serial mon:stdio -chardev serial,id=s0,path=/dev/"$port" -device pci-serial,chardev=s0 \

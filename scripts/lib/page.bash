@@ -11,7 +11,7 @@ failed_sale() { # directory
 browse() { # chromium's arguments...
   local profile status=0
   profile=$(mktemp -d)
-  timeout 120 chromium --headless --no-sandbox --disable-gpu --disable-quic --no-first-run \
+  timeout 1200 chromium --headless --no-sandbox --disable-gpu --disable-quic --no-first-run \
     --disable-background-networking --disable-component-update --disable-sync --hide-scrollbars \
     --user-data-dir="$profile" "$@" 2>/dev/null || status=$?
   rm -rf "$profile"
