@@ -244,6 +244,17 @@ TEST(Redaction, KeepsLengthsAndHidesTheSameThingEverywhere)
     EXPECT_EQ(redacted(copy), copy);
 }
 
+// A card's late answer stands behind the reader's own command then: of a name the middle, without its tag.
+TEST(Redaction, NothingIsLeftOfALateAnswerBehindPowerOn)
+{
+    const std::string late = "Indata----------------------icc_poweron\n32 22 01 80 00 \n"
+                             "Outdata----------------------icc_poweron\n43 48 45 4E 20 58 49 41 4F 20 90 00 \n";
+    const std::string copy = redacted(late);
+    EXPECT_EQ(copy.size(), late.size());
+    EXPECT_NE(copy.find("00 00 00 00 00 00 00 00 00 00 00 00"), std::string::npos) << copy;
+    EXPECT_EQ(told(storyOf(late)).find("4348454E"), std::string::npos) << told(storyOf(late));
+}
+
 TEST(Redaction, ALogWithoutSecretsStaysAsItIs)
 {
     const std::string log = kPowerOn + kSelect;

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // What everybody may see of a card's data, and what nobody.
 #include "sim/data/bytes.h"
+#include "tools/explain/apdu_view.h"
 #include "tools/explain/frame_view.h"
 #include "tools/explain/mask.h"
 #include "tools/explain/mask_scan.h"
+#include "tools/explain/tlv_view.h"
 
 #include <gtest/gtest.h>
 
@@ -101,6 +103,8 @@ TEST(Mask, CommandsAndAnswersAreMaskedByWhatTheyAre)
 {
     EXPECT_EQ(commandHex(bytes("0020008008241234FFFFFFFFFF"), false), "0020008008****************");
     EXPECT_EQ(commandHex(bytes("00A40400085A0662299900007100"), false), "00A40400085A06622999**007100");
+    const vorn::tool::Item select = vorn::tool::ExchangeView(false).command(bytes("00A404000A6229990000710246589F"));
+    EXPECT_EQ(select.words, "SELECT 622999*********6589F");
     // A random number is no account number, nor is a cryptogram.
     EXPECT_EQ(responseHex(bytes("0084000008"), bytes("41111111111111119000"), false), "41111111111111119000");
     EXPECT_EQ(responseHex(bytes("80AE800000"),
@@ -153,6 +157,21 @@ TEST(Mask, OfTheReadersOwnAnswersNothingRemainsThatMayBeACards)
         EXPECT_EQ(payloadHex(bytes(row.command), bytes(row.payload), true), row.payload) << row.command;
     }
     EXPECT_EQ(payloadHex({}, bytes("3B00"), false), "****");
+}
+
+TEST(Mask, WordsOfASecretAreHiddenWhereThereAreAny)
+{
+    const auto words = [](vorn::tool::Tag tag, const std::string& value, bool show) {
+        const vorn::sim::Bytes of = bytes(value);
+        return vorn::tool::valueInWords({tag, 0, 0, of, false}, show);
+    };
+    EXPECT_EQ(words(0x5F20, "4F5559414E4720", false), "(masked)");
+    EXPECT_EQ(words(0x5F20, "4F5559414E4720", true), "OUYANG");
+    for (const char* const blank : {"", "2020", "002020", "20004F55"}) {
+        EXPECT_EQ(words(0x5F20, blank, false), "") << blank;
+        EXPECT_EQ(words(0x5F20, blank, true), "") << blank;
+    }
+    EXPECT_EQ(words(0x9F46, "4F5559", false), "") << "bytes have no words";
 }
 
 struct TextRow {

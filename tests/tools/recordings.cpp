@@ -78,6 +78,15 @@ std::string told(const std::string& recording, bool show = false, std::size_t pi
 
 bool says(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
+TEST(RecordingStory, NothingIsShownOfALateAnswerBehindTheReadersOwnCommands)
+{
+    for (const char* const own : {"3222018000", "322300", "32240180"}) {
+        const std::string recording = Script().opens().asks(own, "32004348454E205849414F209000").closes().text();
+        EXPECT_FALSE(says(told(recording), "4348454E")) << told(recording);
+        EXPECT_TRUE(says(told(recording, true), "4348454E")) << told(recording, true);
+    }
+}
+
 TEST(RecordingStory, TellsEachUseOfTheLineWithItsExchangesAndTimes)
 {
     const std::string recording = Script()

@@ -144,6 +144,21 @@ TEST_F(ToolTest, NoMessageRepeatsAnAccountNumber)
     }
 }
 
+// A late answer that comes when a card gets power.
+TEST_F(ToolTest, NothingIsShownOfAnAnswerToResetThatIsNone)
+{
+    const std::string profile = scratch.file("late.json", R"({"cards": [{"slot": "contact", "type": "transcript",
+        "atr": "4F5559414E47205849414F", "pairs": []}]})");
+    for (const Arguments& command : {Arguments{"doctor"}, {"watch", "--for", "1"}}) {
+        for (const Arguments& form : {Arguments{}, {"--json"}, {"-v"}}) {
+            const Result result = run(scratch, with(with(command, {"--sim", profile}), form));
+            EXPECT_TRUE(result.says("**********************")) << result.output << result.errors;
+            EXPECT_FALSE(result.says("4F5559414E47") || result.complains("4F5559414E47"))
+                << result.output << result.errors;
+        }
+    }
+}
+
 // A line that loses bytes, or a reader that is late: an answer is cut at either end, filled up with zeros, or stands
 // behind another command than its own.
 TEST_F(ToolTest, NothingIsShownOfAnAnswerThatIsCutOrComesBehindAnotherCommand)

@@ -82,6 +82,8 @@ std::string memoryHex(ByteSpan content, std::size_t secretAt, bool show)
     return show ? hex : hex.substr(0, 2 * secretAt) + std::string(hex.size() - std::min(hex.size(), 2 * secretAt), '*');
 }
 
+std::string hexWhen(bool shown, ByteSpan bytes) { return shown ? toHex(bytes) : std::string(2 * bytes.size(), '*'); }
+
 // An answer to reset (ISO/IEC 7816-3) or to select (ISO/IEC 14443-4, whose first byte is its length).
 bool answerToReset(ByteSpan bytes)
 {
@@ -123,13 +125,10 @@ std::string payloadHex(ByteSpan command, ByteSpan payload, bool show)
         return resetHex(payload, show);
     }
     const bool number = operation == kActivateMemory && payload.size() <= kLongestNumber;
-    return show || number ? toHex(payload) : std::string(2 * payload.size(), '*');
+    return hexWhen(show || number, payload);
 }
 
-std::string resetHex(ByteSpan answer, bool show)
-{
-    return show || answerToReset(answer) ? toHex(answer) : std::string(2 * answer.size(), '*');
-}
+std::string resetHex(ByteSpan answer, bool show) { return hexWhen(show || answerToReset(answer), answer); }
 
 bool looksLikeReaderCommand(ByteSpan content) { return commandOf(content) != nullptr; }
 

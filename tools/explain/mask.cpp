@@ -64,7 +64,6 @@ enum Instruction : std::uint8_t {
     kGetData = 0xCA
 };
 constexpr std::uint8_t kFormat1 = 0x80; // values one behind the other, no objects
-
 constexpr std::uint8_t kProprietary = 0x80;
 constexpr std::uint8_t kSecureMessaging = 0x04; // the issuer's script commands
 constexpr std::size_t kCommandDataAt = 5;
@@ -186,7 +185,7 @@ bool plainAnswer(ByteSpan apdu, ByteSpan data)
 // How an answer's data begin. Other commands bring anything, or as the issuer's do, nothing.
 struct Beginnings {
     std::uint8_t instruction;
-    std::array<std::uint8_t, 5> bytes;
+    std::array<std::uint8_t, 5> bytes; // 0: none
 };
 
 constexpr Beginnings kBeginnings[] = {{kExternalAuthenticate, {}},
@@ -291,10 +290,8 @@ std::string commandHex(ByteSpan apdu, bool show)
 std::string dataHex(ByteSpan apdu, ByteSpan data, bool show)
 {
     const bool wallet = apdu.size() >= 4 && apdu[0] == kProprietary && apdu[1] == kWalletInformation;
-    if (!show && (wallet || (restOfAnswer(apdu, data) && !plainAnswer(apdu, data)))) {
-        return stars(2 * data.size());
-    }
-    return hexText(data, show || plainAnswer(apdu, data));
+    const bool plain = show || plainAnswer(apdu, data);
+    return !plain && (wallet || restOfAnswer(apdu, data)) ? stars(2 * data.size()) : hexText(data, plain);
 }
 
 std::string responseHex(ByteSpan apdu, ByteSpan response, bool show)
@@ -325,9 +322,9 @@ std::string valueWords(Tag tag, std::string words, bool show)
     case Secret::Document:
         return maskMiddle(words, 3, 2);
     case Secret::Whole:
-        return kMasked;
+        return "(masked)";
     }
-    return kMasked;
+    return "(masked)";
 }
 
 // ---------------------------------------------------------------- text of any kind

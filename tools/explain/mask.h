@@ -44,7 +44,6 @@ std::string responseHex(ByteSpan apdu, ByteSpan response, bool show);
 
 // ------------------------------------------------------------ words
 
-constexpr const char* kMasked = "(masked)"; // in place of a secret's words
 std::string valueWords(Tag tag, std::string words, bool show);
 
 // ------------------------------------------------------------ text of any kind

@@ -231,12 +231,11 @@ std::string wordsOf(Form form, ByteSpan value)
     return "";
 }
 
-// What valueWords says of them, without a look at the words.
-std::string hiddenWords(Form form, ByteSpan value)
+// Whether there are words at all: those that are hidden need not be put together.
+bool hasWords(Form form, ByteSpan value)
 {
     const auto* const end = std::find(value.begin(), value.end(), 0x00);
-    const bool blank = std::all_of(value.begin(), end, [](std::uint8_t c) { return c == ' '; });
-    return form == Form::Hex || blank ? "" : kMasked;
+    return form != Form::Hex && !std::all_of(value.begin(), end, [](std::uint8_t c) { return c == ' '; });
 }
 
 } // namespace
@@ -262,10 +261,9 @@ std::string valueInWords(const TlvNode& node, bool show)
     if (row == nullptr || node.constructed) {
         return "";
     }
-    if (!show && secretOf(node.tag) == Secret::Whole) {
-        return hiddenWords(row->form, node.value);
-    }
-    return valueWords(node.tag, wordsOf(row->form, node.value), show);
+    const bool hidden = !show && secretOf(node.tag) == Secret::Whole;
+    std::string words = !hidden ? wordsOf(row->form, node.value) : hasWords(row->form, node.value) ? "hidden" : "";
+    return valueWords(node.tag, std::move(words), show);
 }
 
 } // namespace vorn::tool
