@@ -18,10 +18,9 @@ TEST_F(ToolTest, ALogIsToldWhileItIsStillWritten)
     Process process(scratch, {"decode"});
     process.write(log);
     process.write(log.substr(0, log.find('\n', log.size() / 2) + 1));
-    std::string output;
-    while (output.find("IC_GetInfo") == std::string::npos) {
-        output += process.outputLine() + "\n";
-    }
+    const auto isTold = [](const std::string& text) { return text.find("IC_GetInfo") != std::string::npos; };
+    std::string output = process.outputUntil(isTold);
+    EXPECT_TRUE(isTold(output));
     process.write(log.substr(log.find('\n', log.size() / 2) + 1));
     process.closeInput();
     std::string errors;

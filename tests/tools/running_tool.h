@@ -159,21 +159,16 @@ public:
         EXPECT_TRUE(WIFSTOPPED(status));
     }
 
-    // What it says on its standard error until that is what is waited for; all there was when it never is.
+    // What it says until that is what is waited for; all there was when it never is.
+    template <class F>
+    std::string outputUntil(F isWhole) const
+    {
+        return saidUntil(out_, isWhole);
+    }
     template <class F>
     std::string errorsUntil(F isWhole) const
     {
-        std::string errors;
-        pollfd waiting{err_, POLLIN, 0};
-        while (!isWhole(errors) && ::poll(&waiting, 1, kPatience) == 1) {
-            std::array<char, 4096> piece{};
-            const ssize_t count = ::read(err_, piece.data(), piece.size());
-            if (count <= 0) {
-                break;
-            }
-            errors.append(piece.data(), static_cast<std::size_t>(count));
-        }
-        return errors;
+        return saidUntil(err_, isWhole);
     }
     std::string outputLine() { return lineFrom(out_); }
     std::string errorLine() { return lineFrom(err_); }
@@ -227,6 +222,22 @@ private:
         }
         ::execv(program.c_str(), argv.data());
         ::_exit(127);
+    }
+
+    template <class F>
+    static std::string saidUntil(int fd, F isWhole)
+    {
+        std::string text;
+        pollfd waiting{fd, POLLIN, 0};
+        while (!isWhole(text) && ::poll(&waiting, 1, kPatience) == 1) {
+            std::array<char, 4096> piece{};
+            const ssize_t count = ::read(fd, piece.data(), piece.size());
+            if (count <= 0) {
+                break;
+            }
+            text.append(piece.data(), static_cast<std::size_t>(count));
+        }
+        return text;
     }
 
     static std::string lineFrom(int fd)

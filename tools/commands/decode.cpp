@@ -94,11 +94,7 @@ public:
     }
 
     // Whether the next piece is not there yet.
-    bool hasToWait() const
-    {
-        pollfd input{file_ ? fileno(file_.get()) : -1, POLLIN, 0};
-        return file_ && ::poll(&input, 1, 0) == 0;
-    }
+    bool hasToWait() const { return file_ && !ready(0); }
 
     // At most so much, and a little more when there is more.
     std::string upTo(std::size_t most)
@@ -114,6 +110,12 @@ public:
     }
 
 private:
+    bool ready(int timeoutMs) const
+    {
+        pollfd input{fileno(file_.get()), POLLIN, 0};
+        return ::poll(&input, 1, timeoutMs) != 0;
+    }
+
     std::size_t read(char* to, std::size_t size)
     {
         for (;;) {
@@ -122,7 +124,9 @@ private:
             if (count >= 0) {
                 return static_cast<std::size_t>(count);
             }
-            if (errno != EINTR) {
+            if (errno == EAGAIN) { // of a writer that wants not to wait, and shares the descriptor
+                ready(-1);
+            } else if (errno != EINTR) {
                 throw Failure(Exit::Usage, std::string("the input cannot be read: ") + std::strerror(errno));
             }
         }
@@ -237,8 +241,9 @@ void tellPieces(Story& story, Input& input, const std::string& head, Output& out
 // What a told call gives back is wanted for the next one.
 void keepFreedMemory()
 {
-    mallopt(M_TRIM_THRESHOLD, 32 << 20);
-    mallopt(M_MMAP_THRESHOLD, 4 << 20);
+    constexpr int megabyte = 1 << 20;
+    mallopt(M_TRIM_THRESHOLD, 32 * megabyte);
+    mallopt(M_MMAP_THRESHOLD, 4 * megabyte);
 }
 
 Exit tellLog(Input& input, const std::string& head, const Options& options)
@@ -389,8 +394,7 @@ std::string headOf(Input& input, InputKind wanted)
     std::string head;
     for (std::string piece = input.next(); !piece.empty(); piece = input.next()) {
         head += piece;
-        const bool enough = head.size() >= kHead || (input.hasToWait() && kindOfHead(head, wanted) == InputKind::Log);
-        if (enough) {
+        if (head.size() >= kHead || (input.hasToWait() && kindOfHead(head, wanted) == InputKind::Log)) {
             break;
         }
     }
