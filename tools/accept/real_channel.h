@@ -19,7 +19,6 @@ protected:
     // The last byte went out then, or later: counted from here no answer seems to come sooner than it did, also when
     // this process stands still behind its last write.
     void noteUnsent(Clock::time_point at) { sent_ = at; }
-    void noteSent() { sent_ = Clock::now(); }
     // A piece of the answer has come.
     void notePiece(const Bytes& piece, Heard& heard);
 

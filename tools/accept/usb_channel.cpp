@@ -81,6 +81,7 @@ public:
         dropStray();
         Bytes copy = bytes;
         int moved = 0;
+        noteUnsent(Clock::now());
         const int result =
             ::libusb_bulk_transfer(device_, out_, copy.data(), static_cast<int>(copy.size()), &moved, kWriteMs);
         if (result == LIBUSB_ERROR_NO_DEVICE) {
@@ -90,7 +91,6 @@ public:
             throw Failure(Exit::ReaderSilent, std::string("the reader takes no bytes: ") + ::libusb_error_name(result),
                           "unplug it and plug it in again");
         }
-        noteSent();
     }
 
     Heard listen(const Until& until) override
