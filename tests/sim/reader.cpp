@@ -1035,6 +1035,12 @@ protected:
         port.locked([&] { events = r.events(); });
         return events;
     }
+    // The reader to its fast speed; the host's end stays as it is.
+    void switchReader(PtyPort& port, const Tty& tty)
+    {
+        tty.send(fromHex("1B244932"));
+        ASSERT_TRUE(inTheEnd([&] { return has(eventsOf(port, reader), "switch 38400"); }));
+    }
 };
 
 TEST_F(SimPty, TheReaderAnswersOnARawTtyAt9600)
@@ -1080,8 +1086,7 @@ TEST_F(SimPty, TheHostsSpeedIsTheOneItSet)
     reader.checkLineSpeed(true);
     PtyPort port(reader);
     const Tty tty(port.name());
-    tty.send(fromHex("1B244932"));
-    ASSERT_TRUE(inTheEnd([&] { return has(eventsOf(port, reader), "switch 38400"); }));
+    switchReader(port, tty);
 
     // Still at 9600: garbage.
     tty.send(off);
@@ -1120,8 +1125,7 @@ TEST_F(SimPty, AHostThatSwitchesToAndFroWhileTheReaderIsBusyIsFollowed)
     reader.checkLineSpeed(true);
     PtyPort port(reader);
     const Tty tty(port.name());
-    tty.send(fromHex("1B244932"));
-    ASSERT_TRUE(inTheEnd([&] { return has(eventsOf(port, reader), "switch 38400"); }));
+    switchReader(port, tty);
     tty.speed(B38400);
     tty.send(off);
     EXPECT_EQ(tty.read(answer.size()), toHex(answer));
@@ -1193,8 +1197,7 @@ TEST_F(SimPty, APacedLineIsNoFasterThanItsSpeedAndLosesNothing)
     reader.insert(Slot::Contact, card);
     PtyPort port(reader, {true, ""});
     const Tty tty(port.name());
-    tty.send(fromHex("1B244932"));
-    ASSERT_TRUE(inTheEnd([&] { return has(eventsOf(port, reader), "switch 38400"); }));
+    switchReader(port, tty);
     tty.speed(B38400);
 
     const Bytes powerOn = frame(fromHex("3222018000"));
