@@ -9,20 +9,20 @@ namespace vorn::sim {
 
 namespace {
 
-constexpr int kSlow = 9600;
+constexpr int kSlow = 9600; // baud, as all speeds here
 constexpr int kFast = 38400;
 
 struct Switching {
     const char* sequence; // behind its ESC
     int sentAt;
     int afterwards;
+    bool isSwitch; // the question for the version changes nothing, and may be asked at either speed
 };
 
-constexpr Switching kSwitching[] = {
-    {"$I2", kSlow, kFast}, {"$I4", kFast, kSlow}, {"$B\x1B%A", kSlow, kSlow}, {"KTLVN", kSlow, kSlow}};
-
-// The question for the version changes nothing, and may be asked at either speed.
-bool switches(const Switching& row) { return row.sequence[0] == '$'; }
+constexpr Switching kSwitching[] = {{"$I2", kSlow, kFast, true},
+                                    {"$I4", kFast, kSlow, true},
+                                    {"$B\x1B%A", kSlow, kSlow, true},
+                                    {"KTLVN", kSlow, kSlow, false}};
 
 const Switching* switchingOf(const LineItem& item)
 {
@@ -55,7 +55,7 @@ std::vector<LineSpeeds::Sign> LineSpeeds::signsOf(const Bytes& bytes)
         for (const LineItem& item : items) {
             if (const Switching* const row = switchingOf(item); row != nullptr) {
                 const std::size_t own = std::min(begun_, at + 1);
-                signs.push_back({at + 1 - own, at + 1, row->sentAt, row->afterwards, switches(*row)});
+                signs.push_back({at + 1 - own, at + 1, row->sentAt, row->afterwards, row->isSwitch});
             }
             begun_ = item.kind != LineItem::Kind::Escape && bytes[at] == kEsc ? 1 : 0;
         }

@@ -17,15 +17,16 @@ public:
 
     struct Piece {
         Bytes bytes;
-        int speed;
+        int speed; // baud
     };
     // Everything that the host sends, in its order. before, now: the tty's speed when it was last looked at, and now.
     std::vector<Piece> split(const Bytes& bytes, int before, int now);
 
 private:
+    // A sequence among the bytes that are looked at, and which speed it tells of.
     struct Sign {
-        std::size_t begin, end; // in the bytes that are looked at
-        int sentAt, afterwards;
+        std::size_t begin, end;
+        int sentAt, afterwards; // baud
         bool isSwitch;
     };
     std::vector<Sign> signsOf(const Bytes& bytes);
