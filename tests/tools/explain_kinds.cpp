@@ -114,6 +114,26 @@ TEST(Explained, AnAnswerToResetOfAnotherFormIsShownAsItIs)
     EXPECT_EQ(decodeAtr({})[0].meaning, "not of the form of an answer to reset");
 }
 
+TEST(Explained, EveryByteOfAnAnswerToResetIsShownAlsoWhereOthersAreMissing)
+{
+    const auto linesOf = [](const char* hex) {
+        std::string lines;
+        for (const AtrPart& part : decodeAtr(bytesOf(hex))) {
+            lines += part.name + " " + part.hex + "; ";
+        }
+        return lines;
+    };
+    EXPECT_EQ(linesOf("3B644142"), "TS 3B; T0 64; TB1 41; TC1 42; missing ; ");
+    EXPECT_EQ(linesOf("3B044142"), "TS 3B; T0 04; historical 4142; missing ; ");
+    EXPECT_EQ(linesOf("3B038031"), "TS 3B; T0 03; historical 8031; missing ; ");
+    EXPECT_EQ(linesOf("3B02804180"), "TS 3B; T0 02; historical 8041; more 80; ");
+    EXPECT_EQ(linesOf("3B018101"), "TS 3B; T0 01; historical 81; more 01; ");
+    // As many rounds of interface bytes as there are bytes that announce one more.
+    EXPECT_EQ(linesOf("3B808080808080808080801F55"),
+              "TS 3B; T0 80; TD1 80; TD2 80; TD3 80; TD4 80; TD5 80; TD6 80; TD7 80; TD8 80; TD9 80; TD10 1F; TA11 55; "
+              "missing ; ");
+}
+
 TEST(Explained, SlotsAndStatusWordsHaveTheirNumbers)
 {
     EXPECT_EQ(slotName(0x13), "PSAM 4");

@@ -4,6 +4,7 @@
 #include "tools/explain/hex.h"
 #include "tools/explain/present.h"
 
+#include <algorithm>
 #include <iterator>
 #include <numeric>
 #include <optional>
@@ -145,19 +146,7 @@ public:
         if (!interfaceBytes(*format)) {
             return missing("an interface byte");
         }
-        if (atr_.size() - at_ < historical) {
-            return missing("historical bytes");
-        }
-        if (historical > 0) {
-            const Bytes bytes(atr_.begin() + static_cast<std::ptrdiff_t>(at_),
-                              atr_.begin() + static_cast<std::ptrdiff_t>(at_ + historical));
-            parts_.push_back({"historical", toHex(bytes), asText(bytes)});
-            for (AtrPart& one : historicalParts(bytes)) {
-                parts_.push_back(std::move(one));
-            }
-            at_ += historical;
-        }
-        return check();
+        return historicalBytes(historical) ? check() : missing("historical bytes");
     }
 
 private:
@@ -176,7 +165,7 @@ private:
     bool interfaceBytes(std::uint8_t indicator)
     {
         int before = -1; // the protocol of the TD before the last
-        for (int round = 1; round <= 8; ++round) {
+        for (int round = 1;; ++round) {
             const unsigned follow = indicator >> 4;
             const int protocol = indicator & 0x0F;
             const bool first = protocol != before || round <= 3;
@@ -199,7 +188,22 @@ private:
                 return true;
             }
         }
-        return false;
+    }
+
+    // Those that are there are shown, also where some are missing.
+    bool historicalBytes(std::size_t count)
+    {
+        const auto begin = atr_.begin() + static_cast<std::ptrdiff_t>(at_);
+        const std::size_t there = std::min(count, atr_.size() - at_);
+        if (there > 0) {
+            const Bytes bytes(begin, begin + static_cast<std::ptrdiff_t>(there));
+            parts_.push_back({"historical", toHex(bytes), asText(bytes)});
+            at_ += there;
+            for (AtrPart& one : there == count ? historicalParts(bytes) : std::vector<AtrPart>()) {
+                parts_.push_back(std::move(one));
+            }
+        }
+        return there == count;
     }
 
     // Present when another protocol than T=0 is offered: makes the XOR of everything behind TS zero.
