@@ -40,6 +40,14 @@ private:
     std::size_t values_ = 0;
 };
 
+// The parser's text stands behind its own name for the mistake.
+std::string said(const json::exception& error)
+{
+    const std::string text = error.what();
+    const std::size_t name = text.find("] ");
+    return printable(name == std::string::npos ? text : text.substr(name + 2), kComplaintMax);
+}
+
 } // namespace
 
 json parseJson(const std::string& text, const std::string& path)
@@ -51,11 +59,9 @@ json parseJson(const std::string& text, const std::string& path)
         Bounds bounds(path);
         return json::parse(text, std::ref(bounds));
     } catch (const json::parse_error& error) {
-        // The parser's text says line and column, behind its own name for the mistake.
-        const std::string said = error.what();
-        const std::size_t name = said.find("] ");
-        throw ProfileError(
-            path + ": no JSON: " + printable(name == std::string::npos ? said : said.substr(name + 2), kComplaintMax));
+        throw ProfileError(path + ": no JSON: " + said(error)); // with line and column
+    } catch (const json::out_of_range& error) {
+        throw ProfileError(path + ": a number that is too large: " + said(error));
     }
 }
 

@@ -872,6 +872,12 @@ TEST_F(SimProfile, TextThatIsNoJsonIsPlaced)
     EXPECT_EQ(text.rfind("dir/test.json: no JSON: parse error at line 3, column 3", 0), 0U) << text;
 }
 
+TEST_F(SimProfile, ANumberBeyondAllTypesIsNamed)
+{
+    EXPECT_EQ(complaint(R"({"cards":[{"slot":"contact","after_ms":1e999}]})"),
+              "dir/test.json: a number that is too large: number overflow parsing '1e999'");
+}
+
 TEST_F(SimProfile, AProfileWithAMistakeChangesNothing)
 {
     EXPECT_NE(complaint(R"({"version":"V1","cards":[{"slot":"contact","type":"transcript","atr":"3B00","pairs":[]}],
