@@ -160,7 +160,9 @@ TEST(Shown, ValuesThatAreNoneStayAsTheyAre)
 
 TEST(Shown, BytesThatAreNoTextBringNothingToATerminal)
 {
-    for (const char* const text : {"\xC3", "\xE4\xB8", "\xE4\x41\x42", "\xF0\x9F\x98", "\xFF\xFE", "\x1B[2J"}) {
+    const char* const texts[] = {"\xC3",    "\xE4\xB8", "\xE4\x41\x42", "\xF0\x9F\x98", "\xFF\xFE",
+                                 "\x1B[2J", "\xC1\xAC", "\xE0\x9B\x9B", "\xED\xA0\x80", "\xF4\x90\x80\x80"};
+    for (const char* const text : texts) {
         const std::string shown = printable(text);
         EXPECT_NO_THROW(nlohmann::json(shown).dump()) << "no UTF-8";
         EXPECT_EQ(shown.find('\x1B'), std::string::npos);

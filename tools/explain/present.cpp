@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/explain/present.h"
 
+#include "sim/data/utf8.h"
 #include "tools/explain/hex.h"
 
 #include "vorn/convert.h"
@@ -8,7 +9,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
-#include <optional>
 #include <string_view>
 
 namespace vorn::tool {
@@ -65,43 +65,6 @@ constexpr Named kTypes[] = {
     {"21", "deposit"},  {"30", "inquiry"}, {"31", "balance inquiry"},        {"40", "transfer"},
     {"60", "load"},     {"61", "load"},    {"62", "load, unlinked account"}, {"63", "cash load"}};
 
-struct Character {
-    std::uint32_t code;
-    std::size_t size; // in bytes
-};
-
-// One character of UTF-8; nothing when the bytes are none.
-std::optional<Character> characterAt(const std::string& text, std::size_t at)
-{
-    const auto first = static_cast<unsigned char>(text[at]);
-    const std::size_t size = first < 0x80             ? 1
-                             : (first & 0xE0) == 0xC0 ? 2
-                             : (first & 0xF0) == 0xE0 ? 3
-                             : (first & 0xF8) == 0xF0 ? 4
-                                                      : 0;
-    if (size == 0 || at + size > text.size()) {
-        return std::nullopt;
-    }
-    std::uint32_t code = size == 1 ? first : first & (0xFFU >> (size + 1));
-    for (std::size_t i = 1; i < size; ++i) {
-        const auto next = static_cast<unsigned char>(text[at + i]);
-        if ((next & 0xC0) != 0x80) {
-            return std::nullopt;
-        }
-        code = code << 6 | (next & 0x3FU);
-    }
-    return Character{code, size};
-}
-
-// Controls, marks of direction, separators of lines, and characters without width or place.
-bool unseen(std::uint32_t code)
-{
-    return code < 0x20 || (code >= 0x7F && code < 0xA0) || code == 0xAD || code == 0x61C || code == 0x180E ||
-           (code >= 0x200B && code <= 0x200F) || (code >= 0x2028 && code <= 0x202E) ||
-           (code >= 0x2060 && code <= 0x206F) || (code >= 0xD800 && code <= 0xDFFF) || code == 0xFEFF ||
-           (code >= 0xFFF0 && code <= 0xFFFB) || code >= 0xE0000;
-}
-
 bool wide(std::uint32_t code)
 {
     return (code >= 0x1100 && code <= 0x115F) || (code >= 0x2E80 && code <= 0xA4CF) ||
@@ -121,11 +84,9 @@ std::string printable(std::string utf8)
     }
     std::string text;
     for (std::size_t at = 0; at < utf8.size();) {
-        const auto character = characterAt(utf8, at);
-        const bool control = character && unseen(character->code);
-        const std::size_t size = character ? character->size : 1;
-        text += !character || control ? "?" : utf8.substr(at, size);
-        at += size;
+        const sim::Character character = sim::characterAt(utf8, at);
+        text += character.size > 0 && sim::seen(character.value) ? utf8.substr(at, character.size) : "?";
+        at += std::max<std::size_t>(character.size, 1);
     }
     return text;
 }
@@ -262,9 +223,9 @@ std::size_t columns(const std::string& utf8)
 {
     std::size_t count = 0;
     for (std::size_t at = 0; at < utf8.size();) {
-        const auto character = characterAt(utf8, at);
-        count += character && wide(character->code) ? 2U : 1U;
-        at += character ? character->size : 1;
+        const sim::Character character = sim::characterAt(utf8, at);
+        count += wide(character.value) ? 2U : 1U;
+        at += std::max<std::size_t>(character.size, 1);
     }
     return count;
 }
