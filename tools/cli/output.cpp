@@ -20,11 +20,6 @@ namespace {
 int results = STDOUT_FILENO;
 bool printed = false;
 
-std::string textOf(const Json& document, int indent)
-{
-    return document.dump(indent, ' ', false, Json::error_handler_t::replace);
-}
-
 } // namespace
 
 void keepStandardOutput()
@@ -55,14 +50,19 @@ void print(std::string_view text)
 
 void printLine(const std::string& text) { print(text + "\n"); }
 
-void printJson(const Json& document) { printLine(textOf(document, 2)); }
+std::string jsonText(const Json& document, int indent)
+{
+    return document.dump(indent, ' ', false, Json::error_handler_t::replace);
+}
+
+void printJson(const Json& document) { printLine(jsonText(document)); }
 
 bool documentPrinted() { return printed; }
 
 void printJsonLine(const Json& document)
 {
     const bool before = printed;
-    printLine(textOf(document, -1));
+    printLine(jsonText(document, -1));
     printed = before; // one of several documents, and an error is another
 }
 

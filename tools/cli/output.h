@@ -20,6 +20,8 @@ void keepStandardOutput();
 // Results. Throw Failure when they cannot be written.
 void print(std::string_view text);
 void printLine(const std::string& text = {});
+// A document's text, on one line where indent is -1. What is no UTF-8 in it (a file's name) is replaced.
+std::string jsonText(const Json& document, int indent = 2);
 void printJson(const Json& document);
 bool documentPrinted(); // a result that is not one line of several: no second document may follow it
 void printJsonLine(const Json& document); // on one line

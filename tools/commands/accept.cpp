@@ -219,7 +219,7 @@ private:
         circumstances.problem = failure ? withoutNumbers(failure->what()) : "";
         Json report = reportOf(*acceptance_, circumstances);
         if (report_) {
-            report_->write(report.dump(2) + "\n");
+            report_->write(jsonText(report) + "\n");
             report_->close();
         }
         if (html_) {

@@ -168,7 +168,7 @@ public:
         if (page_) {
             return [this, item = std::move(item)] { page_->add(item); };
         }
-        std::string text = json_ ? jsonOf(item).dump(2, ' ', false, Json::error_handler_t::replace) : textOf(item);
+        std::string text = json_ ? jsonText(jsonOf(item)) : textOf(item);
         return [this, text = std::move(text)] { add(text); };
     }
 

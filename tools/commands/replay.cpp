@@ -83,7 +83,7 @@ Exit run(const Options& options)
         printJson(profile);
     } else {
         NewFile file(options.output, options.force);
-        file.write(profile.dump(2) + "\n");
+        file.write(jsonText(profile) + "\n");
         file.close();
     }
     if (count > 1 && options.card == 0) {
