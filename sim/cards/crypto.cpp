@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim/cards/crypto.h"
 
+#include "sim/data/digits.h"
 #include "sim/data/json_node.h"
 
 #include <openssl/evp.h>
@@ -80,11 +81,6 @@ Key sessionKey(const Key& key, std::uint16_t atc, SessionKeys method)
 // The first half byte of a PIN block: in VERIFY (ISO 9564-1 format 2), and before a new PIN is combined.
 constexpr char kVerifyFormat = '2';
 constexpr char kChangeFormat = '0';
-
-bool isPin(const std::string& digits)
-{
-    return digits.size() >= 4 && digits.size() <= 12 && digits.find_first_not_of("0123456789") == std::string::npos;
-}
 
 Bytes pinBlockOf(char format, const std::string& digits)
 {
@@ -232,6 +228,8 @@ Block balanceMac(const Key& sessionKey, std::uint16_t atc, const Bytes& balance)
     input.push_back(0x00);
     return retailMac(sessionKey, input);
 }
+
+bool isPin(const std::string& digits) { return digits.size() >= 4 && digits.size() <= 12 && isDigits(digits); }
 
 Bytes pinBlock(const std::string& digits) { return pinBlockOf(kVerifyFormat, digits); }
 

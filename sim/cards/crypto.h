@@ -68,7 +68,9 @@ Bytes scriptMac(const Key& sessionKey, const Bytes& header, std::uint16_t atc, c
 constexpr std::size_t kBalanceMacSize = 4;
 Block balanceMac(const Key& sessionKey, std::uint16_t atc, const Bytes& balance);
 
-// A PIN of 4 to 12 digits in eight bytes (ISO 9564-1 format 2), as VERIFY carries it.
+bool isPin(const std::string& digits); // 4 to 12 of them (ISO 9564-1)
+
+// A PIN in eight bytes (ISO 9564-1 format 2), as VERIFY carries it.
 Bytes pinBlock(const std::string& digits);
 std::string pinDigits(const Bytes& block); // empty when it is no PIN block
 

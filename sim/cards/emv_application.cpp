@@ -3,6 +3,7 @@
 
 #include "sim/cards/emv_words.h"
 #include "sim/data/card_values.h"
+#include "sim/data/digits.h"
 
 #include <algorithm>
 
@@ -492,8 +493,7 @@ Answer EmvApplication::putData(const Command& command)
         return refuseScriptData(kName, "no such object", 0x6A88);
     }
     const Bytes value = scriptData(command);
-    const bool decimal = toHex(value).find_first_not_of("0123456789") == std::string::npos;
-    if (value.size() != 6 || !decimal) {
+    if (value.size() != 6 || !isDigits(toHex(value))) {
         return refuseScriptData(kName, "no amount of twelve digits", 0x6A80);
     }
     *target->value = amountFromBcd(value);

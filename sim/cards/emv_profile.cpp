@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim/cards/emv_profile.h"
 
+#include "sim/cards/crypto.h"
 #include "sim/data/card_values.h"
+#include "sim/data/digits.h"
 #include "sim/data/profile_error.h"
 
 #include <nlohmann/json.hpp>
@@ -51,9 +53,7 @@ Records readRecords(const JsonNode& files)
 {
     Records records;
     for (const auto& [name, member] : files.members()) {
-        const bool isNumber =
-            !name.empty() && name.size() < 3 && name.find_first_not_of("0123456789") == std::string::npos;
-        const unsigned sfi = isNumber ? static_cast<unsigned>(std::stoul(name)) : 0;
+        const unsigned sfi = numberOf(name, 2).value_or(0);
         if (sfi < 1 || sfi > 30) {
             member.expected("a short file identifier from 1 to 30 as the name of this file");
         }
@@ -443,8 +443,7 @@ void readPin(const JsonNode& node, Application& application)
 {
     node.allow({"value", "tries", "tries_left", "comment"});
     application.state.pin = node.at("value").text();
-    const bool digits = application.state.pin.find_first_not_of("0123456789") == std::string::npos;
-    if (!digits || application.state.pin.size() < 4 || application.state.pin.size() > 12) {
+    if (!crypto::isPin(application.state.pin)) {
         node.at("value").expected("a PIN of 4 to 12 digits");
     }
     const auto tries = node.find("tries");
@@ -499,12 +498,11 @@ std::map<unsigned, Bytes> readBinaries(const std::optional<JsonNode>& node)
 {
     std::map<unsigned, Bytes> binaries;
     for (const auto& [name, member] : node ? node->members() : std::vector<std::pair<std::string, JsonNode>>()) {
-        const bool isNumber =
-            !name.empty() && name.size() < 3 && name.find_first_not_of("0123456789") == std::string::npos;
-        if (!isNumber || std::stoul(name) > 31) {
+        const auto sfi = numberOf(name, 2);
+        if (!sfi || *sfi > 31) {
             member.expected("a short file identifier from 0 to 31 as the name of this file");
         }
-        binaries[static_cast<unsigned>(std::stoul(name))] = bytesOf(member);
+        binaries[*sfi] = bytesOf(member);
     }
     return binaries;
 }

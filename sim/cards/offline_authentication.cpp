@@ -3,6 +3,7 @@
 
 #include "sim/cards/test_keys.h"
 #include "sim/data/card_values.h"
+#include "sim/data/digits.h"
 
 #include <algorithm>
 
@@ -54,9 +55,8 @@ std::map<unsigned, unsigned> readSigned(const JsonNode& node, const Records& rec
 {
     std::map<unsigned, unsigned> counts;
     for (const auto& [name, member] : node.members()) {
-        const bool digits =
-            !name.empty() && name.size() < 3 && name.find_first_not_of("0123456789") == std::string::npos;
-        const auto file = digits ? records.find(static_cast<unsigned>(std::stoul(name))) : records.end();
+        const auto number = numberOf(name, 2);
+        const auto file = number ? records.find(*number) : records.end();
         if (file == records.end()) {
             member.expected("the short file identifier of one of the files as the name of this count");
         }

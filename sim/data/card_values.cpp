@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim/data/card_values.h"
 
+#include "sim/data/digits.h"
 #include "sim/data/tlv.h"
 
 #include <nlohmann/json.hpp>
@@ -31,7 +32,7 @@ std::uint64_t amountOf(const JsonNode& node)
         amount = node.value().get<std::uint64_t>();
     } else if (node.isText()) {
         const std::string digits = node.text();
-        if (!digits.empty() && digits.size() <= 12 && digits.find_first_not_of("0123456789") == std::string::npos) {
+        if (digits.size() <= 12 && isDigits(digits)) {
             amount = std::stoull(digits);
         }
     }

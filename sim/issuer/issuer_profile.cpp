@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Reads an issuer from its object in a profile.
+#include "sim/cards/crypto.h"
 #include "sim/cards/emv_profile.h"
 #include "sim/data/card_values.h"
 #include "sim/issuer/issuer.h"
@@ -38,7 +39,7 @@ constexpr std::size_t kCommandsMax = 1000;               // of all scripts, repe
 std::string pinOf(const JsonNode& node)
 {
     std::string digits = node.text();
-    if (digits.size() < 4 || digits.size() > 12 || digits.find_first_not_of("0123456789") != std::string::npos) {
+    if (!crypto::isPin(digits)) {
         node.expected("a PIN of 4 to 12 digits");
     }
     return digits;

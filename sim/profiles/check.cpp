@@ -4,6 +4,7 @@
 #include "sim/profiles/check.h"
 
 #include "sim/cards/emv_card.h"
+#include "sim/data/digits.h"
 #include "sim/data/json_text.h"
 #include "sim/data/profile_error.h"
 #include "sim/data/tlv.h"
@@ -116,9 +117,8 @@ private:
     // `size` when the text is no index.
     static std::size_t indexOf(const std::string& text, std::size_t size)
     {
-        const bool digits =
-            !text.empty() && text.size() < 6 && text.find_first_not_of("0123456789") == std::string::npos;
-        return digits ? std::min(std::stoul(text), size) : size;
+        const auto index = numberOf(text, 5);
+        return index ? std::min<std::size_t>(*index, size) : size;
     }
     static void eraseItem(Json& node, Json& known, std::size_t index)
     {

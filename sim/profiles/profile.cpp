@@ -4,6 +4,7 @@
 #include "sim/cards/emv_card.h"
 #include "sim/cards/memory_card.h"
 #include "sim/cards/transcript_card.h"
+#include "sim/data/digits.h"
 #include "sim/data/json_node.h"
 #include "sim/data/json_text.h"
 #include "sim/data/named_file.h"
@@ -84,7 +85,8 @@ Bytes responseOf(const JsonNode& node)
 {
     Bytes response = node.hex();
     if (response.size() == 1 || response.size() > kResponseMax) {
-        node.expected("a response of 2 to " + std::to_string(kResponseMax) + " bytes, its status word at the end, or none");
+        node.expected("a response of 2 to " + std::to_string(kResponseMax) +
+                      " bytes, its status word at the end, or none");
     }
     return response;
 }
@@ -162,12 +164,12 @@ Bytes blockOf(const JsonNode& node)
 void setBlocks(const JsonNode& node, SectorCard& card)
 {
     for (const auto& [key, block] : node.members()) {
-        const bool digits = !key.empty() && key.size() <= 3 && key.find_first_not_of("0123456789") == std::string::npos;
-        if (!digits || std::stoul(key) >= card.blocks().size()) {
+        const auto number = numberOf(key, 3);
+        if (!number || *number >= card.blocks().size()) {
             throw ProfileError(block.where() + ": expected a block number from 0 to " +
                                std::to_string(card.blocks().size() - 1));
         }
-        card.setBlock(static_cast<unsigned>(std::stoul(key)), blockOf(block));
+        card.setBlock(*number, blockOf(block));
     }
 }
 

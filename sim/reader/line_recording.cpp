@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sim/reader/line_recording.h"
 
+#include "sim/data/digits.h"
+
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
@@ -48,10 +50,8 @@ std::string speedText(int speed) { return speed < 0 ? kUnknownSpeed : std::to_st
 template <class T>
 bool number(const std::string& text, std::size_t most, T& value)
 {
-    if (text.empty() || text.size() > most || text.find_first_not_of("0123456789") != std::string::npos) {
-        return false;
-    }
-    return std::from_chars(text.data(), text.data() + text.size(), value).ec == std::errc();
+    return text.size() <= most && isDigits(text) &&
+           std::from_chars(text.data(), text.data() + text.size(), value).ec == std::errc();
 }
 
 bool speedOf(const std::string& text, int& speed)

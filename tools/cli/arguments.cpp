@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/cli/arguments.h"
 
+#include "sim/data/digits.h"
 #include "tools/cli/errors.h"
 #include "tools/cli/interrupt.h"
 #include "tools/cli/quote.h"
@@ -76,7 +77,7 @@ CLI::Validator digitsArgument(std::size_t most)
 {
     return CLI::Validator(
         [most](const std::string& text) -> std::string {
-            if (text.empty() || text.size() > most || text.find_first_not_of("0123456789") != std::string::npos) {
+            if (text.size() > most || !sim::isDigits(text)) {
                 return "1 to " + std::to_string(most) + " digits are expected";
             }
             return {};

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/commands/sale_options.h"
 
+#include "sim/data/digits.h"
 #include "tools/cli/arguments.h"
 #include "tools/cli/quote.h"
 #include "tools/commands/link_options.h"
@@ -33,18 +34,13 @@ std::string item(char key, const std::string& hex)
     return header + hex;
 }
 
-bool digits(const std::string& text)
-{
-    return !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
-}
-
 // "12.34" in a currency's main unit as twelve digits of its smallest one.
 std::string amountDigits(const std::string& text, std::size_t decimals)
 {
     const std::size_t point = std::min(text.find('.'), text.size());
     const std::string whole = text.substr(0, point);
     std::string part = point == text.size() ? "" : text.substr(point + 1);
-    const bool good = digits(whole) && (point == text.size() || digits(part)) && part.size() <= decimals;
+    const bool good = sim::isDigits(whole) && (point == text.size() || sim::isDigits(part)) && part.size() <= decimals;
     part.append(decimals - std::min(decimals, part.size()), '0');
     const std::string all = whole + part;
     const std::string value = all.substr(std::min(all.find_first_not_of('0'), all.size()));
@@ -93,7 +89,7 @@ std::string dateDigits(const std::string& text)
 std::string timeDigits(const std::string& text)
 {
     const std::string time = text.empty() ? now().time : withoutSeparators(text);
-    if (time.size() != 6 || !digits(time) || time.substr(0, 2) > "23" || time.substr(2, 2) > "59" ||
+    if (time.size() != 6 || !sim::isDigits(time) || time.substr(0, 2) > "23" || time.substr(2, 2) > "59" ||
         time.substr(4) > "59") {
         throw Failure(Exit::Usage, inQuotes(text) + " is not a time", "for example 14:30:00");
     }
@@ -107,7 +103,7 @@ std::string codeDigits(const std::string& text)
     if (code.size() == 3) {
         code.insert(0, "0");
     }
-    if (code.size() != 4 || !digits(code)) {
+    if (code.size() != 4 || !sim::isDigits(code)) {
         throw Failure(Exit::Usage, inQuotes(text) + " is not a currency or country code", "for example 0156 or CNY");
     }
     return code;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/explain/present.h"
 
+#include "sim/data/digits.h"
 #include "sim/data/utf8.h"
 #include "tools/explain/hex.h"
 
@@ -14,11 +15,6 @@
 namespace vorn::tool {
 
 namespace {
-
-bool digitsOnly(const std::string& text)
-{
-    return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
-}
 
 struct Currency {
     std::string_view code;
@@ -133,7 +129,7 @@ std::string textOfGbk(ByteSpan bytes)
 
 std::string amountText(const std::string& bcd, const std::string& currency)
 {
-    if (!digitsOnly(bcd)) {
+    if (!sim::isDigits(bcd)) {
         return bcd;
     }
     const std::size_t decimals = currencyDecimals(currency);
@@ -149,7 +145,7 @@ std::string amountText(const std::string& bcd, const std::string& currency)
 
 std::string dateText(const std::string& yymmdd)
 {
-    if (yymmdd.size() != 6 || !digitsOnly(yymmdd)) {
+    if (yymmdd.size() != 6 || !sim::isDigits(yymmdd)) {
         return yymmdd;
     }
     const std::string month = yymmdd.substr(2, 2);
@@ -162,7 +158,7 @@ std::string dateText(const std::string& yymmdd)
 
 std::string timeText(const std::string& hhmmss)
 {
-    if (hhmmss.size() != 6 || !digitsOnly(hhmmss)) {
+    if (hhmmss.size() != 6 || !sim::isDigits(hhmmss)) {
         return hhmmss;
     }
     return hhmmss.substr(0, 2) + ":" + hhmmss.substr(2, 2) + ":" + hhmmss.substr(4, 2);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/explain/text_view.h"
 
+#include "sim/data/digits.h"
 #include "tools/explain/hex.h"
 #include "tools/explain/lettered.h"
 #include "tools/explain/mask.h"
@@ -96,7 +97,7 @@ Explanation explainTransactionData(const std::string& text, bool show)
     result.items.reserve(usual);
     for (std::size_t at = 0; at < text.size();) {
         const std::string count = text.substr(std::min(at + 1, text.size()), 3);
-        const bool field = count.size() == 3 && count.find_first_not_of("0123456789") == std::string::npos;
+        const bool field = count.size() == 3 && sim::isDigits(count);
         const std::size_t size = field ? std::stoul(count) : 0;
         if (!field || size > text.size() - at - header) {
             result.problem = "no whole field at character " + std::to_string(at + 1);
