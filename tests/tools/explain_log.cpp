@@ -320,6 +320,23 @@ TEST(Transcript, WhatATerminalMakesAnewIsLeftOpen)
     EXPECT_EQ(pairs[1][0], "00B2010C00");
 }
 
+// A profile with another answer would not be read again.
+TEST(Transcript, AnswersAreThoseThatASimulatedCardCanGive)
+{
+    std::string longest;
+    for (int i = 0; i < 494; ++i) {
+        longest += "90 ";
+    }
+    const std::string ask = "00 84 00 00 08";
+    const Transcript transcript =
+        transcriptOf(kPowerOn + ::exchange(ask, "83") + ::exchange(ask, longest) + ::exchange(ask, longest + "90"));
+    const auto pairs = vorn::tool::profileOf(transcript.cycles().at(0))["cards"][0]["pairs"];
+    ASSERT_EQ(pairs.size(), 2U);
+    EXPECT_EQ(pairs[0][1], "") << "no status word: the reader's refusal, as for no answer";
+    EXPECT_EQ(pairs[1][1].get<std::string>().size(), 2U * 494);
+    EXPECT_EQ(transcript.leftOut(), 1U);
+}
+
 TEST(Transcript, MemoryCardCallsGiveNoCard)
 {
     const Transcript transcript = transcriptOf("IC_M1ActiveCard start!recv:6A1F90C2!\n");

@@ -3,6 +3,8 @@
 
 #include "tools/explain/hex.h"
 
+#include "vorn/result.h"
+
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -12,6 +14,7 @@ namespace vorn::tool {
 namespace {
 
 constexpr std::size_t kReaderHeader = 3;
+constexpr std::size_t kStatusWord = 2;
 constexpr std::uint8_t kProcessingOptions = 0xA8;
 constexpr std::uint8_t kGenerateCryptogram = 0xAE;
 constexpr std::uint8_t kExternalAuthenticate = 0x82;
@@ -65,8 +68,9 @@ void Transcript::exchange(const LoggedExchange& logged)
         powered(logged);
         return;
     }
-    if (logged.marker.find("capdu") == std::string::npos || logged.command.size() <= kReaderHeader || logged.cut) {
-        leftOut_ += logged.cut ? 1 : 0;
+    const bool cut = logged.cut || logged.answer.size() > VORN_PAYLOAD_MAX;
+    if (logged.marker.find("capdu") == std::string::npos || logged.command.size() <= kReaderHeader || cut) {
+        leftOut_ += cut ? 1 : 0;
         return;
     }
     const std::string slot = slotOf(logged);
@@ -76,8 +80,9 @@ void Transcript::exchange(const LoggedExchange& logged)
         found = open_.end() - 1;
     }
     if (found->exchanges.size() < kMostExchanges) {
+        // What is too short for a status word was a refusal by the reader to the host, as no answer is.
         found->exchanges.emplace_back(Bytes(logged.command.begin() + kReaderHeader, logged.command.end()),
-                                      logged.answer);
+                                      logged.answer.size() < kStatusWord ? Bytes() : logged.answer);
     } else {
         ++leftOut_;
     }

@@ -28,7 +28,7 @@ public:
 
     const std::vector<PowerCycle>& cycles() const { return cycles_; } // those in which a card was asked something
     bool memoryCards() const { return memoryCards_; }
-    std::size_t leftOut() const { return leftOut_; } // exchanges that a log's end or size has cut
+    std::size_t leftOut() const { return leftOut_; } // exchanges that are not whole, or longer than any
 
     static constexpr std::size_t kMostCycles = 1000;
     static constexpr std::size_t kMostExchanges = 5000; // of one cycle
