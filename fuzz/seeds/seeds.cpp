@@ -165,10 +165,31 @@ void writeRecording(const std::string& name, const Simulated& reader)
     write("tool_recording", name, head += bytesOf(lines));
 }
 
+// The same again, taken apart: kind, slot, command and answer of each.
+void writeExchanges(const std::string& name, const Simulated& reader)
+{
+    constexpr std::uint8_t toContact = 5, powerOn = 1, activate = 2, other = 4; // as the fuzzer reads them
+    Bytes exchanges{0x00};
+    for (const auto& exchange : reader.exchanges()) {
+        const Bytes& command = exchange.command;
+        const std::uint8_t operation = command.size() > 1 ? command[1] : std::uint8_t{0};
+        if (operation == 0x26 && command.size() > 3) {
+            exchanges += {toContact, command[2]};
+            exchanges += counted({command.begin() + 3, command.end()});
+        } else {
+            exchanges += {operation == 0x22 ? powerOn : operation == 0x24 ? activate : other, 0x00};
+            exchanges += counted(command);
+        }
+        exchanges += counted(exchange.payload);
+    }
+    write("tool_exchange", name, exchanges);
+}
+
 // Single answers and commands are seeds for what looks at one of them.
 void writeParts(const std::string& name, const Simulated& reader)
 {
     writeRecording(name, reader);
+    writeExchanges(name, reader);
     Bytes commands{0x20};
     Bytes apdus{0x00};
     int number = 0;

@@ -14,7 +14,8 @@ namespace vorn::sim {
 
 using Bytes = std::vector<std::uint8_t>;
 
-// Bytes that somebody else keeps for as long as they are looked at.
+// Bytes that somebody else keeps for as long as they are looked at. A byte outside reads as zero: strangers choose how
+// many there are.
 class ByteSpan {
 public:
     ByteSpan() = default;
@@ -25,9 +26,9 @@ public:
     const std::uint8_t* end() const { return data_ + size_; }
     std::size_t size() const { return size_; }
     bool empty() const { return size_ == 0; }
-    std::uint8_t operator[](std::size_t at) const { return data_[at]; }
-    std::uint8_t front() const { return data_[0]; }
-    std::uint8_t back() const { return data_[size_ - 1]; }
+    std::uint8_t operator[](std::size_t at) const { return at < size_ ? data_[at] : std::uint8_t{0}; }
+    std::uint8_t front() const { return (*this)[0]; }
+    std::uint8_t back() const { return (*this)[size_ - 1]; }
 
     // The rest behind `at`, the first `count` and the last `count`: as much of each as there is.
     ByteSpan from(std::size_t at) const { return {data_ + std::min(at, size_), size_ - std::min(at, size_)}; }

@@ -99,6 +99,7 @@ std::vector<EndRow> endRows()
          true, "AAC", 1},
         {"second cryptogram unanswered", completion + exchange("80 AE 40 00 00", ""), true,
          "Whether the card approved is unknown", 1},
+        {"a command without a header, unanswered", completion + exchange("80", ""), true, "no answer", 1},
         {"declined as asked", completion + exchange("80 AE 00 00 00", aac) + "[ICC/ICC_COMM_VORN:5089]0", false, "done",
          0},
         {"a script command fails",
@@ -318,6 +319,17 @@ TEST(Transcript, WhatATerminalMakesAnewIsLeftOpen)
     const auto pairs = vorn::tool::profileOf(transcript.cycles().at(0))["cards"][0]["pairs"];
     EXPECT_EQ(pairs[0][0], "80AE8000*");
     EXPECT_EQ(pairs[1][0], "00B2010C00");
+}
+
+TEST(Transcript, APowerOnThatNamesNoSlotIsThatOfTheContactSlot)
+{
+    for (const char* const command : {"32", "32 22", "32 26", "32 22 01 80"}) {
+        const Transcript transcript = transcriptOf("Indata----------------------icc_poweron\n" + std::string(command) +
+                                                   " \nOutdata----------------------icc_poweron\n3B 00 \n" + kSelect);
+        ASSERT_EQ(transcript.cycles().size(), 1U) << command;
+        EXPECT_EQ(transcript.cycles()[0].slot, "contact") << command;
+        EXPECT_EQ(transcript.cycles()[0].atr.size(), 2U) << command;
+    }
 }
 
 // A profile with another answer would not be read again.

@@ -169,6 +169,8 @@ private:
         ByteSpan apdu, answer;
         bool power = false;    // power on: no APDU
         std::size_t place = 0; // among the call's items
+
+        bool is(std::uint8_t instruction) const { return apdu.size() >= 4 && apdu[1] == instruction; }
     };
 
     void exchange(const LoggedExchange& logged);
@@ -323,26 +325,16 @@ void CallStory::exit(const LogEntry& entry)
 bool CallStory::harmless(std::size_t index) const
 {
     const Sent& sent = sent_[index];
-    const std::uint8_t instruction = sent.apdu.size() < 4 ? 0 : sent.apdu[1];
     const auto sentBefore = [&](std::uint8_t wanted) {
         return std::any_of(sent_.begin(), sent_.begin() + static_cast<std::ptrdiff_t>(index),
-                           [wanted](const Sent& s) { return s.apdu.size() >= 4 && s.apdu[1] == wanted; });
+                           [wanted](const Sent& s) { return s.is(wanted); });
     };
     const auto goneWellLater = [&](std::uint8_t wanted) {
-        return std::any_of(sent_.begin() + static_cast<std::ptrdiff_t>(index), sent_.end(), [wanted](const Sent& s) {
-            return s.apdu.size() >= 4 && s.apdu[1] == wanted && done(statusOf(s.answer));
-        });
+        return std::any_of(sent_.begin() + static_cast<std::ptrdiff_t>(index), sent_.end(),
+                           [wanted](const Sent& s) { return s.is(wanted) && done(statusOf(s.answer)); });
     };
-    switch (instruction) {
-    case kGetData:
-        return true;
-    case kReadRecord:
-        return !sentBefore(kProcessingOptions);
-    case kSelect:
-        return goneWellLater(kSelect);
-    default:
-        return false;
-    }
+    return sent.is(kGetData) || (sent.is(kReadRecord) && !sentBefore(kProcessingOptions)) ||
+           (sent.is(kSelect) && goneWellLater(kSelect));
 }
 
 const CallStory::Sent* CallStory::failing() const
@@ -359,9 +351,8 @@ const CallStory::Sent* CallStory::failing() const
             }
         }
     }
-    const auto cryptogram = std::find_if(sent_.rbegin(), sent_.rend(), [](const Sent& s) {
-        return s.apdu.size() >= 4 && s.apdu[1] == kGenerateCryptogram;
-    });
+    const auto cryptogram =
+        std::find_if(sent_.rbegin(), sent_.rend(), [](const Sent& s) { return s.is(kGenerateCryptogram); });
     return cryptogram == sent_.rend() ? nullptr : &*cryptogram;
 }
 
@@ -372,7 +363,7 @@ std::string CallStory::causeOf(const Sent& sent) const
     }
     const std::string command = maskedUnless(show_, commandInWords(sent.apdu));
     if (sent.answer.size() < 2) {
-        const bool second = sent.apdu[1] == kGenerateCryptogram && call_.name == "IC_CtlScriptData";
+        const bool second = sent.is(kGenerateCryptogram) && call_.name == "IC_CtlScriptData";
         return command + ": no answer" +
                (second ? ". Whether the card approved is unknown: the transaction has to be reversed" : "");
     }

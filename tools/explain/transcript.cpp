@@ -24,8 +24,9 @@ std::string slotOf(const LoggedExchange& logged)
     if (logged.marker == "picc_Active") {
         return "field";
     }
-    const bool apdu = logged.command.size() > 1 && logged.command[1] == 0x26;
-    const std::uint8_t slot = apdu ? logged.command[2] : logged.command.size() > 4 ? logged.command[4] : 0;
+    constexpr std::size_t ofPower = 4; // place of the slot in POWER ON; in an APDU's header it is the last byte
+    const std::size_t at = logged.apdu().empty() ? ofPower : kReaderHeader - 1;
+    const std::uint8_t slot = logged.command.size() > at ? logged.command[at] : 0;
     return slot == 0xFF ? "field" : slot >= 0x10 && slot <= 0x13 ? "psam" + std::to_string(slot - 0x0F) : "contact";
 }
 
