@@ -184,6 +184,11 @@ TEST_P(ApduExchange, The6CIsFollowedByTheSameCommandWithThatLe)
     reader.apdu("80 A8 00 00 02 83 00", "6C 0F").apdu("80 A8 00 00 02 83 0F", "77 00 90 00");
     EXPECT_EQ(exchange("80A80000028300"), 0);
     EXPECT_EQ(commandBegin(8), "80A8000002830FEE");
+
+    // And where the command has no other.
+    reader.apdu("00", "6C 0F").apdu("0F", "77 00 90 00");
+    EXPECT_EQ(exchange("00"), 0);
+    EXPECT_EQ(commandBegin(2), "0FEE");
 }
 
 TEST_P(ApduExchange, DataBeforeAFollowUpIsDropped)
