@@ -278,6 +278,26 @@ TEST_F(LinkRelease, ADescriptorThatARefusedSpeedClosedIsNotClosedAgain)
     close(reused);
 }
 
+TEST_F(LinkRelease, ASessionWhoseSpeedIsRefusedHasNoHandle)
+{
+    Clock::onSleep([this] {
+        serveBoth();
+        ttyCalls().refuseSet = true; // from behind the switch sequence on
+    });
+    EXPECT_EQ(openSession(line), 0) << "the commands find out";
+    EXPECT_EQ(vrdk03com_handle, -1);
+}
+
+// The medium of a link that is not open is a tty's, whatever the mode.
+TEST_F(LinkRelease, AUsbLinkThatDidNotOpenIsClosedWithoutTheSequencesOfALine)
+{
+    vr_comportmode = 1;
+    vrdk03com_handle = -1;
+    Clock::forgetSleeps();
+    EXPECT_EQ(cldev(), 0);
+    EXPECT_EQ(Clock::sleeps(), std::vector<unsigned>{3000});
+}
+
 // A real line's modem signals fall when its last descriptor is closed.
 TEST_F(LinkRelease, TheLineIsOpenedAgainBeforeTheLinkLeftOpenIsClosed)
 {
