@@ -46,7 +46,7 @@ VORN_BEGIN_C
 extern VORN_API int m_portmode;            /* 1 while a USB link is open, else 0 */
 extern VORN_API int vr_comportmode;        /* what opdev opens: 0 a serial tty, 1 USB */
 extern VORN_API char vr_comportparam[128]; /* and its parameter, as OpenDev takes it */
-extern VORN_API int vrdk03com_handle;      /* the open link: a tty descriptor or VORN_USB_HANDLE */
+extern VORN_API int vrdk03com_handle;      /* the open link: a tty descriptor or VORN_USB_HANDLE; -1: none */
 extern VORN_API unsigned char m_VrICType;  /* a vorn_card_interface; lives as long as the process */
 
 /* ------------------------------------------------------------------ the link's bytes */

@@ -278,6 +278,14 @@ TEST_F(LinkRelease, ADescriptorThatARefusedSpeedClosedIsNotClosedAgain)
     close(reused);
 }
 
+TEST_F(LinkRelease, AClosedSessionHasNoHandle)
+{
+    ASSERT_EQ(openSession(line), 0);
+    EXPECT_GE(vrdk03com_handle, 0);
+    EXPECT_EQ(cldev(), 0);
+    EXPECT_EQ(vrdk03com_handle, -1);
+}
+
 TEST_F(LinkRelease, ASessionWhoseSpeedIsRefusedHasNoHandle)
 {
     Clock::onSleep([this] {
