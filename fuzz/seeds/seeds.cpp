@@ -7,6 +7,7 @@
 #include "sim/reader/line_decoder.h"
 #include "sim/reader/line_recording.h"
 #include "sim/reader/observations.h"
+#include "support/logged.h"
 #include "support/readers.h"
 
 #include "ICC_COMM_VORN.h"
@@ -113,19 +114,11 @@ private:
 // The exchanges as the library's log has them, behind the entry of a call and before those of its end.
 std::string logOf(const std::string& begin, const Simulated& reader, const std::string& end)
 {
-    const auto dump = [](const Bytes& bytes) {
-        std::string line;
-        for (const std::uint8_t byte : bytes) {
-            line += sim::toHex({byte}) + " ";
-        }
-        return line + "\n";
-    };
     std::string log = begin + "\r\n";
     for (const auto& exchange : reader.exchanges()) {
         const std::uint8_t operation = exchange.command.size() > 1 ? exchange.command[1] : std::uint8_t{0};
         const std::string mark = operation == 0x22 ? "icc_poweron" : operation == 0x24 ? "picc_Active" : "capdu";
-        log += "Indata----------------------" + mark + "\n" + dump(exchange.command);
-        log += "Outdata----------------------" + mark + "\n" + dump(exchange.payload);
+        log += fuzz::logOf(mark, exchange.command, exchange.payload);
     }
     return log + end;
 }

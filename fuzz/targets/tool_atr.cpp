@@ -9,10 +9,7 @@ namespace {
 
 constexpr const char* kInside = "  "; // before the name of a part of the historical bytes
 
-bool isInside(const tool::AtrPart& part)
-{
-    return part.name.rfind(kInside, 0) == 0;
-}
+bool isInside(const tool::AtrPart& part) { return part.name.rfind(kInside, 0) == 0; }
 
 } // namespace
 

@@ -2,15 +2,14 @@
 // Exchanges of a host with a reader and its cards, of any length, looked at one by one and as they stand in a log and in a
 // recording. Those are well formed here, so that what is tried is what stands in them; tool_log and tool_recording try
 // their form.
-#include "sim/profiles/profile.h"
 #include "sim/reader/line_recording.h"
+#include "support/logged.h"
 #include "support/tool_output.h"
 #include "tools/explain/apdu_view.h"
 #include "tools/explain/frame_view.h"
 #include "tools/explain/log_reader.h"
 #include "tools/explain/log_story.h"
 #include "tools/explain/recording_story.h"
-#include "tools/explain/transcript.h"
 
 #include <vector>
 
@@ -54,19 +53,11 @@ std::vector<Exchange> exchangesOf(Input& input)
     return exchanges;
 }
 
-std::string logOf(const std::vector<Exchange>& exchanges, const std::string& call)
+std::string logOfCall(const std::string& call, const std::vector<Exchange>& exchanges)
 {
-    const auto dump = [](const Bytes& bytes) {
-        std::string line;
-        for (const std::uint8_t byte : bytes) {
-            line += sim::toHex({byte}) + " ";
-        }
-        return line + "\n";
-    };
     std::string log = "begin func " + call + " nPortNo:ttyS1\r\n";
     for (const Exchange& one : exchanges) {
-        log += "Indata----------------------" + one.marker + "\n" + dump(one.command);
-        log += "Outdata----------------------" + one.marker + "\n" + dump(one.answer);
+        log += fuzz::logOf(one.marker, one.command, one.answer);
     }
     return log;
 }
@@ -84,7 +75,7 @@ void tellLog(const std::string& log, bool show)
     story.end();
 }
 
-void requirePlayable(const std::string& log)
+void requireCardsPlayable(const std::string& log)
 {
     tool::Transcript transcript;
     tool::LogReader reader({[&](const tool::LoggedExchange& logged) { transcript.exchange(logged); },
@@ -93,13 +84,7 @@ void requirePlayable(const std::string& log)
     reader.end();
     transcript.end();
     for (const tool::PowerCycle& cycle : transcript.cycles()) {
-        sim::Reader simulated([] { return std::chrono::milliseconds(0); });
-        try {
-            sim::load({"from a log", "", tool::profileOf(cycle).dump()}, simulated);
-        } catch (const std::exception& error) {
-            std::fprintf(stderr, "%s\n", error.what());
-            require(false, "the simulator takes the card of a log");
-        }
+        requirePlayable(cycle);
     }
 }
 
@@ -146,9 +131,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (const Exchange& one : exchanges) {
         look(one, show);
     }
-    const std::string log = logOf(exchanges, kCalls[(head >> 1) % std::size(kCalls)]);
+    const std::string log = logOfCall(kCalls[(head >> 1) % std::size(kCalls)], exchanges);
     tellLog(log, show);
-    requirePlayable(log);
+    requireCardsPlayable(log);
     tellRecording(exchanges, show);
     return 0;
 }

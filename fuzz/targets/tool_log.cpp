@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // A log file: the same exchanges and the same story whatever pieces it comes in, and a card made from it that the
 // simulator takes.
-#include "sim/profiles/profile.h"
+#include "support/logged.h"
 #include "support/tool_output.h"
 #include "tools/explain/log_entries.h"
 #include "tools/explain/log_reader.h"
 #include "tools/explain/log_story.h"
-#include "tools/explain/transcript.h"
 
 #include <vector>
 
@@ -71,17 +70,6 @@ std::string told(const std::string& log, std::size_t piece, bool show, Show text
         show, [&](tool::Item item) { return [&text, told = textOf(item)] { text += told; }; }, std::launch::deferred);
     feed(story, log, piece);
     return text;
-}
-
-void requirePlayable(const tool::PowerCycle& cycle)
-{
-    sim::Reader reader([] { return std::chrono::milliseconds(0); });
-    try {
-        sim::load({"from a log", "", tool::profileOf(cycle).dump()}, reader);
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "%s\n", error.what());
-        require(false, "the simulator takes the card of a log");
-    }
 }
 
 } // namespace

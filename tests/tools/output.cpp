@@ -1,10 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
 // Where results, remarks and log files go.
+#include "tools/cli/output.h"
+
 #include "tools/running_tool.h"
 
 namespace {
 
 using namespace vorn::test;
+
+// The name of a port or a file need not be text; documents on the terminal and in files are made alike.
+TEST(JsonText, HasACharacterInPlaceOfWhatIsNoUtf8)
+{
+    const vorn::tool::Json document = {{"reader", "reader at tty\xFF"}};
+    EXPECT_EQ(vorn::tool::jsonText(document, -1), "{\"reader\":\"reader at tty\xEF\xBF\xBD\"}");
+    EXPECT_EQ(vorn::tool::jsonText(document), "{\n  \"reader\": \"reader at tty\xEF\xBF\xBD\"\n}");
+}
 
 TEST_F(ToolTest, NothingRemainsOfTheLogFiles)
 {

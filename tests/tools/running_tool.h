@@ -107,12 +107,13 @@ constexpr int kPatience = 300000; // milliseconds for a tool that says nothing; 
 // A running tool.
 class Process {
 public:
-    // results: a descriptor for its standard output, -1 for a pipe.
-    Process(const Scratch& scratch, const Arguments& arguments, int results = -1, bool unprivileged = false)
+    // results: a descriptor for its standard output, -1 for a pipe. inputFlags: of its standard input, as O_NONBLOCK.
+    Process(const Scratch& scratch, const Arguments& arguments, int results = -1, bool unprivileged = false,
+            int inputFlags = 0)
     {
         std::array<int, 2> in{}, out{}, err{};
         if (::pipe2(in.data(), O_CLOEXEC) != 0 || ::pipe2(out.data(), O_CLOEXEC) != 0 ||
-            ::pipe2(err.data(), O_CLOEXEC) != 0) {
+            ::pipe2(err.data(), O_CLOEXEC) != 0 || ::fcntl(in[0], F_SETFL, inputFlags) != 0) {
             std::abort();
         }
         pid_ = ::fork();
