@@ -158,12 +158,17 @@ void CardReader::lookLater(Place place)
     slot.nextLook = now_() + slot.wait;
 }
 
+// A pulled reader is the daemon's to take away, slot by slot. pcscd (1.9.9 and others) waits for ever for a slot's
+// thread that learns in the same moment that its card is gone: the order to end is overwritten by the removal. So
+// absence is told when the device is there.
+bool CardReader::mayBePulled() const { return !open_ && port_.tty[0] == '\0'; }
+
 void CardReader::cardLost(Place place)
 {
     Slot& slot = slotOf(place);
     slot.absenceUntold = slot.absenceUntold || slot.card != Card::None;
     slot.card = Card::None;
-    slot.shown = false;
+    slot.shown = slot.shown && mayBePulled();
     slot.wait = 0;
     slot.nextLook = now_();
 }
@@ -219,17 +224,17 @@ bool CardReader::present(Place place)
     if (!line_.tryLock()) {
         return slot.shown;
     }
-    bool there = false;
     if (slot.absenceUntold) {
-        slot.absenceUntold = false;
+        slot.shown = slot.shown && mayBePulled() && !openLine();
+        slot.absenceUntold = slot.shown;
     } else {
         slot.shown = slot.card != Card::None;
         if (slot.card != Card::Powered && now_() >= slot.nextLook && openLine()) {
             lookInto(place);
         }
-        there = slot.shown;
-        slot.absenceUntold = slot.absenceUntold && there;
+        slot.absenceUntold = slot.absenceUntold && slot.shown;
     }
+    const bool there = slot.shown;
     line_.unlock();
     return there;
 }

@@ -6,7 +6,8 @@
 // - an empty place is looked into now and then, by power-on, and a card found is powered off again;
 // - a card without power is looked after in the same way;
 // - a card with power is left alone. That it is gone shows at the next exchange, or when its power is taken.
-// Whoever loses a card hears that the place is empty at least once, even when the next card is there already.
+// Whoever loses a card hears that the place is empty at least once, even when the next card is there already; on a USB
+// device that cannot be opened, once it can be.
 #pragma once
 
 #include "public/bytes.h"
@@ -93,6 +94,7 @@ private:
     Result resultOf(int linkResult);
     Result settle(Place place, Result result, Card card);
 
+    bool mayBePulled() const;
     void lookInto(Place place);
     void lookLater(Place place);
     void cardLost(Place place);

@@ -54,6 +54,15 @@ protected:
         ASSERT_TRUE(readDeviceName(("/dev/" + line.port()).c_str(), name));
         cardReader.begin(name.port);
     }
+    // A reader that has no tty is the daemon's to find and to take away.
+    void beginAsOnUsb() { beginAsOnUsb(line); }
+    void beginAsOnUsb(const Line& on)
+    {
+        DeviceName name;
+        ASSERT_TRUE(readDeviceName(("/dev/" + on.port()).c_str(), name));
+        name.port.tty[0] = '\0';
+        cardReader.begin(name.port);
+    }
     static void later(std::int64_t milliseconds) { Clock::advance(milliseconds * 1000); }
 
     // The reader is asked nothing: any command would fail the test.
@@ -67,10 +76,15 @@ protected:
     void powerContactCard()
     {
         begin();
-        reader.command("32 23 00", "", 0x02).command("32 22 01 80 00", "3B00");
+        powerFoundCard();
+    }
+    void powerFoundCard() { powerFoundCard(reader); }
+    void powerFoundCard(ScriptedReader& by)
+    {
+        by.command("32 23 00", "", 0x02).command("32 22 01 80 00", "3B00");
         Atr atr;
         ASSERT_EQ(cardReader.powerOn(Place::Contact, false, atr), Result::Done);
-        ASSERT_TRUE(reader.done());
+        ASSERT_TRUE(by.done());
     }
 
     std::string exchange(Place place, const std::string& apdu, Result expected = Result::Done)
@@ -382,6 +396,54 @@ TEST_F(CardReaderTest, AReaderThatFallsSilentIsBegunAnewWithAllCardsReset)
     reader.command("32 23 10").command("32 22 01 80 10", "3B00").command("32 23 10");
     EXPECT_TRUE(cardReader.present(Place::Psam1));
     EXPECT_EQ(daemonLog(), (std::vector<std::string>{"the reader does not answer", "the reader answers again"}));
+}
+
+TEST_F(CardReaderTest, APulledUsbReadersCardsAreNotToldAsGone)
+{
+    Line device;
+    ScriptedReader pulled(device);
+    Clock::onSleep([&] { device.serve(); });
+    beginAsOnUsb(device);
+    powerFoundCard(pulled);
+    pulled.command("32 23 10").command("32 22 01 80 10", "3B00").command("32 23 10");
+    EXPECT_TRUE(cardReader.present(Place::Psam1));
+    device.hangUp();
+    EXPECT_EQ(exchange(Place::Contact, "00B0000000", Result::NoLine), "");
+    Atr atr;
+    for (const std::int64_t wait : {0, 999, 1, 2000, 4000, 8000, 16000, 30000}) {
+        later(wait);
+        EXPECT_TRUE(cardReader.present(Place::Contact));
+        EXPECT_TRUE(cardReader.present(Place::Psam1));
+        EXPECT_FALSE(cardReader.present(Place::Psam2));
+        EXPECT_FALSE(cardReader.powered(Place::Contact));
+        EXPECT_EQ(exchange(Place::Contact, "00B0000000", Result::NoCard), "");
+        EXPECT_EQ(cardReader.powerOn(Place::Contact, false, atr), Result::NoLine);
+    }
+}
+
+TEST_F(CardReaderTest, OnUsbAbsenceIsToldOnceTheDeviceCanBeOpened)
+{
+    beginAsOnUsb();
+    powerFoundCard();
+    reader.silent("32 26 00 00B0000000");
+    EXPECT_EQ(exchange(Place::Contact, "00B0000000", Result::NoLine), "");
+    later(999);
+    expectUntouched(Place::Contact, true);
+    EXPECT_TRUE(linkClosed());
+    later(1);
+    expectUntouched(Place::Contact, false);
+    EXPECT_FALSE(linkClosed());
+    reader.command("32 23 00").command("32 22 01 80 00", "3B00").command("32 23 00");
+    EXPECT_TRUE(cardReader.present(Place::Contact));
+}
+
+TEST_F(CardReaderTest, OnUsbACardThatIsTakenOutIsToldAtOnce)
+{
+    beginAsOnUsb();
+    powerFoundCard();
+    reader.command("32 26 00 00B0000000", "", 0x02);
+    EXPECT_EQ(exchange(Place::Contact, "00B0000000", Result::NoCard), "");
+    expectUntouched(Place::Contact, false);
 }
 
 TEST_F(CardReaderTest, ASilentReaderIsAskedMoreAndMoreRarely)

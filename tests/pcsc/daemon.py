@@ -7,6 +7,7 @@ It runs in a mount namespace of its own (scripts/stages/pcsc): its daemon's sock
 """
 
 import contextlib
+import ctypes
 import json
 import os
 import pathlib
@@ -34,6 +35,8 @@ FIELD_ANSWER = "0978338802 41424344"
 FIELD_ATR = "3B8480014142434401"
 SELECT_PSE = "00A404000E315041592E5359532E4444463031"
 ACCOUNT_NUMBER = "6229990000710246589"
+
+PCSC = ctypes.CDLL("libpcsclite.so.1")
 
 SLOTS = ["contact", "contactless", "psam1", "psam2", "psam3", "psam4"]
 
@@ -145,8 +148,11 @@ class Client:
         wait_until(established, "the daemon's service")
 
     def readers(self):
-        result, names = scard.SCardListReaders(self.context, [])
-        return sorted(names) if result == scard.SCARD_S_SUCCESS else []
+        # scard asks for the size and then for the names, and reads what nobody wrote when the last reader goes between.
+        names = ctypes.create_string_buffer(4096)
+        size = ctypes.c_ulong(len(names))
+        result = PCSC.SCardListReaders(ctypes.c_long(self.context), None, names, ctypes.byref(size))
+        return sorted(names.raw[:size.value].decode().split("\0")[:-2]) if result == scard.SCARD_S_SUCCESS else []
 
     def state(self, reader):
         _, states = scard.SCardGetStatusChange(self.context, 0, [(reader, scard.SCARD_STATE_UNAWARE)])
