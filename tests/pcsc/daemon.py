@@ -82,6 +82,11 @@ class Simulator:
     def lines(self):
         return self.events.read_text().splitlines()
 
+    def fall_silent(self):
+        """Until SIGCONT. A thread of it may still answer until the last one has heard the signal."""
+        self.process.send_signal(signal.SIGSTOP)
+        os.waitid(os.P_PID, self.process.pid, os.WSTOPPED)
+
     def stop(self):
         self.process.send_signal(signal.SIGCONT)
         self.process.terminate()
@@ -454,7 +459,7 @@ class WaysOut(DaemonTest):
         client = self.client()
         card = client.connect(reader("contact"))
         module = client.connect("OTHER 00 02")
-        simulator.process.send_signal(signal.SIGSTOP)
+        simulator.fall_silent()
         result, _ = card.attempt(SELECT_PSE)
         self.assertEqual(result, scard.SCARD_E_NOT_TRANSACTED)
         client.wait_for_absence(reader("contact"))
