@@ -158,9 +158,9 @@ void CardReader::lookLater(Place place)
     slot.nextLook = now_() + slot.wait;
 }
 
-// A pulled reader is the daemon's to take away, slot by slot. pcscd (1.9.9 and others) waits for ever for a slot's
-// thread that learns in the same moment that its card is gone: the order to end is overwritten by the removal. So
-// absence is told when the device is there.
+// A pulled reader is the daemon's to take away, slot by slot. pcscd 1.9.9 waits for ever for a slot's thread that learns
+// in the same moment that its card is gone: the order to end is overwritten by the removal. So absence is told when the
+// device is there.
 bool CardReader::mayBePulled() const { return !open_ && port_.tty[0] == '\0'; }
 
 void CardReader::cardLost(Place place)
@@ -224,17 +224,19 @@ bool CardReader::present(Place place)
     if (!line_.tryLock()) {
         return slot.shown;
     }
+    bool there = false;
     if (slot.absenceUntold) {
-        slot.shown = slot.shown && mayBePulled() && !openLine();
-        slot.absenceUntold = slot.shown;
+        there = slot.shown && mayBePulled() && !openLine();
+        slot.absenceUntold = there;
+        slot.shown = there || slot.card != Card::None;
     } else {
         slot.shown = slot.card != Card::None;
         if (slot.card != Card::Powered && now_() >= slot.nextLook && openLine()) {
             lookInto(place);
         }
-        slot.absenceUntold = slot.absenceUntold && slot.shown;
+        there = slot.shown;
+        slot.absenceUntold = slot.absenceUntold && there;
     }
-    const bool there = slot.shown;
     line_.unlock();
     return there;
 }

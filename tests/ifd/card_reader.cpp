@@ -12,6 +12,7 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -85,6 +86,22 @@ protected:
         Atr atr;
         ASSERT_EQ(cardReader.powerOn(Place::Contact, false, atr), Result::Done);
         ASSERT_TRUE(by.done());
+    }
+
+    // What is seen while the line is busy.
+    void whileBusy(const std::function<void()>& busy, const std::function<void()>& seen)
+    {
+        bool looked = false;
+        Clock::onSleep([&] {
+            if (!looked) {
+                looked = true;
+                seen();
+            }
+            line.serve();
+        });
+        busy();
+        EXPECT_TRUE(looked);
+        Clock::onSleep([this] { line.serve(); });
     }
 
     std::string exchange(Place place, const std::string& apdu, Result expected = Result::Done)
@@ -218,18 +235,26 @@ TEST_F(CardReaderTest, ALookDoesNotWaitForALineThatIsBusy)
 {
     powerContactCard();
     reader.command("32 26 00 00B0000000", "9000");
-    bool asked = false;
-    Clock::onSleep([&] {
-        if (!asked) {
-            asked = true;
-            EXPECT_FALSE(cardReader.present(Place::Psam1)); // would be due
-            EXPECT_TRUE(cardReader.present(Place::Contact));
-        }
-        line.serve();
-    });
-    EXPECT_EQ(exchange(Place::Contact, "00B0000000"), "9000");
-    EXPECT_TRUE(asked);
-    Clock::onSleep([this] { line.serve(); });
+    whileBusy([&] { EXPECT_EQ(exchange(Place::Contact, "00B0000000"), "9000"); },
+              [&] {
+                  EXPECT_FALSE(cardReader.present(Place::Psam1)); // would be due
+                  EXPECT_TRUE(cardReader.present(Place::Contact));
+              });
+    reader.command("32 23 00");
+}
+
+TEST_F(CardReaderTest, TheNextCardIsThereWhileTheLineIsBusyOnceItsForerunnersAbsenceWasTold)
+{
+    powerContactCard();
+    reader.command("32 26 00 00B0000000", "", 0x02);
+    EXPECT_EQ(exchange(Place::Contact, "00B0000000", Result::NoCard), "");
+    Atr atr;
+    reader.command("32 22 01 80 00", "3B01AA");
+    ASSERT_EQ(cardReader.powerOn(Place::Contact, false, atr), Result::Done);
+    expectUntouched(Place::Contact, false);
+    reader.command("32 26 00 00B0000000", "9000");
+    whileBusy([&] { EXPECT_EQ(exchange(Place::Contact, "00B0000000"), "9000"); },
+              [&] { EXPECT_TRUE(cardReader.present(Place::Contact)); });
     reader.command("32 23 00");
 }
 
@@ -433,6 +458,9 @@ TEST_F(CardReaderTest, OnUsbAbsenceIsToldOnceTheDeviceCanBeOpened)
     later(1);
     expectUntouched(Place::Contact, false);
     EXPECT_FALSE(linkClosed());
+    reader.command("32 23 10").command("32 22 01 80 10", "", 0x02);
+    whileBusy([&] { EXPECT_FALSE(cardReader.present(Place::Psam1)); },
+              [&] { EXPECT_FALSE(cardReader.present(Place::Contact)); }); // not looked into yet
     reader.command("32 23 00").command("32 22 01 80 00", "3B00").command("32 23 00");
     EXPECT_TRUE(cardReader.present(Place::Contact));
 }
@@ -443,6 +471,9 @@ TEST_F(CardReaderTest, OnUsbACardThatIsTakenOutIsToldAtOnce)
     powerFoundCard();
     reader.command("32 26 00 00B0000000", "", 0x02);
     EXPECT_EQ(exchange(Place::Contact, "00B0000000", Result::NoCard), "");
+    reader.command("32 23 10").command("32 22 01 80 10", "", 0x02);
+    whileBusy([&] { EXPECT_FALSE(cardReader.present(Place::Psam1)); },
+              [&] { EXPECT_FALSE(cardReader.present(Place::Contact)); });
     expectUntouched(Place::Contact, false);
 }
 
