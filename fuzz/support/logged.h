@@ -10,6 +10,8 @@
 #include <nlohmann/json.hpp>
 
 #include <chrono>
+#include <cstdio>
+#include <exception>
 #include <string>
 
 namespace vorn::fuzz {

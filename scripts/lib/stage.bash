@@ -15,8 +15,8 @@ skip() {
   exit 77
 }
 
-# What no clock looks at leaves the processor to what one does: the library's own time-outs are real ones in tests of the
-# tool, and beside them a compiler is not in a hurry.
+# Compilers, analysers and fuzzers give way to tests that run beside them: the tool's have the library's real time-outs
+# in them.
 unhurried() { # command...
   (
     renice -n 19 -p "$BASHPID" >/dev/null

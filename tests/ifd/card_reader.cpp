@@ -444,6 +444,7 @@ TEST_F(CardReaderTest, APulledUsbReadersCardsAreNotToldAsGone)
         EXPECT_EQ(exchange(Place::Contact, "00B0000000", Result::NoCard), "");
         EXPECT_EQ(cardReader.powerOn(Place::Contact, false, atr), Result::NoLine);
     }
+    Clock::onSleep([this] { line.serve(); });
 }
 
 TEST_F(CardReaderTest, OnUsbAbsenceIsToldOnceTheDeviceCanBeOpened)
