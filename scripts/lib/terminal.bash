@@ -24,7 +24,7 @@ run_terminal() { # disk (with options of QEMU), folder, file, QEMU's other optio
     -kernel "$(find $vm/unpacked/boot -name 'vmlinuz-*' | head -n 1)" -initrd "$out/initrd-terminal.gz" \
     -append "console=ttyAMA0 quiet panic=-1" -serial mon:stdio \
     -drive "if=none,id=disk,format=raw,$disk" -device virtio-blk-pci,drive=disk "$@" </dev/null >"$console" 2>&1
-  tr -d '\r' <"$console" | grep -qx 'VORN-TASK 0'
+  grep -q $'^VORN-TASK 0\r*$' "$console"
 }
 
 # The disk of a release, with what the packages need and are looked at with: unpacked here, configured by the terminal

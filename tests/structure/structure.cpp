@@ -410,6 +410,60 @@ TEST(Layers, IncludeThatPointsUpIsNoticed)
     EXPECT_EQ(listed(wrongIncludes("ICC", "#include \"card/tlv.h\"\n#include <cstdio>\n#include \"vorn/log.h\"")), "");
 }
 
+// ---------------------------------------------------------------- scripts
+
+namespace {
+
+// Pipelines into a reader that ends at the first match. Scripts here ask for the status of each program in a pipeline
+// (pipefail), and one that writes on to nobody ends by SIGPIPE: now and then, mostly on a busy machine, "found" becomes
+// "failed". What is searched goes into the reader as a text: grep -q WORD <<<"$(program)".
+std::vector<std::string> pipelinesCutShort(const std::string& text)
+{
+    std::vector<std::string> found;
+    for (const auto& match : matchesIn(text, "^ *[^# ].*[^|]\\| *(grep( +-[-A-Za-z0-9]+)* +-[A-Za-z]*[qlm].*)")) {
+        found.push_back(match[1]);
+    }
+    return found;
+}
+
+bool isScript(const fs::path& file)
+{
+    const std::string text = fileText(file).substr(0, 64);
+    return file.extension() == ".bash" || text.rfind("#!/usr/bin/env bash", 0) == 0;
+}
+
+} // namespace
+
+TEST(Scripts, NoPipelineIsCutShortByItsReader)
+{
+    int scripts = 0;
+    const auto lookAt = [&](const fs::path& file) {
+        if (fs::is_regular_file(file) && isScript(file)) {
+            EXPECT_EQ(listed(pipelinesCutShort(fileText(file))), "") << "in " << file;
+            ++scripts;
+        }
+    };
+    for (const char* folder : {".", ".ci", "bench", "examples", "fuzz", "packaging", "scripts", "tests/packages"}) {
+        const bool withFolders = folder == std::string("scripts") || folder == std::string("examples");
+        for (auto entry = fs::recursive_directory_iterator(kSourceTree / folder); entry != fs::end(entry); ++entry) {
+            if (!withFolders) {
+                entry.disable_recursion_pending();
+            }
+            lookAt(entry->path());
+        }
+    }
+    EXPECT_GE(scripts, 30);
+}
+
+TEST(Scripts, PipelineThatIsCutShortIsNoticed)
+{
+    EXPECT_EQ(listed(pipelinesCutShort("ldd vorn | grep -qF x || exit\n")), "grep -qF x || exit ");
+    EXPECT_EQ(listed(pipelinesCutShort("  a | b |grep -E -q x\n")), "grep -E -q x ");
+    EXPECT_EQ(listed(pipelinesCutShort("a | grep -m 1 x\n")), "grep -m 1 x ");
+    EXPECT_EQ(listed(pipelinesCutShort("# a | grep -q x\n  # a | grep -q x\n")), "");
+    EXPECT_EQ(listed(pipelinesCutShort("grep -q x file || grep -q y <<<\"$(a | b)\"\na | grep -o x\n")), "");
+}
+
 // ---------------------------------------------------------------- documents
 
 namespace {
