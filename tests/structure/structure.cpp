@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // What a host relies on besides behaviour: the exported names, the libraries needed, the hardening, headers that
-// compile alone; and what we rely on: includes that only point down. Tools and paths come from the build.
+// compile alone; and what we rely on: includes that only point down, scripts that fail only for a reason. Tools and
+// paths come from the build.
 #include <gtest/gtest.h>
 
 #include <regex.h>

@@ -357,7 +357,7 @@ TEST_F(AcceptTest, ASignalEndsTheRunWithTheReaderAtRestAndTheReportWritten)
         Process reader(scratch, {"sim", "debit", "-v"});
         const std::string port = reader.outputLine();
         Process accept(scratch, {"accept", "--port", port, "--report", path(std::to_string(signal) + ".json")});
-        while (accept.outputLine().compare(0, 6, "timing") != 0) {}
+        ASSERT_TRUE(accept.outputReaches("timing"));
         accept.signal(signal);
         std::string output, errors;
         EXPECT_EQ(accept.finish(output, errors), kInterrupted) << output << errors;
@@ -377,7 +377,7 @@ TEST_F(AcceptTest, AReaderThatGoesAwayEndsTheRun)
     auto reader = std::make_unique<Process>(scratch, Arguments{"sim", "debit"});
     const std::string port = reader->outputLine();
     Process accept(scratch, {"accept", "--port", port, "--report", path("r.json")});
-    while (accept.outputLine().compare(0, 5, "slots") != 0) {}
+    ASSERT_TRUE(accept.outputReaches("slots"));
     reader.reset();
     std::string output, errors;
     EXPECT_EQ(accept.finish(output, errors), kPort) << output << errors;

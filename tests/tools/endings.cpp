@@ -84,10 +84,10 @@ public:
     ~Line()
     {
         stop_ = true;
+        ::close(keeper_); // ends a write that nobody makes room for
         if (thread_.joinable()) {
             thread_.join();
         }
-        ::close(keeper_);
         ::close(master_);
     }
     const std::string& name() const { return name_; }

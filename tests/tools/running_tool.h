@@ -173,6 +173,22 @@ public:
     }
     std::string outputLine() { return lineFrom(out_); }
     std::string errorLine() { return lineFrom(err_); }
+    // Passes over lines until one begins so; false when it ends without one.
+    bool outputReaches(const std::string& begin) const
+    {
+        std::string line;
+        char c = 0;
+        while (::read(out_, &c, 1) == 1) {
+            if (c != '\n') {
+                line += c;
+            } else if (line.rfind(begin, 0) == 0) {
+                return true;
+            } else {
+                line.clear();
+            }
+        }
+        return false;
+    }
 
     // Both outputs to their ends, and the exit code.
     int finish(std::string& output, std::string& errors)
