@@ -99,6 +99,13 @@ inline std::string contents(const fs::path& path)
 
 class ToolTest : public testing::Test {
 protected:
+    ToolTest()
+    {
+#ifdef VORN_PATIENT_CLOCK // of programs that are started from here
+        ::setenv("LD_PRELOAD", VORN_PATIENT_CLOCK, 1);
+#endif
+    }
+
     Scratch scratch;
 };
 
