@@ -445,6 +445,7 @@ TEST(Scripts, NoPipelineIsCutShortByItsReader)
         }
     };
     for (const char* folder : {".", ".ci", "bench", "examples", "fuzz", "packaging", "scripts", "tests/packages"}) {
+        // Below the others lie builds and the fuzzers' corpora.
         const bool withFolders = folder == std::string("scripts") || folder == std::string("examples");
         for (auto entry = fs::recursive_directory_iterator(kSourceTree / folder); entry != fs::end(entry); ++entry) {
             if (!withFolders) {

@@ -134,6 +134,16 @@ PatientClock& patientClock()
     return *theClock;
 }
 
+// As from libc's: who has a failed call behind it still wants to know why.
+template <class F>
+auto keepingErrno(F f)
+{
+    const int before = errno;
+    const auto result = f();
+    errno = before;
+    return result;
+}
+
 } // namespace
 
 extern "C" {
@@ -143,7 +153,7 @@ int clock_gettime(clockid_t clock, timespec* now) noexcept
     if (clock != CLOCK_MONOTONIC || !isOfLibrary(__builtin_return_address(0))) {
         return static_cast<int>(syscall(SYS_clock_gettime, clock, now));
     }
-    *now = timespecOf(patientClock().now());
+    *now = timespecOf(keepingErrno([] { return patientClock().now(); }));
     return 0;
 }
 
@@ -152,6 +162,7 @@ int clock_nanosleep(clockid_t clock, int flags, const timespec* request, timespe
     if (!isOfLibrary(__builtin_return_address(0))) {
         return syscall(SYS_clock_nanosleep, clock, flags, request, left) == 0 ? 0 : errno;
     }
-    return patientClock().sleepUntil(std::int64_t{request->tv_sec} * kSecond + request->tv_nsec);
+    const std::int64_t end = std::int64_t{request->tv_sec} * kSecond + request->tv_nsec;
+    return keepingErrno([end] { return patientClock().sleepUntil(end); });
 }
 }

@@ -183,15 +183,9 @@ public:
     // Passes over lines until one begins so; false when it ends without one.
     bool outputReaches(const std::string& begin) const
     {
-        std::string line;
-        char c = 0;
-        while (::read(out_, &c, 1) == 1) {
-            if (c != '\n') {
-                line += c;
-            } else if (line.rfind(begin, 0) == 0) {
+        for (std::string line; readLine(out_, line);) {
+            if (line.rfind(begin, 0) == 0) {
                 return true;
-            } else {
-                line.clear();
             }
         }
         return false;
@@ -264,13 +258,21 @@ private:
         return text;
     }
 
+    static bool readLine(int fd, std::string& line) // false at the end, where the line is what was left
+    {
+        line.clear();
+        for (char c = 0; ::read(fd, &c, 1) == 1; line += c) {
+            if (c == '\n') {
+                return true;
+            }
+        }
+        return false;
+    }
+
     static std::string lineFrom(int fd)
     {
         std::string line;
-        char c = 0;
-        while (::read(fd, &c, 1) == 1 && c != '\n') {
-            line += c;
-        }
+        readLine(fd, line);
         return line;
     }
 
